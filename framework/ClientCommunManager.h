@@ -1,0 +1,45 @@
+#pragma once
+
+#include "CommunAttribute.h"
+
+#include <QMutex>
+#include <QObject>
+
+class CommCommand;
+class SocketCommandPackage;
+
+// Base of the client link to the agent. The static RequestCommunCommand routes
+// a command to the one live manager, which serialises it in onRequestCommand;
+// the command itself is disposed of here once that returns.
+class ClientCommunManager : public QObject {
+    Q_OBJECT
+public:
+    explicit ClientCommunManager(QObject* parent = nullptr);
+    ~ClientCommunManager() override;
+
+    virtual bool Init();
+    virtual void UnInit();
+    virtual bool Start();
+    virtual void Stop();
+    virtual void SetCommunAttribute(const CommunAttribute& attribute);
+
+    // Stores the destination and asks the workers to connect once the
+    // application's event loop runs (that is, after Start).
+    void ClientConnectServer(const CommunAttribute& attribute);
+
+    // True when a live manager took the command (it then belongs to the
+    // framework); false when there is none, and the command stays the caller's.
+    static bool RequestCommunCommand(CommCommand* command);
+
+Q_SIGNALS:
+    void toConnectServer();
+
+public Q_SLOTS:
+    virtual void onRequestCommand(CommCommand* command);
+    // Packages that are not server requests (type 3) end here.
+    void onDealQueuePackageCommand(SocketCommandPackage* ppackage);
+
+protected:
+    CommunAttribute m_communAttribute;
+    QMutex m_communAttributeMutex;
+};

@@ -1,0 +1,11 @@
+#include "CommCommand.h"
+
+void CommCommand::Read(QDataStream& in) {
+    in >> m_planUuid >> m_traceFlag >> m_triggerFlag >> m_triggerType;
+    m_communAttribute.Read(in);
+}
+
+void CommCommand::Write(QDataStream& out) const {
+    out << m_planUuid << m_traceFlag << m_triggerFlag << m_triggerType;
+    m_communAttribute.Write(out);
+}

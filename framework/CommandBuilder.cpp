@@ -1,0 +1,89 @@
+#include "CommandBuilder.h"
+
+#include "CommandObj.h"
+#include "RequestCommand.h"
+#include "ResultCommand.h"
+#include "WireFormat.h"
+
+#include <QIODevice>
+
+#include <atomic>
+
+namespace {
+std::atomic<quint64> g_traceSequence{0};
+
+QString NewTraceFlag(quint64 commandType) {
+    return QString("[%1#%2]").arg(commandType).arg(++g_traceSequence);
+}
+} // namespace
+
+CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
+    if (commandType == 0) {
+        return nullptr;
+    }
+    CommCommand* command = nullptr;
+    if (commandType == ResultCommand::kType) {
+        command = new ResultCommand();
+    } else {
+        command = new RequestCommand(commandType);
+    }
+    command->setTraceFlag(NewTraceFlag(commandType));
+    return command;
+}
+
+QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
+    QByteArray bytes;
+    if (command == nullptr) {
+        return bytes;
+    }
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.setVersion(WireFormat::kStreamVersion);
+    out << command->getCommandType();
+    command->Write(out);
+    return bytes;
+}
+
+CommCommand* CommandBuilder::BytearrayToCommand(QByteArray bytes) {
+    QDataStream in(&bytes, QIODevice::ReadOnly);
+    in.setVersion(WireFormat::kStreamVersion);
+    quint64 commandType = 0;
+    in >> commandType;
+    if (in.status() != QDataStream::Ok) {
+        return nullptr;
+    }
+    CommCommand* command = BuilderCommand(commandType);
+    if (command == nullptr) {
+        return nullptr;
+    }
+    command->Read(in);
+    if (in.status() != QDataStream::Ok || !in.atEnd()) {
+        DestroyCommand(command);
+        return nullptr;
+    }
+    return command;
+}
+
+bool CommandBuilder::DataToBytearray(const CommandObj* data, QByteArray& bytes) {
+    if (data == nullptr) {
+        return false;
+    }
+    bytes.clear();
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.setVersion(WireFormat::kStreamVersion);
+    data->Write(out);
+    return out.status() == QDataStream::Ok;
+}
+
+bool CommandBuilder::BytearrayToData(const QByteArray& bytes, CommandObj* data) {
+    if (data == nullptr) {
+        return false;
+    }
+    QDataStream in(bytes);
+    in.setVersion(WireFormat::kStreamVersion);
+    data->Read(in);
+    return in.status() == QDataStream::Ok && in.atEnd();
+}
+
+void CommandBuilder::DestroyCommand(CommCommand* command) {
+    delete command;
+}

@@ -1,0 +1,146 @@
+#include "CommunClientWork.h"
+
+#include "ConfigReader.h"
+#include "Logger.h"
+
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+CommunClientWork::CommunClientWork(QObject* parent) : QObject(parent) {}
+
+CommunClientWork::~CommunClientWork() {
+    onThreadFinished();
+}
+
+bool CommunClientWork::Init() {
+    return true;
+}
+
+void CommunClientWork::UnInit() {}
+
+void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute) {
+    QMutexLocker locker(&m_attributeMutex);
+    m_attribute = attribute;
+}
+
+QString CommunClientWork::Destination() const {
+    QMutexLocker locker(&m_attributeMutex);
+    const quint64 port = m_attribute.getDestPort() == 0 ? ConfigReader::getAgentPort() : m_attribute.getDestPort();
+    return QString("%1:%2").arg(m_attribute.getDestSvrNameIp()).arg(port);
+}
+
+void CommunClientWork::onreconnectServer() {
+    EnsureSocket();
+    if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+        Connect();
+    }
+}
+
+void CommunClientWork::onRequestData(QByteArray blocks) {
+    EnsureSocket();
+    if (m_pending.size() >= kBufferLimit) {
+        m_pending.pop_front();
+        Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest was dropped.")
+                         .arg(Destination())
+                         .arg(kBufferLimit));
+    }
+    m_pending.push_back(FrameReader::Frame(blocks));
+    if (m_socket->state() == QAbstractSocket::ConnectedState) {
+        Flush();
+    } else if (m_socket->state() == QAbstractSocket::UnconnectedState && !m_retryTimer->isActive()) {
+        Connect();
+    }
+}
+
+void CommunClientWork::EnsureSocket() {
+    if (m_socket != nullptr) {
+        return;
+    }
+    m_socket = new QTcpSocket();
+    m_retryTimer = new QTimer();
+    m_retryTimer->setSingleShot(true);
+    connect(m_socket, &QTcpSocket::connected, this, &CommunClientWork::onConnected);
+    connect(m_socket, &QTcpSocket::disconnected, this, &CommunClientWork::onDisconnected);
+    connect(m_socket, &QTcpSocket::readyRead, this, &CommunClientWork::onReadyRead);
+    connect(m_socket, &QAbstractSocket::errorOccurred, this, [this] {
+        if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+            onDisconnected();
+        }
+    });
+    connect(m_retryTimer, &QTimer::timeout, this, &CommunClientWork::Connect);
+    // The socket and timer belong to this thread and must die on it.
+    connect(QThread::currentThread(), &QThread::finished, this, &CommunClientWork::onThreadFinished,
+            Qt::DirectConnection);
+}
+
+void CommunClientWork::Connect() {
+    QString name;
+    quint64 port = 0;
+    {
+        QMutexLocker locker(&m_attributeMutex);
+        name = m_attribute.getDestSvrNameIp();
+        port = m_attribute.getDestPort();
+    }
+    if (port == 0) {
+        port = ConfigReader::getAgentPort();
+    }
+    m_reader = FrameReader();
+    m_socket->connectToHost(name, static_cast<quint16>(port));
+}
+
+void CommunClientWork::Flush() {
+    while (!m_pending.empty()) {
+        m_socket->write(m_pending.front());
+        m_pending.pop_front();
+    }
+}
+
+void CommunClientWork::ScheduleRetry() {
+    if (m_retryTimer->isActive()) {
+        return;
+    }
+    m_retryTimer->start(m_retryMSecs);
+    m_retryMSecs = qMin(m_retryMSecs * 2, kLastRetryMSecs);
+}
+
+void CommunClientWork::onConnected() {
+    m_retryMSecs = kFirstRetryMSecs;
+    m_reportedFailure = false;
+    Logger::Info(QString("Connected to the agent at %1.").arg(Destination()));
+    Flush();
+}
+
+void CommunClientWork::onDisconnected() {
+    if (!m_reportedFailure) {
+        Logger::Warn(QString("No connection to the agent at %1 (%2); retrying with a growing delay.")
+                         .arg(Destination(), m_socket->errorString()));
+        m_reportedFailure = true;
+    }
+    ScheduleRetry();
+}
+
+void CommunClientWork::onReadyRead() {
+    m_reader.Append(m_socket->readAll());
+    QByteArray payload;
+    while (m_reader.Next(payload)) {
+        Q_EMIT returnResult(payload);
+    }
+    if (m_reader.Failed()) {
+        Logger::Warn(QString("The agent at %1 sent a frame of %2 bytes; connection closed.")
+                         .arg(Destination())
+                         .arg(m_reader.RefusedLength()));
+        m_socket->abort();
+    }
+}
+
+void CommunClientWork::onThreadFinished() {
+    delete m_retryTimer;
+    m_retryTimer = nullptr;
+    if (m_socket != nullptr) {
+        m_socket->disconnect(this);
+        m_socket->abort();
+        delete m_socket;
+        m_socket = nullptr;
+    }
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "CommunAttribute.h"
+#include "FrameReader.h"
+
+#include <QByteArray>
+#include <QMutex>
+#include <QObject>
+
+#include <deque>
+
+class QTcpSocket;
+class QTimer;
+
+// One connection to the agent, living on its own thread. It connects on the
+// first request or reconnect request, reconnects with a growing delay, keeps
+// frames that cannot go out yet in a bounded buffer, and emits every frame it
+// receives with returnResult.
+class CommunClientWork : public QObject {
+    Q_OBJECT
+public:
+    static constexpr size_t kBufferLimit = 1000;
+    static constexpr int kFirstRetryMSecs = 1000;
+    static constexpr int kLastRetryMSecs = 30000;
+
+    explicit CommunClientWork(QObject* parent = nullptr);
+    ~CommunClientWork() override;
+
+    bool Init();
+    void UnInit();
+    void SetCommunAttribute(const CommunAttribute& attribute);
+
+Q_SIGNALS:
+    void returnResult(QByteArray blocks);
+
+public Q_SLOTS:
+    void onreconnectServer();
+    void onRequestData(QByteArray blocks);
+
+private:
+    void EnsureSocket();
+    void Connect();
+    void Flush();
+    void ScheduleRetry();
+    void onConnected();
+    void onDisconnected();
+    void onReadyRead();
+    void onThreadFinished();
+    QString Destination() const;
+
+    mutable QMutex m_attributeMutex;
+    CommunAttribute m_attribute;
+
+    // Touched only on the worker's thread.
+    QTcpSocket* m_socket = nullptr;
+    QTimer* m_retryTimer = nullptr;
+    int m_retryMSecs = kFirstRetryMSecs;
+    bool m_reportedFailure = false;
+    FrameReader m_reader;
+    std::deque<QByteArray> m_pending;
+};

@@ -1,0 +1,131 @@
+#include "CommunServer.h"
+
+#include "ConfigReader.h"
+#include "Logger.h"
+#include "WireFormat.h"
+
+#include <QHostAddress>
+#include <QHostInfo>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+CommunServer::CommunServer(QObject* parent) : QObject(parent) {}
+
+CommunServer::~CommunServer() {
+    Stop();
+}
+
+bool CommunServer::Init(quint64 protocolType) {
+    // Only TCP is spoken here.
+    return protocolType == 2;
+}
+
+bool CommunServer::IsListenAllowed(const QString& name, QString& address) {
+    QHostAddress host(name);
+    if (host.isNull()) {
+        const QHostInfo info = QHostInfo::fromName(name);
+        if (info.addresses().isEmpty()) {
+            Logger::Error(QString("The command server name %1 does not resolve.").arg(name));
+            return false;
+        }
+        host = info.addresses().first();
+    }
+    address = host.toString();
+    if (host.isLoopback()) {
+        return true;
+    }
+    if (!ConfigReader::getAllowRemote()) {
+        Logger::Error(QString("The command server refuses to listen on %1, which is not a loopback address; set "
+                              "AllowRemote=true in [Communication] to allow it.")
+                          .arg(address));
+        return false;
+    }
+    Logger::Warn(QString("The command server listens on %1, reachable from other hosts.").arg(address));
+    return true;
+}
+
+bool CommunServer::Start(const QString& name, quint16 port) {
+    if (m_server != nullptr) {
+        return true;
+    }
+    QString address;
+    if (!IsListenAllowed(name, address)) {
+        return false;
+    }
+    m_server = new QTcpServer(this);
+    m_server->setMaxPendingConnections(1024);
+    connect(m_server, &QTcpServer::newConnection, this, &CommunServer::onNewConnection);
+    if (!m_server->listen(QHostAddress(address), port)) {
+        Logger::Error(QString("The command server cannot listen on %1:%2: %3.")
+                          .arg(address)
+                          .arg(port)
+                          .arg(m_server->errorString()));
+        delete m_server;
+        m_server = nullptr;
+        return false;
+    }
+    return true;
+}
+
+void CommunServer::Stop() {
+    if (m_server == nullptr) {
+        return;
+    }
+    m_server->close();
+    const QList<QIODevice*> sockets = m_clients.keys();
+    m_clients.clear();
+    for (QIODevice* device : sockets) {
+        auto* socket = static_cast<QTcpSocket*>(device);
+        socket->disconnect(this);
+        socket->abort();
+        socket->deleteLater();
+    }
+    delete m_server;
+    m_server = nullptr;
+}
+
+void CommunServer::UnInit() {}
+
+quint16 CommunServer::serverPort() const {
+    return m_server != nullptr ? m_server->serverPort() : 0;
+}
+
+void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
+    if (socket == nullptr || !m_clients.contains(socket)) {
+        return;
+    }
+    socket->write(FrameReader::Frame(bytes));
+}
+
+void CommunServer::onNewConnection() {
+    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
+        m_clients.insert(socket, FrameReader());
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] { onDisconnected(socket); });
+    }
+}
+
+void CommunServer::onReadyRead(QTcpSocket* socket) {
+    auto it = m_clients.find(socket);
+    if (it == m_clients.end()) {
+        return;
+    }
+    it->Append(socket->readAll());
+    QByteArray payload;
+    while (it->Next(payload)) {
+        Q_EMIT incomingBlockData(kRequestCommType, socket, payload);
+    }
+    if (it->Failed()) {
+        Logger::Warn(QString("Refused a frame of %1 bytes from %2:%3 (the limit is %4 bytes); connection closed.")
+                         .arg(it->RefusedLength())
+                         .arg(socket->peerAddress().toString())
+                         .arg(socket->peerPort())
+                         .arg(WireFormat::kMaxFramePayload));
+        socket->abort();
+    }
+}
+
+void CommunServer::onDisconnected(QTcpSocket* socket) {
+    m_clients.remove(socket);
+    socket->deleteLater();
+}

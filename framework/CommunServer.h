@@ -1,0 +1,44 @@
+#pragma once
+
+#include "FrameReader.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QObject>
+
+class QIODevice;
+class QTcpServer;
+class QTcpSocket;
+
+// The command server's endpoint: a TCP listener on the thread that owns it,
+// any number of clients, one incomingBlockData per complete frame.
+class CommunServer : public QObject {
+    Q_OBJECT
+public:
+    // Communication type of requests arriving here.
+    static constexpr quint64 kRequestCommType = 2;
+
+    explicit CommunServer(QObject* parent = nullptr);
+    ~CommunServer() override;
+
+    bool Init(quint64 protocolType);
+    bool Start(const QString& name, quint16 port);
+    void Stop();
+    void UnInit();
+    // Frames the reply onto the socket it came from; nothing if that socket
+    // has gone in the meantime.
+    void SendResult(QIODevice* socket, const QByteArray& bytes);
+    quint16 serverPort() const;
+
+Q_SIGNALS:
+    void incomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
+
+private:
+    void onNewConnection();
+    void onReadyRead(QTcpSocket* socket);
+    void onDisconnected(QTcpSocket* socket);
+    static bool IsListenAllowed(const QString& name, QString& address);
+
+    QTcpServer* m_server = nullptr;
+    QHash<QIODevice*, FrameReader> m_clients;
+};

@@ -1,0 +1,90 @@
+#include "ConfigReader.h"
+
+#include <QFileInfo>
+#include <QSettings>
+
+namespace {
+struct Values {
+    QString agentName = "127.0.0.1";
+    quint16 agentPort = 6061;
+    QString schedulerName = "127.0.0.1";
+    quint16 schedulerPort = 6060;
+    bool allowRemote = false;
+    quint64 dateTimeFireType = 0;
+};
+
+Values& Current() {
+    static Values values;
+    return values;
+}
+
+quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback) {
+    bool ok = false;
+    const uint port = settings.value(key, fallback).toUInt(&ok);
+    return ok && port > 0 && port <= 65535 ? static_cast<quint16>(port) : fallback;
+}
+} // namespace
+
+bool ConfigReader::IniReader(const QString& path) {
+    const QFileInfo info(path);
+    if (!info.isFile() || !info.isReadable()) {
+        return false;
+    }
+    QSettings settings(path, QSettings::IniFormat);
+    if (settings.status() != QSettings::NoError) {
+        return false;
+    }
+    const Values defaults;
+    Values values;
+    values.agentName = settings.value("Communication/AgentLocalServerName", defaults.agentName).toString();
+    values.agentPort = PortValue(settings, "Communication/AgentPort", defaults.agentPort);
+    values.schedulerName =
+        settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
+    values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort);
+    values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
+    values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
+    Current() = values;
+    return true;
+}
+
+void ConfigReader::ResetToDefaults() {
+    Current() = Values();
+}
+
+QString ConfigReader::getAgentLocalServerName() {
+    return Current().agentName;
+}
+
+quint16 ConfigReader::getAgentPort() {
+    return Current().agentPort;
+}
+
+QString ConfigReader::getSchedulerLocalServerName() {
+    return Current().schedulerName;
+}
+
+quint16 ConfigReader::getSchedulerPort() {
+    return Current().schedulerPort;
+}
+
+bool ConfigReader::getAllowRemote() {
+    return Current().allowRemote;
+}
+
+quint64 ConfigReader::getDateTimeFireType() {
+    return Current().dateTimeFireType;
+}
+
+void ConfigReader::setDateTimeFireType(quint64 value) {
+    Current().dateTimeFireType = value;
+}
+
+void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
+    Current().agentName = name;
+    Current().agentPort = port;
+}
+
+void ConfigReader::setSchedulerEndpoint(const QString& name, quint16 port) {
+    Current().schedulerName = name;
+    Current().schedulerPort = port;
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+
+// Reads cfg/config.ini once at start-up; the getters answer from what was read
+// (or the defaults while nothing was).
+class ConfigReader {
+public:
+    static bool IniReader(const QString& path);
+    static void ResetToDefaults();
+
+    static QString getAgentLocalServerName();
+    static quint16 getAgentPort();
+    static QString getSchedulerLocalServerName();
+    static quint16 getSchedulerPort();
+    static bool getAllowRemote();
+    static quint64 getDateTimeFireType();
+
+    // For tests and tools that drive components without a file.
+    static void setDateTimeFireType(quint64 value);
+    static void setAgentEndpoint(const QString& name, quint16 port);
+    static void setSchedulerEndpoint(const QString& name, quint16 port);
+};

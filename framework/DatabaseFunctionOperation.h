@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+
+class TriggerAttribute;
+
+// The trigger table of data/alldb.db (SQLite through Qt SQL). The service only
+// reads it; the suite's other processes and orvelctl write it through the
+// writer operations below. Schema version 1:
+//
+//   CREATE TABLE triggers (plan_uuid TEXT PRIMARY KEY NOT NULL, plan_name TEXT,
+//     trigger_type INTEGER, start_time TEXT, end_time TEXT, interval_secs INTEGER,
+//     duration_secs INTEGER, week_days TEXT, months TEXT, month_days TEXT,
+//     day_last_flag INTEGER, end_flag INTEGER);  PRAGMA user_version = 1;
+class DatabaseFunctionOperation {
+public:
+    static constexpr int kSchemaVersion = 1;
+
+    DatabaseFunctionOperation();
+    ~DatabaseFunctionOperation();
+    DatabaseFunctionOperation(const DatabaseFunctionOperation&) = delete;
+    DatabaseFunctionOperation& operator=(const DatabaseFunctionOperation&) = delete;
+
+    // Opens an existing file read-only; false when it is not a readable
+    // SQLite database. Never changes the file.
+    bool Init(const QString& path);
+    // Fills the hash with heap attributes the caller owns; false when the
+    // trigger table cannot be read. Rows that cannot be read are logged and
+    // skipped.
+    bool LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes);
+    void UnInit();
+
+    // Opens (creating if needed) the file for writing and ensures the schema.
+    bool OpenForWriting(const QString& path, QString& error);
+    bool StoreTrigger(const QString& planUuid, const QString& planName, const TriggerAttribute& attribute,
+                      QString& error);
+    bool RemoveTrigger(const QString& planUuid, QString& error);
+
+private:
+    bool Open(const QString& path, const QString& options, QString& error);
+
+    QString m_connectionName;
+    bool m_open = false;
+};

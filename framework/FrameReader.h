@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QByteArray>
+
+// Cuts a byte stream into frames: a 32-bit big-endian payload length, then the
+// payload. A declared length above the limit poisons the reader; the caller
+// then closes the connection.
+class FrameReader {
+public:
+    void Append(const QByteArray& bytes);
+    // Takes the next complete payload; false when none is complete yet.
+    bool Next(QByteArray& payload);
+    bool Failed() const { return m_failed; }
+    quint32 RefusedLength() const { return m_refusedLength; }
+
+    static QByteArray Frame(const QByteArray& payload);
+
+private:
+    QByteArray m_buffer;
+    bool m_failed = false;
+    quint32 m_refusedLength = 0;
+};

@@ -1,0 +1,19 @@
+#include "TriggerAttribute.h"
+
+void TriggerAttribute::Read(QDataStream& in) {
+    in >> m_triggerType >> m_startTime >> m_endTime >> m_interval >> m_duration >> m_weekDays >> m_whichMoths >>
+        m_monthDays >> m_dayLastFlag >> m_triggerEndFlag;
+}
+
+void TriggerAttribute::Write(QDataStream& out) const {
+    out << m_triggerType << m_startTime << m_endTime << m_interval << m_duration << m_weekDays << m_whichMoths
+        << m_monthDays << m_dayLastFlag << m_triggerEndFlag;
+}
+
+bool TriggerAttribute::operator==(const TriggerAttribute& other) const {
+    return m_triggerType == other.m_triggerType && m_startTime == other.m_startTime &&
+           m_endTime == other.m_endTime && m_interval == other.m_interval && m_duration == other.m_duration &&
+           m_weekDays == other.m_weekDays && m_whichMoths == other.m_whichMoths &&
+           m_monthDays == other.m_monthDays && m_dayLastFlag == other.m_dayLastFlag &&
+           m_triggerEndFlag == other.m_triggerEndFlag;
+}

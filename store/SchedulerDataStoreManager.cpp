@@ -1,0 +1,156 @@
+#include "SchedulerDataStoreManager.h"
+
+#include "SchedulerMemoryObjects.h"
+
+#include "framework/CommandBuilder.h"
+#include "framework/CommonTools.h"
+#include "framework/Logger.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestNewOperationData.h"
+#include "framework/ResultCommand.h"
+#include "framework/SchedulerPlanData.h"
+#include "triggers/TriggerObject.h"
+
+DatabaseFunctionOperation SchedulerDataStoreManager::m_databaseOperation;
+
+namespace {
+bool Fail(const char* check) {
+    Logger::Debug(check);
+    return false;
+}
+
+const QByteArray& Payload(CommCommand* request) {
+    return static_cast<RequestCommand*>(request)->getRfrnRequestData();
+}
+} // namespace
+
+bool SchedulerDataStoreManager::Init(const QString& dbFile) {
+    if (dbFile.isEmpty()) {
+        return Fail("dbfile.isEmpty");
+    }
+    if (!INSTANCE_SCHEDULER_MEMORY_OBJECTS->Init()) {
+        return Fail("INSTANCE_SCHEDULER_MEMORY_OBJECTS->Init");
+    }
+    if (!CommonTools::IsFileExist(dbFile)) {
+        return true;
+    }
+    if (!m_databaseOperation.Init(dbFile)) {
+        return Fail("m_databaseOperation.Init");
+    }
+    if (!LoadDatabaseTriggerObjects()) {
+        return Fail("LoadDatabaseTriggerObjects");
+    }
+    return true;
+}
+
+bool SchedulerDataStoreManager::Start() {
+    return true;
+}
+
+void SchedulerDataStoreManager::Stop() {}
+
+void SchedulerDataStoreManager::UnInit() {
+    m_databaseOperation.UnInit();
+    INSTANCE_SCHEDULER_MEMORY_OBJECTS->UnInit();
+}
+
+bool SchedulerDataStoreManager::LoadDatabaseTriggerObjects() {
+    QMutexLocker locker(GetTriggerObjectMutex());
+    QHash<QString, TriggerObject*>* registry = GetTriggerObjectHash();
+    if (registry == nullptr) {
+        return false;
+    }
+    QHash<QString, TriggerAttribute*> attributes;
+    if (!m_databaseOperation.LoadTriggerAttributes(attributes)) {
+        qDeleteAll(attributes);
+        return false;
+    }
+    registry->reserve(registry->size() + attributes.size());
+    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
+        if (it.value() == nullptr) {
+            continue;
+        }
+        if (!registry->contains(it.key())) {
+            auto* object = new TriggerObject();
+            object->setPlanUuid(it.key());
+            object->setTriggerAttribute(*it.value());
+            registry->insert(it.key(), object);
+        }
+        delete it.value();
+    }
+    return true;
+}
+
+TriggerObject* SchedulerDataStoreManager::GetTriggerObject(const QString& planUuid) {
+    if (planUuid.isEmpty()) {
+        return nullptr;
+    }
+    return INSTANCE_SCHEDULER_MEMORY_OBJECTS->FindTriggerObject(planUuid);
+}
+
+TriggerObject* SchedulerDataStoreManager::AddTriggerObject(CommCommand* request) {
+    if (request == nullptr || request->getPlanUuid().isEmpty()) {
+        return nullptr;
+    }
+    RequestNewOperationData data;
+    if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
+        return nullptr;
+    }
+    auto* object = new TriggerObject(data);
+    object->setPlanUuid(request->getPlanUuid());
+    if (!INSTANCE_SCHEDULER_MEMORY_OBJECTS->InsertTriggerObject(object->getPlanUuid(), object)) {
+        delete object;
+        return nullptr;
+    }
+    return object;
+}
+
+TriggerObject* SchedulerDataStoreManager::ModifyTriggerObject(CommCommand* request) {
+    if (request == nullptr || request->getPlanUuid().isEmpty()) {
+        return nullptr;
+    }
+    SchedulerPlanData data;
+    if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
+        return nullptr;
+    }
+    const QString planUuid = request->getPlanUuid();
+    TriggerObject* object = INSTANCE_SCHEDULER_MEMORY_OBJECTS->FindTriggerObject(planUuid);
+    if (object == nullptr) {
+        object = new TriggerObject();
+        if (!INSTANCE_SCHEDULER_MEMORY_OBJECTS->InsertTriggerObject(planUuid, object)) {
+            delete object;
+            return nullptr;
+        }
+    }
+    const SchedulerPlan& plan = data.getRfrnSchedulerPlan();
+    object->setPlanUuid(planUuid);
+    object->setPlanName(plan.getPlanName());
+    object->setTriggerAttribute(plan.getObjectTriggerAttribute());
+    object->setRepeatCount(0);
+    object->setStartOffsetSecs(0);
+    object->setFirstSeekDone(0);
+    object->setNextStartTime(QString());
+    object->getObjectTriggerAttribute().setTriggerEndFlag(0);
+    return object;
+}
+
+bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, ResultCommand* result) {
+    if (result == nullptr) {
+        return false;
+    }
+    if (planUuid.isEmpty() || INSTANCE_SCHEDULER_MEMORY_OBJECTS->FindTriggerObject(planUuid) == nullptr) {
+        result->setUintResult(1);
+        return false;
+    }
+    delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
+    result->setUintResult(0);
+    return true;
+}
+
+QHash<QString, TriggerObject*>* SchedulerDataStoreManager::GetTriggerObjectHash() {
+    return INSTANCE_SCHEDULER_MEMORY_OBJECTS->GetTriggerObjectHash();
+}
+
+QMutex* SchedulerDataStoreManager::GetTriggerObjectMutex() {
+    return INSTANCE_SCHEDULER_MEMORY_OBJECTS->GetTriggerObjectMutex();
+}

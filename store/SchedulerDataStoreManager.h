@@ -1,0 +1,35 @@
+#pragma once
+
+#include "framework/DatabaseFunctionOperation.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QString>
+
+class CommCommand;
+class ResultCommand;
+class TriggerObject;
+
+// Keeps the trigger store: loads the stored triggers into the registry at
+// start-up, and creates, updates and removes trigger objects for plan commands.
+class SchedulerDataStoreManager {
+public:
+    virtual ~SchedulerDataStoreManager() = default;
+
+    bool Init(const QString& dbFile);
+    bool Start();
+    void Stop();
+    void UnInit();
+
+    static TriggerObject* GetTriggerObject(const QString& planUuid);
+    static TriggerObject* AddTriggerObject(CommCommand* request);
+    static TriggerObject* ModifyTriggerObject(CommCommand* request);
+    static bool DeleteTriggerObject(const QString& planUuid, ResultCommand* result);
+    static QHash<QString, TriggerObject*>* GetTriggerObjectHash();
+    static QMutex* GetTriggerObjectMutex();
+
+private:
+    bool LoadDatabaseTriggerObjects();
+
+    static DatabaseFunctionOperation m_databaseOperation;
+};

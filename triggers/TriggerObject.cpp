@@ -1,0 +1,22 @@
+#include "TriggerObject.h"
+
+TriggerObject::TriggerObject(const RequestNewOperationData& data) : m_triggerAttribute(data.getTriggerAttribute()) {}
+
+void TriggerObject::Read(QDataStream& in) {
+    qint64 repeatCount = 0;
+    qint64 startOffset = 0;
+    qint64 firstSeek = 0;
+    in >> m_planUuid >> m_planName;
+    m_triggerAttribute.Read(in);
+    in >> repeatCount >> startOffset >> firstSeek >> m_nextStartTime;
+    m_repeatCount = static_cast<quint64>(repeatCount);
+    m_startOffsetSecs = static_cast<quint64>(startOffset);
+    m_firstSeekDone = static_cast<quint64>(firstSeek);
+}
+
+void TriggerObject::Write(QDataStream& out) const {
+    out << m_planUuid << m_planName;
+    m_triggerAttribute.Write(out);
+    out << static_cast<qint64>(m_repeatCount) << static_cast<qint64>(m_startOffsetSecs)
+        << static_cast<qint64>(m_firstSeekDone) << m_nextStartTime;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "framework/RequestNewOperationData.h"
+#include "framework/TriggerAttribute.h"
+
+#include <QString>
+
+// The service's working record of one scheduled plan: identity, trigger
+// definition and what the schedule computation remembers between two runs.
+class TriggerObject {
+public:
+    TriggerObject() = default;
+    explicit TriggerObject(const RequestNewOperationData& data);
+    TriggerObject(const TriggerObject&) = default;
+    TriggerObject& operator=(const TriggerObject&) = default;
+    virtual ~TriggerObject() = default;
+
+    virtual void Read(QDataStream& in);
+    virtual void Write(QDataStream& out) const;
+
+    QString getPlanUuid() const { return m_planUuid; }
+    void setPlanUuid(const QString& value) { m_planUuid = value; }
+    QString getPlanName() const { return m_planName; }
+    void setPlanName(const QString& value) { m_planName = value; }
+    TriggerAttribute getTriggerAttribute() const { return m_triggerAttribute; }
+    TriggerAttribute& getObjectTriggerAttribute() { return m_triggerAttribute; }
+    void setTriggerAttribute(const TriggerAttribute& value) { m_triggerAttribute = value; }
+    quint64 getRepeatCount() const { return m_repeatCount; }
+    void setRepeatCount(quint64 value) { m_repeatCount = value; }
+    quint64 getStartOffsetSecs() const { return m_startOffsetSecs; }
+    void setStartOffsetSecs(quint64 value) { m_startOffsetSecs = value; }
+    quint64 getFirstSeekDone() const { return m_firstSeekDone; }
+    void setFirstSeekDone(quint64 value) { m_firstSeekDone = value; }
+    QString getNextStartTime() const { return m_nextStartTime; }
+    void setNextStartTime(const QString& value) { m_nextStartTime = value; }
+
+private:
+    QString m_planUuid;
+    QString m_planName;
+    TriggerAttribute m_triggerAttribute;
+    quint64 m_repeatCount = 0;
+    quint64 m_startOffsetSecs = 0;
+    quint64 m_firstSeekDone = 0;
+    QString m_nextStartTime;
+};

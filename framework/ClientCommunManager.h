@@ -6,7 +6,7 @@
 #include <QObject>
 
 class CommCommand;
-class SocketCommandPackage;
+#include "SocketCommandPackage.h"
 
 // Base of the client link to the agent. The static RequestCommunCommand routes
 // a command to the one live manager, which serialises it in onRequestCommand;

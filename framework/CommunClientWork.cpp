@@ -41,9 +41,12 @@ void CommunClientWork::onRequestData(QByteArray blocks) {
     EnsureSocket();
     if (m_pending.size() >= kBufferLimit) {
         m_pending.pop_front();
-        Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest was dropped.")
-                         .arg(Destination())
-                         .arg(kBufferLimit));
+        // One line per outage, not one per dropped command.
+        if (m_dropped++ == 0) {
+            Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest are being dropped.")
+                             .arg(Destination())
+                             .arg(kBufferLimit));
+        }
     }
     m_pending.push_back(FrameReader::Frame(blocks));
     if (m_socket->state() == QAbstractSocket::ConnectedState) {
@@ -108,6 +111,10 @@ void CommunClientWork::onConnected() {
     m_retryMSecs = kFirstRetryMSecs;
     m_reportedFailure = false;
     Logger::Info(QString("Connected to the agent at %1.").arg(Destination()));
+    if (m_dropped != 0) {
+        Logger::Warn(QString("%1 commands to the agent were dropped while it was unreachable.").arg(m_dropped));
+        m_dropped = 0;
+    }
     Flush();
 }
 

@@ -56,6 +56,7 @@ private:
     QTimer* m_retryTimer = nullptr;
     int m_retryMSecs = kFirstRetryMSecs;
     bool m_reportedFailure = false;
+    quint64 m_dropped = 0;
     FrameReader m_reader;
     std::deque<QByteArray> m_pending;
 };

@@ -9,7 +9,7 @@
 
 class CommCommand;
 class QIODevice;
-class SocketCommandPackage;
+#include "SocketCommandPackage.h"
 
 // A bounded queue of request packages with one consumer thread, which emits
 // each package with dealQueuePackageCommand. Receivers connect with queued

@@ -1,0 +1,85 @@
+#include "SchedulerClientCommunManager.h"
+
+#include "framework/CommCommand.h"
+#include "framework/CommandBuilder.h"
+#include "framework/Logger.h"
+#include "triggers/FireState.h"
+
+SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
+
+SchedulerClientCommunManager::~SchedulerClientCommunManager() {
+    Stop();
+}
+
+bool SchedulerClientCommunManager::Init() {
+    if (!m_refreshClientWork.Init()) {
+        return false;
+    }
+    return m_controlClientWork.Init();
+}
+
+void SchedulerClientCommunManager::UnInit() {
+    m_refreshClientWork.UnInit();
+    m_controlClientWork.UnInit();
+}
+
+void SchedulerClientCommunManager::Wire(CommunClientWork& work,
+                                        void (SchedulerClientCommunManager::*request)(QByteArray)) {
+    connect(this, &ClientCommunManager::toConnectServer, &work, &CommunClientWork::onreconnectServer,
+            Qt::QueuedConnection);
+    connect(this, request, &work, &CommunClientWork::onRequestData, Qt::QueuedConnection);
+    connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
+            Qt::QueuedConnection);
+}
+
+bool SchedulerClientCommunManager::Start() {
+    if (m_refreshThread.isRunning()) {
+        return true;
+    }
+    Wire(m_refreshClientWork, &SchedulerClientCommunManager::refreshRequestCommand);
+    Wire(m_controlClientWork, &SchedulerClientCommunManager::controlRequestCommand);
+    m_refreshClientWork.moveToThread(&m_refreshThread);
+    m_refreshThread.start(QThread::InheritPriority);
+    m_controlClientWork.moveToThread(&m_controlThread);
+    m_controlThread.start(QThread::InheritPriority);
+    return true;
+}
+
+void SchedulerClientCommunManager::Stop() {
+    m_refreshThread.quit();
+    m_refreshThread.wait();
+    m_controlThread.quit();
+    m_controlThread.wait();
+}
+
+void SchedulerClientCommunManager::SetCommunAttribute(const CommunAttribute& attribute) {
+    ClientCommunManager::SetCommunAttribute(attribute);
+    m_refreshClientWork.SetCommunAttribute(attribute);
+    m_controlClientWork.SetCommunAttribute(attribute);
+}
+
+void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
+    if (command == nullptr) {
+        Logger::Warn("The client request command into parameter pointer is null.");
+        return;
+    }
+    const QString trace = command->getTraceFlag();
+    bool differs = false;
+    {
+        QMutexLocker locker(&m_communAttributeMutex);
+        differs = m_communAttribute != command->getObjectCommunAttribute();
+    }
+    if (differs) {
+        Logger::Warn(
+            QString("The client request plan%1 CommunAttribute does not match in the onRequestCommand.").arg(trace, 0));
+        return;
+    }
+    Logger::Info(
+        QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.").arg(trace, 0));
+    const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
+    if (command->getCommandType() == CommandTypes::kTriggerInfo) {
+        Q_EMIT refreshRequestCommand(bytes);
+    } else {
+        Q_EMIT controlRequestCommand(bytes);
+    }
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "framework/ClientCommunManager.h"
+#include "framework/CommunClientWork.h"
+
+#include <QThread>
+
+// The client link to the agent: trigger-info commands (601) go through the
+// refresh worker, every other command through the control worker, each on its
+// own thread; the agent's replies come back as dealCommandResult.
+class SchedulerClientCommunManager : public ClientCommunManager {
+    Q_OBJECT
+public:
+    explicit SchedulerClientCommunManager(QObject* parent = nullptr);
+    ~SchedulerClientCommunManager() override;
+
+    bool Init() override;
+    void UnInit() override;
+    bool Start() override;
+    void Stop() override;
+    void SetCommunAttribute(const CommunAttribute& attribute) override;
+
+Q_SIGNALS:
+    void refreshRequestCommand(QByteArray blocks);
+    void controlRequestCommand(QByteArray blocks);
+    void dealCommandResult(QByteArray blocks);
+
+public Q_SLOTS:
+    void onRequestCommand(CommCommand* command) override;
+
+private:
+    void Wire(CommunClientWork& work, void (SchedulerClientCommunManager::*request)(QByteArray));
+
+    QThread m_refreshThread;
+    CommunClientWork m_refreshClientWork;
+    QThread m_controlThread;
+    CommunClientWork m_controlClientWork;
+};

@@ -1,0 +1,172 @@
+#include "SchedulerServerCommandDealwith.h"
+
+#include "firing/TriggerFireManager.h"
+#include "framework/CommandBuilder.h"
+#include "framework/Logger.h"
+#include "framework/RequestCommand.h"
+#include "framework/ResultCommand.h"
+#include "framework/SchedulerPlanData.h"
+#include "framework/SocketCommandPackage.h"
+#include "store/SchedulerDataStoreManager.h"
+#include "triggers/FireState.h"
+#include "triggers/TriggerObject.h"
+
+namespace {
+constexpr quint64 kSuccess = 0;
+constexpr quint64 kFailure = 1;
+
+ResultCommand* NewResult() {
+    return static_cast<ResultCommand*>(CommandBuilder::BuilderCommand(CommandTypes::kResult));
+}
+
+ResultCommand* Finish(ResultCommand* result, quint64 value) {
+    result->setUintResult(value);
+    return result;
+}
+
+quint64 TypeOf(TriggerObject* object) {
+    return object->getObjectTriggerAttribute().getTriggerType();
+}
+} // namespace
+
+SchedulerServerCommandDealwith::SchedulerServerCommandDealwith(QObject* parent) : QObject(parent) {}
+
+// Creates, lists and starts the fire of a registered trigger object: 0 when the
+// plan is served (started, or finished at once and removed again), 1 when it
+// has no fire.
+quint64 SchedulerServerCommandDealwith::StartNewFire(TriggerObject* object) {
+    TriggerFire* fire = TriggerFireManager::NewTriggerFireCommand(object);
+    if (fire == nullptr) {
+        return kFailure;
+    }
+    const quint64 started = TriggerFireManager::StartTriggerFire(fire);
+    if (started == 1) {
+        return kFailure;
+    }
+    if (started == 2) {
+        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), TypeOf(object));
+    }
+    return kSuccess;
+}
+
+ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {
+    ResultCommand* result = NewResult();
+    if (result == nullptr) {
+        return nullptr;
+    }
+    if (request == nullptr) {
+        return Finish(result, kFailure);
+    }
+    TriggerObject* object = SchedulerDataStoreManager::AddTriggerObject(request);
+    if (object == nullptr) {
+        return Finish(result, kFailure);
+    }
+    return Finish(result, StartNewFire(object));
+}
+
+ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
+    ResultCommand* result = NewResult();
+    if (result == nullptr) {
+        return nullptr;
+    }
+    if (request == nullptr) {
+        return Finish(result, kFailure);
+    }
+    const QString planUuid = request->getPlanUuid();
+    TriggerObject* object = SchedulerDataStoreManager::GetTriggerObject(planUuid);
+    if (object == nullptr || !TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(object))) {
+        return Finish(result, kFailure);
+    }
+    const bool deleted = SchedulerDataStoreManager::DeleteTriggerObject(planUuid, result);
+    return Finish(result, deleted ? kSuccess : kFailure);
+}
+
+// The plan's current fire is removed before its trigger object is changed, by
+// the type the object holds now: no fire then reads the object while it is
+// rewritten, and a plan that moves between calendar and event triggers leaves
+// no fire of its old kind behind.
+ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand* request) {
+    ResultCommand* result = NewResult();
+    if (result == nullptr) {
+        return nullptr;
+    }
+    if (request == nullptr) {
+        return Finish(result, kFailure);
+    }
+    const QString planUuid = request->getPlanUuid();
+    SchedulerPlanData data;
+    const bool decoded = CommandBuilder::BytearrayToData(
+        static_cast<RequestCommand*>(request)->getRfrnRequestData(), &data);
+    if (!decoded || planUuid.isEmpty()) {
+        return Finish(result, kFailure);
+    }
+    TriggerObject* existing = SchedulerDataStoreManager::GetTriggerObject(planUuid);
+    if (existing != nullptr) {
+        TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(existing));
+    }
+    TriggerObject* object = SchedulerDataStoreManager::ModifyTriggerObject(request);
+    if (object == nullptr) {
+        return Finish(result, kFailure);
+    }
+    const quint64 newType = data.getRfrnSchedulerPlan().getObjectTriggerAttribute().getTriggerType();
+    if (!TriggerFireManager::RemoveTriggerFire(planUuid, newType)) {
+        return Finish(result, kFailure);
+    }
+    return Finish(result, StartNewFire(object));
+}
+
+ResultCommand* SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* request) {
+    if (request == nullptr) {
+        Logger::Error("Server request command pointer is NULL.");
+        return nullptr;
+    }
+    ResultCommand* result = nullptr;
+    switch (request->getCommandType()) {
+    case CommandTypes::kNewPlan:
+        result = DealNewPlanCommand(request);
+        break;
+    case CommandTypes::kDeletePlan:
+        result = DealDeletePlanCommand(request);
+        break;
+    case CommandTypes::kModifyPlan:
+        result = DealModifyPlanCommand(request);
+        break;
+    default:
+        return nullptr;
+    }
+    if (result == nullptr) {
+        return nullptr;
+    }
+    const QString trace = request->getTraceFlag();
+    if (result->getUintResult() != kSuccess) {
+        Logger::Error(QString("Server deal with request command%1 unsuccessfully.").arg(trace, 0));
+    } else {
+        Logger::Info(QString("Server deal with request command%1 was successful.").arg(trace, 0));
+    }
+    return result;
+}
+
+void SchedulerServerCommandDealwith::onDealQueuePackageCommand(SocketCommandPackage* psocketcommand) {
+    if (psocketcommand == nullptr) {
+        Logger::Error("Server command deal with into the parameter pointer is null.");
+        return;
+    }
+    CommCommand* request = psocketcommand->getCommand();
+    if (request == nullptr) {
+        Logger::Error("Server command deal with into the command pointer is null.");
+        return;
+    }
+    const QString trace = request->getTraceFlag();
+    Logger::Info(
+        QString("Server command%1 reach SchedulerServerCommandDealwith in the onDealQueuePackageCommand.").arg(trace, 0));
+    ResultCommand* result = DealRequestCommand(request);
+    if (result == nullptr) {
+        Logger::Error(QString("Server deal with command%1 return pointer is NULL.").arg(trace, 0));
+        // No reply goes out, but the package is still released, on the
+        // server's thread where every package ends.
+        Q_EMIT dealCommandResult(psocketcommand, nullptr);
+        return;
+    }
+    result->GetRequestCommandInfo(*request);
+    Q_EMIT dealCommandResult(psocketcommand, result);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "SchedulerServerCommandDealwith.h"
+
+#include "framework/CommunServer.h"
+
+#include <QThread>
+
+class QIODevice;
+#include "framework/ResultCommand.h"
+#include "framework/SocketCommandPackage.h"
+
+// The command server: requests arrive on the endpoint, go through the
+// producer/consumer queue, are handled on the dealing thread and answered on
+// the socket they came from.
+class SchedulerServerManager : public QObject {
+    Q_OBJECT
+public:
+    explicit SchedulerServerManager(QObject* parent = nullptr);
+    ~SchedulerServerManager() override;
+
+    bool Init();
+    bool Start();
+    void Stop();
+    void UnInit();
+
+    quint16 serverPort() const { return m_communServer.serverPort(); }
+
+Q_SIGNALS:
+    void dealQueuePackageCommand(SocketCommandPackage* ppackage);
+
+public Q_SLOTS:
+    void onDealQueuePackageCommand(SocketCommandPackage* ppackage);
+
+private Q_SLOTS:
+    void onProducerPackageCommand(quint64 commtype, QIODevice* psocket, QByteArray bytes);
+    void onDealCommandResult(SocketCommandPackage* ppackage, ResultCommand* pretcommand);
+
+private:
+    void ReleaseLater(SocketCommandPackage* package);
+
+    CommunServer m_communServer;
+    QThread m_dealThread;
+    SchedulerServerCommandDealwith m_commandDealwith;
+};

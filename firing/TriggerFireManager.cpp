@@ -1,0 +1,60 @@
+#include "TriggerFireManager.h"
+
+#include "TriggerFireManagerWork.h"
+
+#include "framework/ConfigReader.h"
+
+TriggerFireManager::TriggerFireManager(QObject* parent) : QObject(parent) {}
+
+bool TriggerFireManager::Init() {
+    return TriggerFireManagerWork::Instance().Init();
+}
+
+bool TriggerFireManager::Start() {
+    TriggerFireManagerWork& work = TriggerFireManagerWork::Instance();
+    if (!work.StartAllTriggerFires()) {
+        return false;
+    }
+    if (ConfigReader::getDateTimeFireType() == 1) {
+        return true;
+    }
+    connect(&m_atTimer, &QTimer::timeout, &work, &TriggerFireManagerWork::onAtTimerOut, Qt::UniqueConnection);
+    connect(this, &TriggerFireManager::killAtTimer, this, &TriggerFireManager::onkillAtTimer, Qt::UniqueConnection);
+    m_atTimer.start(kPollIntervalMSecs);
+    return true;
+}
+
+void TriggerFireManager::Stop() {
+    TriggerFireManagerWork& work = TriggerFireManagerWork::Instance();
+    if (ConfigReader::getDateTimeFireType() != 1) {
+        Q_EMIT killAtTimer();
+        disconnect(&m_atTimer, &QTimer::timeout, &work, &TriggerFireManagerWork::onAtTimerOut);
+    }
+    work.StopAllTriggerFires();
+}
+
+void TriggerFireManager::UnInit() {
+    TriggerFireManagerWork::Instance().UnInit();
+}
+
+TriggerFire* TriggerFireManager::NewTriggerFireCommand(TriggerObject* object) {
+    return TriggerFireManagerWork::Instance().NewTriggerFireCommand(object);
+}
+
+quint64 TriggerFireManager::StartTriggerFire(TriggerFire* fire) {
+    return TriggerFireManagerWork::Instance().StartTriggerFire(fire);
+}
+
+bool TriggerFireManager::RemoveTriggerFire(const QString& planUuid, quint64 type) {
+    return TriggerFireManagerWork::Instance().RemoveTriggerFire(planUuid, type);
+}
+
+bool TriggerFireManager::FireEventTrigger(quint64 eventType) {
+    return TriggerFireManagerWork::Instance().FireEventTrigger(eventType);
+}
+
+void TriggerFireManager::onkillAtTimer() {
+    if (m_atTimer.isActive()) {
+        m_atTimer.stop();
+    }
+}

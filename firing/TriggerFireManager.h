@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+class TriggerFire;
+class TriggerObject;
+
+// The task scheduler's handle on trigger firing: owns the 500 ms poll timer of
+// the polling mode and forwards everything else to the one worker.
+class TriggerFireManager : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int kPollIntervalMSecs = 500;
+
+    explicit TriggerFireManager(QObject* parent = nullptr);
+
+    bool Init();
+    bool Start();
+    void Stop();
+    void UnInit();
+
+    static TriggerFire* NewTriggerFireCommand(TriggerObject* object);
+    static quint64 StartTriggerFire(TriggerFire* fire);
+    static bool RemoveTriggerFire(const QString& planUuid, quint64 type);
+    static bool FireEventTrigger(quint64 eventType);
+
+    bool isPolling() const { return m_atTimer.isActive(); }
+
+Q_SIGNALS:
+    void killAtTimer();
+
+public Q_SLOTS:
+    void onkillAtTimer();
+
+private:
+    QTimer m_atTimer;
+};

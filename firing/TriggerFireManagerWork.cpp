@@ -1,0 +1,519 @@
+#include "TriggerFireManagerWork.h"
+
+#include "framework/Clock.h"
+#include "framework/ConfigReader.h"
+#include "framework/Logger.h"
+#include "store/SchedulerDataStoreManager.h"
+#include "triggers/AtTimeFire.h"
+#include "triggers/EventerFire.h"
+#include "triggers/FireState.h"
+#include "triggers/JobTask.h"
+#include "triggers/TimerFire.h"
+#include "triggers/TriggerObject.h"
+
+#include <QThread>
+
+#include <limits>
+
+namespace {
+const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
+const QString kMinuteFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
+constexpr qint64 kMinuteMSecs = 60000;
+
+bool IsTimerMode() {
+    return ConfigReader::getDateTimeFireType() == 1;
+}
+
+QDateTime MinuteStart(const QDateTime& t) {
+    QDateTime start = t;
+    start.setTime(QTime(t.time().hour(), t.time().minute()));
+    return start;
+}
+
+// The one worker of the process, created before main runs.
+[[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
+} // namespace
+
+TriggerFireManagerWork& TriggerFireManagerWork::Instance() {
+    static TriggerFireManagerWork work;
+    return work;
+}
+
+bool TriggerFireManagerWork::Init() {
+    {
+        QMutexLocker locker(&m_dateTimeMutex);
+        if (m_dateTimeFires == nullptr) {
+            m_dateTimeFires = new QHash<QString, TriggerFire*>();
+        }
+        m_pollIdleUntilMSecs = 0;
+    }
+    {
+        QMutexLocker locker(&m_eventMutex);
+        if (m_eventFires == nullptr) {
+            m_eventFires = new QMultiHash<quint64, TriggerFire*>();
+        }
+    }
+    if (!LoadTriggerFires()) {
+        Logger::Error("Failed to load trigger fires.");
+        return false;
+    }
+    return true;
+}
+
+bool TriggerFireManagerWork::LoadTriggerFires() {
+    QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
+    if (registry == nullptr) {
+        return false;
+    }
+    for (TriggerObject* object : qAsConst(*registry)) {
+        if (object == nullptr) {
+            return false;
+        }
+        TriggerAttribute& attribute = object->getObjectTriggerAttribute();
+        if (attribute.getTriggerEndFlag() != 0) {
+            continue;
+        }
+        const quint64 type = attribute.getTriggerType();
+        TriggerFire* fire = NewTriggerFire(type, object);
+        if (!InsertTriggerFire(object->getPlanUuid(), type, fire)) {
+            delete fire;
+            return false;
+        }
+    }
+    return true;
+}
+
+TriggerFire* TriggerFireManagerWork::NewTriggerFire(quint64 type, TriggerObject* object) {
+    if (object == nullptr || type == 0) {
+        return nullptr;
+    }
+    TriggerFire* fire = nullptr;
+    if (TriggerTypes::IsDateTime(type)) {
+        if (IsTimerMode()) {
+            auto* timerFire = new TimerFire();
+            connect(timerFire, &DateTimeFire::timerFireTimeout, this, &TriggerFireManagerWork::onTimerFireTimeout,
+                    Qt::QueuedConnection);
+            fire = timerFire;
+        } else {
+            fire = new AtTimeFire();
+        }
+    } else if (TriggerTypes::IsEvent(type)) {
+        fire = new EventerFire();
+    } else {
+        return nullptr;
+    }
+    fire->moveToThread(thread());
+    fire->SetTriggerObject(object);
+    return fire;
+}
+
+bool TriggerFireManagerWork::InsertDateTimeFireLocked(const QString& planUuid, TriggerFire* fire) {
+    if (m_dateTimeFires == nullptr || m_dateTimeFires->contains(planUuid)) {
+        return false;
+    }
+    m_dateTimeFires->insert(planUuid, fire);
+    m_pollIdleUntilMSecs = 0;
+    return true;
+}
+
+bool TriggerFireManagerWork::InsertTriggerFire(const QString& planUuid, quint64 type, TriggerFire* fire) {
+    if (fire == nullptr || planUuid.isEmpty() || type == 0) {
+        return false;
+    }
+    if (TriggerTypes::IsDateTime(type)) {
+        QMutexLocker locker(&m_dateTimeMutex);
+        return InsertDateTimeFireLocked(planUuid, fire);
+    }
+    if (TriggerTypes::IsEvent(type)) {
+        QMutexLocker locker(&m_eventMutex);
+        if (m_eventFires == nullptr) {
+            return false;
+        }
+        m_eventFires->insert(type, fire);
+        return true;
+    }
+    return false;
+}
+
+TriggerFire* TriggerFireManagerWork::NewTriggerFireCommand(TriggerObject* object) {
+    if (object == nullptr) {
+        return nullptr;
+    }
+    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    TriggerFire* fire = NewTriggerFire(type, object);
+    if (fire == nullptr) {
+        return nullptr;
+    }
+    if (!InsertTriggerFire(object->getPlanUuid(), type, fire)) {
+        DisposeFire(fire);
+        return nullptr;
+    }
+    return fire;
+}
+
+TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object) {
+    TriggerFire* fire = NewTriggerFire(object->getObjectTriggerAttribute().getTriggerType(), object);
+    if (fire == nullptr) {
+        return nullptr;
+    }
+    if (!InsertDateTimeFireLocked(object->getPlanUuid(), fire)) {
+        DisposeFire(fire);
+        return nullptr;
+    }
+    return fire;
+}
+
+void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fireClass) {
+    object->getObjectTriggerAttribute().setTriggerEndFlag(1);
+    if (!JobTask::ReportTriggerInfo(object)) {
+        Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
+                          .arg(fireClass, object->getPlanUuid()));
+    }
+    Logger::Info(QString("The %1 of scheduler[%2] trigger execution finished.").arg(fireClass, object->getPlanUuid()));
+}
+
+quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    if (object == nullptr) {
+        return 1;
+    }
+    const quint64 state = fire->Start();
+    if (state == FireState::kScheduled) {
+        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(object->getPlanUuid()));
+        return 0;
+    }
+    if (state == FireState::kFinished) {
+        if (object->getObjectTriggerAttribute().getTriggerEndFlag() == 0) {
+            EndTrigger(object, "TriggerFire");
+        }
+        return 2;
+    }
+    Logger::Error(QString("The TriggerFire of scheduler[%1] execution error.").arg(object->getPlanUuid()));
+    return 2;
+}
+
+bool TriggerFireManagerWork::StartAllTriggerFires() {
+    {
+        QMutexLocker locker(&m_dateTimeMutex);
+        if (m_dateTimeFires != nullptr) {
+            for (auto it = m_dateTimeFires->begin(); it != m_dateTimeFires->end();) {
+                TriggerFire* fire = it.value();
+                if (fire == nullptr) {
+                    return false;
+                }
+                if (StartTriggerFire(fire) != 2) {
+                    ++it;
+                    continue;
+                }
+                it = m_dateTimeFires->erase(it);
+                fire->Stop();
+                DisposeFire(fire);
+            }
+        }
+    }
+    QMutexLocker locker(&m_eventMutex);
+    if (m_eventFires == nullptr) {
+        return true;
+    }
+    for (auto it = m_eventFires->begin(); it != m_eventFires->end();) {
+        TriggerFire* fire = it.value();
+        if (fire == nullptr) {
+            return false;
+        }
+        if (StartTriggerFire(fire) != 2) {
+            ++it;
+            continue;
+        }
+        it = m_eventFires->erase(it);
+        fire->Stop();
+        DisposeFire(fire);
+    }
+    return true;
+}
+
+void TriggerFireManagerWork::StopAllTriggerFires() {
+    {
+        QMutexLocker locker(&m_dateTimeMutex);
+        if (m_dateTimeFires != nullptr) {
+            // One emission after connecting every fire stops all their timers;
+            // emitting once per fire would reach the fires connected so far
+            // again and again.
+            for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+                if (fire != nullptr) {
+                    connect(this, SIGNAL(killDateTimer()), fire, SLOT(onkillDateTimer()), Qt::UniqueConnection);
+                }
+            }
+            Q_EMIT killDateTimer();
+            for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+                if (fire != nullptr) {
+                    fire->Stop();
+                }
+            }
+        }
+    }
+    QMutexLocker locker(&m_eventMutex);
+    if (m_eventFires == nullptr) {
+        return;
+    }
+    for (TriggerFire* fire : qAsConst(*m_eventFires)) {
+        if (fire != nullptr) {
+            fire->Stop();
+        }
+    }
+}
+
+bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 type) {
+    if (planUuid.isEmpty() || type == 0) {
+        return false;
+    }
+    if (TriggerTypes::IsDateTime(type)) {
+        QMutexLocker locker(&m_dateTimeMutex);
+        if (m_dateTimeFires == nullptr) {
+            return true;
+        }
+        TriggerFire* fire = m_dateTimeFires->take(planUuid);
+        if (fire != nullptr) {
+            fire->Stop();
+            DisposeFire(fire);
+        }
+        return true;
+    }
+    if (!TriggerTypes::IsEvent(type)) {
+        return false;
+    }
+    QMutexLocker locker(&m_eventMutex);
+    if (m_eventFires == nullptr) {
+        return true;
+    }
+    for (auto it = m_eventFires->begin(); it != m_eventFires->end();) {
+        auto* fire = static_cast<EventerFire*>(it.value());
+        if (fire == nullptr || fire->getPlanUuid() != planUuid) {
+            ++it;
+            continue;
+        }
+        it = m_eventFires->erase(it);
+        fire->Stop();
+        DisposeFire(fire);
+    }
+    return true;
+}
+
+void TriggerFireManagerWork::DeleteAllTriggerFires() {
+    {
+        QMutexLocker locker(&m_dateTimeMutex);
+        if (m_dateTimeFires != nullptr) {
+            for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+                DisposeFire(fire);
+            }
+            m_dateTimeFires->clear();
+        }
+    }
+    QMutexLocker locker(&m_eventMutex);
+    if (m_eventFires != nullptr) {
+        for (TriggerFire* fire : qAsConst(*m_eventFires)) {
+            DisposeFire(fire);
+        }
+        m_eventFires->clear();
+    }
+}
+
+void TriggerFireManagerWork::UnInit() {
+    DeleteAllTriggerFires();
+    {
+        QMutexLocker locker(&m_eventMutex);
+        delete m_eventFires;
+        m_eventFires = nullptr;
+    }
+    QMutexLocker locker(&m_dateTimeMutex);
+    delete m_dateTimeFires;
+    m_dateTimeFires = nullptr;
+}
+
+void TriggerFireManagerWork::DisposeFire(TriggerFire* fire) {
+    if (fire == nullptr) {
+        return;
+    }
+    if (fire->thread() == QThread::currentThread()) {
+        delete fire;
+    } else {
+        fire->deleteLater();
+    }
+}
+
+void TriggerFireManagerWork::onAtTimerOut() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr || Clock::nowMSecsSinceEpoch() < m_pollIdleUntilMSecs) {
+        return;
+    }
+    qint64 earliestDueMSecs = std::numeric_limits<qint64>::max();
+    for (auto it = m_dateTimeFires->begin(); it != m_dateTimeFires->end();) {
+        TriggerFire* fire = it.value();
+        if (PollOne(fire, earliestDueMSecs)) {
+            ++it;
+            continue;
+        }
+        it = m_dateTimeFires->erase(it);
+        fire->Stop();
+        DisposeFire(fire);
+    }
+    m_pollIdleUntilMSecs = earliestDueMSecs;
+}
+
+// One entry of the poll; false when the fire has ended and leaves the table.
+bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSecs) {
+    auto* fire = qobject_cast<AtTimeFire*>(entry);
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    if (object == nullptr) {
+        Logger::Error("AtTimeFire or TriggerObject pointer is NULL in the onAtTimerOut.");
+        earliestDueMSecs = qMin(earliestDueMSecs, nowMSecs);
+        return true;
+    }
+    const QString planUuid = object->getPlanUuid();
+    const QString text = object->getNextStartTime();
+    bool fired = false;
+    if (!text.isEmpty()) {
+        qint64 nextMSecs = 0;
+        qint64 minuteStartMSecs = 0;
+        const bool valid = fire->CachedNextStart(text, nextMSecs, minuteStartMSecs);
+        if (valid && minuteStartMSecs <= nowMSecs && nowMSecs < minuteStartMSecs + kMinuteMSecs) {
+            fired = true;
+            if (fire->NowFire(object)) {
+                Logger::Info(
+                    QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.").arg(planUuid));
+            } else {
+                Logger::Error(
+                    QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.").arg(planUuid));
+            }
+        } else if (!valid || nextMSecs < nowMSecs) {
+            Logger::Warn(QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
+                                 "onAtTimerOut.")
+                             .arg(planUuid, text, QDateTime::fromMSecsSinceEpoch(nowMSecs).toString(kMinuteFormat)));
+        } else {
+            earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
+            return true;
+        }
+    }
+    const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
+    const QDateTime base = MinuteStart(current);
+    QDateTime next;
+    quint64 state = fire->SeekNextStartTime(base, next);
+    // With an interval below a minute the next start can fall inside the minute
+    // just fired, which every later poll of that minute would find due again:
+    // polling fires a plan at most once a minute, so seek on from the next one.
+    if (fired && state == FireState::kScheduled && next < base.addSecs(60)) {
+        state = fire->SeekNextStartTime(base.addSecs(60), next);
+    }
+    if (state == FireState::kScheduled) {
+        if (next < current) {
+            Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
+                                  "onAtTimerOut.")
+                              .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+        }
+        earliestDueMSecs = qMin(earliestDueMSecs, MinuteStart(next).toMSecsSinceEpoch());
+        return true;
+    }
+    if (state == FireState::kFinished) {
+        EndTrigger(object, "AtTimeFire");
+    } else {
+        Logger::Error(QString("The AtTimeFire of scheduler[%1] execution error.").arg(planUuid));
+    }
+    return false;
+}
+
+void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
+    if (planName.isEmpty()) {
+        Logger::Error("The planName is empty in the onTimerTimeout.");
+        return;
+    }
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr || !m_dateTimeFires->contains(planName)) {
+        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.").arg(planName));
+        return;
+    }
+    auto* fire = qobject_cast<TimerFire*>(m_dateTimeFires->value(planName));
+    if (fire == nullptr) {
+        Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        return;
+    }
+    TriggerObject* object = fire->GetTriggerObject();
+    if (object == nullptr) {
+        Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
+        return;
+    }
+    if (!fire->NowFire(object)) {
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.").arg(planName));
+        return;
+    }
+    const QDateTime current = Clock::now();
+    QDateTime next;
+    const quint64 state = fire->SeekNextStartTime(current, next);
+    if (state != FireState::kScheduled) {
+        EndTimerFire(planName, fire, object, state);
+        return;
+    }
+    if (next < current) {
+        Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
+                              "onTimerFireTimeout.")
+                          .arg(planName, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+    }
+    m_dateTimeFires->remove(planName);
+    fire->Stop();
+    DisposeFire(fire);
+    auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
+    if (replacement == nullptr) {
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.").arg(planName));
+        return;
+    }
+    replacement->StartWaitTimer(current.msecsTo(next));
+}
+
+void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object,
+                                          quint64 state) {
+    if (state == FireState::kFinished) {
+        EndTrigger(object, "TimerFire");
+    } else {
+        Logger::Error(QString("The TimerFire of scheduler[%1] execution error.").arg(planUuid));
+    }
+    m_dateTimeFires->remove(planUuid);
+    fire->Stop();
+    DisposeFire(fire);
+}
+
+bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
+    QMutexLocker locker(&m_eventMutex);
+    if (m_eventFires == nullptr) {
+        return false;
+    }
+    for (auto it = m_eventFires->find(eventType); it != m_eventFires->end() && it.key() == eventType; ++it) {
+        auto* fire = static_cast<EventerFire*>(it.value());
+        if (fire == nullptr) {
+            continue;
+        }
+        TriggerObject* object = fire->GetTriggerObject();
+        if (object != nullptr && fire->NowFire(object)) {
+            Logger::Info(QString("Fire to the EventFire[%1] job success.").arg(fire->getPlanUuid()));
+        } else {
+            Logger::Error(QString("Failed to fire the EventFire[%1] job.").arg(fire->getPlanUuid()));
+        }
+    }
+    return true;
+}
+
+int TriggerFireManagerWork::DateTimeFireCount() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    return m_dateTimeFires != nullptr ? m_dateTimeFires->size() : 0;
+}
+
+int TriggerFireManagerWork::EventFireCount(quint64 eventType) {
+    QMutexLocker locker(&m_eventMutex);
+    return m_eventFires != nullptr ? m_eventFires->count(eventType) : 0;
+}
+
+TriggerFire* TriggerFireManagerWork::DateTimeFireOf(const QString& planUuid) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    return m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
+}

@@ -1,0 +1,144 @@
+#include "QtServiceBase.h"
+
+#include "LogindSessionWatcher.h"
+#include "SignalBridge.h"
+#include "SystemdUnit.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <systemd/sd-daemon.h>
+
+#include <cstdio>
+
+namespace {
+void Print(FILE* stream, const QString& text) {
+    std::fputs(text.toLocal8Bit().constData(), stream);
+}
+
+bool RunSystemctl(const QStringList& arguments) {
+    if (QStandardPaths::findExecutable("systemctl").isEmpty()) {
+        return false;
+    }
+    return QProcess::execute("systemctl", arguments) == 0;
+}
+} // namespace
+
+QtServiceBase::QtServiceBase(int argc, char** argv, const QString& name) : m_argc(argc), m_argv(argv), m_name(name) {}
+
+QtServiceBase::~QtServiceBase() = default;
+
+QString QtServiceBase::usage(const QString& program) {
+    return QString("Usage: %1 [option]\n"
+                   "  (none), -e, --exec   run the service in the foreground (how systemd starts it)\n"
+                   "  -i, --install        write and enable the systemd unit for this executable\n"
+                   "  -u, --uninstall      disable and remove the systemd unit\n"
+                   "  -v, --version        print the name and version\n"
+                   "  -h, --help           print this help\n")
+        .arg(program);
+}
+
+int QtServiceBase::exec() {
+    const QString program = m_argc > 0 ? QFileInfo(QString::fromLocal8Bit(m_argv[0])).fileName() : m_name;
+    const QString option = m_argc > 1 ? QString::fromLocal8Bit(m_argv[1]) : QString();
+    if (m_argc > 2) {
+        Print(stderr, usage(program));
+        return 2;
+    }
+    if (option.isEmpty() || option == "-e" || option == "--exec") {
+        return RunForeground();
+    }
+    if (option == "-i" || option == "--install") {
+        return Install();
+    }
+    if (option == "-u" || option == "--uninstall") {
+        return Uninstall();
+    }
+    if (option == "-v" || option == "--version") {
+        Print(stdout, QString("%1 %2\n").arg(m_name, ORVEL_VERSION));
+        return 0;
+    }
+    if (option == "-h" || option == "--help") {
+        Print(stdout, usage(program));
+        return 0;
+    }
+    Print(stderr, QString("%1: unknown option '%2'\n").arg(program, option) + usage(program));
+    return 2;
+}
+
+void QtServiceBase::StopOnce() {
+    if (m_stopped) {
+        return;
+    }
+    m_stopped = true;
+    sd_notify(0, "STOPPING=1");
+    stop();
+}
+
+int QtServiceBase::RunForeground() {
+    createApplication(m_argc, m_argv);
+    SignalBridge bridge([this](int) {
+        StopOnce();
+        QCoreApplication::quit();
+    });
+    start();
+    LogindSessionWatcher* watcher = LogindSessionWatcher::OnSystemBus(
+        [this](int event, qint64 sessionId) { sessionChange(static_cast<LogonEvent>(event), sessionId); });
+    sd_notify(0, "READY=1");
+    executeApplication();
+    delete watcher;
+    StopOnce();
+    return 0;
+}
+
+int QtServiceBase::Install() {
+    const QString executable = QFileInfo(QString::fromLocal8Bit(m_argv[0])).absoluteFilePath();
+    const QString path = SystemdUnit::UnitPath(m_name);
+    QDir().mkpath(SystemdUnit::UnitDirectory());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        Print(stderr, QString("Cannot write %1: %2\n").arg(path, file.errorString()));
+        return 1;
+    }
+    file.write(SystemdUnit::Render(m_description, executable, m_startupType == AutoStartup).toUtf8());
+    file.close();
+    Print(stdout, QString("Wrote %1\n").arg(path));
+    if (!RunSystemctl({"daemon-reload"})) {
+        Print(stdout, "systemd is not running here; enable the unit once it is.\n");
+        return 0;
+    }
+    if (m_startupType == AutoStartup) {
+        RunSystemctl({"enable", m_name + ".service"});
+    }
+    return 0;
+}
+
+int QtServiceBase::Uninstall() {
+    const QString path = SystemdUnit::UnitPath(m_name);
+    if (!QFile::exists(path)) {
+        Print(stderr, QString("%1 is not installed (%2 does not exist).\n").arg(m_name, path));
+        return 1;
+    }
+    RunSystemctl({"disable", "--now", m_name + ".service"});
+    if (!QFile::remove(path)) {
+        Print(stderr, QString("Cannot remove %1\n").arg(path));
+        return 1;
+    }
+    RunSystemctl({"daemon-reload"});
+    Print(stdout, QString("Removed %1\n").arg(path));
+    return 0;
+}
+
+void QtServiceBase::stop() {}
+
+void QtServiceBase::pause() {}
+
+void QtServiceBase::resume() {}
+
+void QtServiceBase::processCommand(int) {}
+
+void QtServiceBase::sessionChange(LogonEvent, qint64) {}

@@ -1,0 +1,104 @@
+#include "TaskScheduler.h"
+
+#include "framework/CommandBuilder.h"
+#include "framework/Logger.h"
+#include "framework/ResultCommand.h"
+
+namespace {
+bool Check(bool ok, const char* failure) {
+    if (!ok) {
+        Logger::Error(failure);
+    }
+    return ok;
+}
+} // namespace
+
+TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+
+bool TaskScheduler::Init(const QString& appDir) {
+    if (appDir.isEmpty()) {
+        return false;
+    }
+    if (!Check(ConfigReader::IniReader(QString("%1%2").arg(appDir, "cfg/config.ini")),
+               "Failed to initialize the ConfigReader.") ||
+        !Check(m_dataStoreManager.Init(QString("%1%2").arg(appDir, "data/alldb.db")),
+               "Failed to initialize the SchedulerDataStoreManager.") ||
+        !Check(m_producerConsumerManager.Init(), "Failed to initialize the CommunProducerConsumerManager.") ||
+        !Check(m_clientManager.Init(), "Failed to initialize the ClientCommunManager.")) {
+        return false;
+    }
+    ConnectAgentServer();
+    return Check(m_serverManager.Init(), "Failed to initialize the SchedulerServerManager.") &&
+           Check(m_triggerFireManager.Init(), "Failed to initialize the TriggerFireManager.");
+}
+
+void TaskScheduler::ConnectAgentServer() {
+    CommunAttribute attribute;
+    attribute.setProtocolType(2);
+    attribute.setDestSvrNameIp(ConfigReader::getAgentLocalServerName());
+    m_clientManager.ClientConnectServer(attribute);
+}
+
+bool TaskScheduler::Start() {
+    qRegisterMetaType<SocketCommandPackage*>("SocketCommandPackage*");
+    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand, &m_serverManager,
+            &SchedulerServerManager::onDealQueuePackageCommand,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand, &m_clientManager,
+            &ClientCommunManager::onDealQueuePackageCommand,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
+            &TaskScheduler::onClientRequestCommandResult,
+            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    return Check(m_dataStoreManager.Start(), "Failed to start the SchedulerDataStoreManager.") &&
+           Check(m_producerConsumerManager.Start(), "Failed to start the CommunProducerConsumerManager.") &&
+           Check(m_clientManager.Start(), "Failed to start the ClientCommunManager.") &&
+           Check(m_serverManager.Start(), "Failed to start the SchedulerServerManager.") &&
+           Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
+}
+
+void TaskScheduler::Stop() {
+    m_triggerFireManager.Stop();
+    m_serverManager.Stop();
+    m_clientManager.Stop();
+    m_producerConsumerManager.Stop();
+    m_dataStoreManager.Stop();
+}
+
+void TaskScheduler::UnInit() {
+    m_triggerFireManager.UnInit();
+    m_serverManager.UnInit();
+    m_clientManager.UnInit();
+    m_producerConsumerManager.UnInit();
+    m_dataStoreManager.UnInit();
+}
+
+bool TaskScheduler::TriggerEvent(quint64 code) {
+    if (code < 256) {
+        return false;
+    }
+    return TriggerFireManager::FireEventTrigger(code);
+}
+
+void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
+    if (blocks.isEmpty()) {
+        Logger::Warn("Client request failed : return data is empty.");
+        return;
+    }
+    CommCommand* command = CommandBuilder::BytearrayToCommand(blocks);
+    if (command == nullptr) {
+        Logger::Warn("Client read result command unsuccessfully.");
+        return;
+    }
+    const QString trace = command->getTraceFlag();
+    // Taken as a result command without a type test: any other command reads
+    // as result 0 here.
+    auto* result = dynamic_cast<ResultCommand*>(command);
+    const quint64 code = result != nullptr ? result->getUintResult() : 0;
+    if (code != 0) {
+        Logger::Error(QString("Client requested command%1 unsuccessfully.").arg(trace, 0));
+    } else {
+        Logger::Info(QString("Client request command%1 was successful.").arg(trace, 0));
+    }
+    CommandBuilder::DestroyCommand(command);
+}

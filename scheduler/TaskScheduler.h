@@ -1,0 +1,39 @@
+#pragma once
+
+#include "communication/SchedulerClientCommunManager.h"
+#include "communication/SchedulerServerManager.h"
+#include "firing/TriggerFireManager.h"
+#include "framework/CommunProducerConsumerManager.h"
+#include "framework/ConfigReader.h"
+#include "store/SchedulerDataStoreManager.h"
+
+#include <QObject>
+
+// The composition root: owns every manager and initialises, starts, stops and
+// releases them in fixed orders.
+class TaskScheduler : public QObject {
+    Q_OBJECT
+public:
+    explicit TaskScheduler(QObject* parent = nullptr);
+
+    bool Init(const QString& appDir);
+    bool Start();
+    void Stop();
+    void UnInit();
+    bool TriggerEvent(quint64 code);
+
+    quint16 commandServerPort() const { return m_serverManager.serverPort(); }
+
+private Q_SLOTS:
+    void onClientRequestCommandResult(QByteArray blocks);
+
+private:
+    void ConnectAgentServer();
+
+    ConfigReader m_configReader;
+    SchedulerDataStoreManager m_dataStoreManager;
+    TriggerFireManager m_triggerFireManager;
+    CommunProducerConsumerManager m_producerConsumerManager;
+    SchedulerClientCommunManager m_clientManager;
+    SchedulerServerManager m_serverManager;
+};

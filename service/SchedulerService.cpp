@@ -1,0 +1,78 @@
+#include "SchedulerService.h"
+
+#include "GetApplicationDir.h"
+
+#include "framework/Logger.h"
+#include "scheduler/TaskScheduler.h"
+
+#include <new>
+
+namespace {
+struct SessionEventCode {
+    const char* name;
+    quint64 code;
+};
+
+constexpr SessionEventCode kSessionEvents[] = {{"logon", 0x101}, {"logoff", 0x102}, {"lock", 0x103}, {"unlock", 0x104}};
+} // namespace
+
+SchedulerService::SchedulerService(int argc, char** argv) : QtService<QCoreApplication>(argc, argv, "OrvelSchedulerService") {
+    QCoreApplication::setOrganizationName("Halvren Co..Ltd.");
+    QCoreApplication::setOrganizationDomain("halvren.com");
+    QCoreApplication::setApplicationName("OrvelSchedulerService");
+    setServiceDescription("Scheduler service");
+    setServiceFlags(NeedsStopOnShutdown);
+    setStartupType(AutoStartup);
+}
+
+SchedulerService::~SchedulerService() = default;
+
+void SchedulerService::start() {
+    QCoreApplication* app = application();
+    const QString appDir = GetApplicationDir();
+    if (!Logger::Initialize(appDir, "log", "schedulerservice.log")) {
+        return;
+    }
+    const QString rule(106, '=');
+    Logger::Info(rule);
+    Logger::Info(QString(45, ' ') + "SchedulerService start" + QString(46, ' '));
+    Logger::Info(rule);
+    Logger::Info("Logger initial success.");
+    m_taskScheduler = new (std::nothrow) TaskScheduler(app);
+    if (m_taskScheduler == nullptr) {
+        Logger::Error("Failed to create TaskScheduler object,the pointer is NULL.");
+        Logger::UnInitialize();
+        return;
+    }
+    if (m_taskScheduler->Init(appDir)) {
+        Logger::Info("SchedulerService initial success.");
+        if (m_taskScheduler->Start()) {
+            Logger::Info("SchedulerService start success.");
+            return;
+        }
+        m_taskScheduler->Stop();
+    }
+    m_taskScheduler->UnInit();
+    Logger::UnInitialize();
+}
+
+void SchedulerService::stop() {
+    if (m_taskScheduler != nullptr) {
+        m_taskScheduler->Stop();
+        m_taskScheduler->UnInit();
+        m_taskScheduler = nullptr;
+        Logger::Info("SchedulerService stop success.");
+    }
+    Logger::UnInitialize();
+}
+
+void SchedulerService::sessionChange(LogonEvent event, qint64) {
+    const int index = static_cast<int>(event);
+    if (index < 0 || index > 3 || m_taskScheduler == nullptr) {
+        return;
+    }
+    const SessionEventCode& entry = kSessionEvents[index];
+    if (!m_taskScheduler->TriggerEvent(entry.code)) {
+        Logger::Error(QString("Trigger failed %1 events.").arg(entry.name));
+    }
+}

@@ -150,10 +150,21 @@ bool DatabaseFunctionOperation::OpenForWriting(const QString& path, QString& err
 
 bool DatabaseFunctionOperation::StoreTrigger(const QString& planUuid, const QString& planName,
                                              const TriggerAttribute& attribute, QString& error) {
+    return WriteTrigger("REPLACE", planUuid, planName, attribute, error);
+}
+
+bool DatabaseFunctionOperation::AddTrigger(const QString& planUuid, const QString& planName,
+                                           const TriggerAttribute& attribute, QString& error) {
+    return WriteTrigger("IGNORE", planUuid, planName, attribute, error);
+}
+
+bool DatabaseFunctionOperation::WriteTrigger(const char* onConflict, const QString& planUuid, const QString& planName,
+                                             const TriggerAttribute& attribute, QString& error) {
     QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
-    query.prepare("INSERT OR REPLACE INTO triggers (plan_uuid, plan_name, trigger_type, start_time, end_time, "
-                  "interval_secs, duration_secs, week_days, months, month_days, day_last_flag, end_flag) "
-                  "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    query.prepare(QString("INSERT OR %1 INTO triggers (plan_uuid, plan_name, trigger_type, start_time, end_time, "
+                          "interval_secs, duration_secs, week_days, months, month_days, day_last_flag, end_flag) "
+                          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+                      .arg(onConflict));
     const QVariantList values = {planUuid,
                                  planName,
                                  attribute.getTriggerType(),

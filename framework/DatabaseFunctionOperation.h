@@ -33,12 +33,18 @@ public:
 
     // Opens (creating if needed) the file for writing and ensures the schema.
     bool OpenForWriting(const QString& path, QString& error);
+    // Writes the plan's row, replacing a stored one.
     bool StoreTrigger(const QString& planUuid, const QString& planName, const TriggerAttribute& attribute,
                       QString& error);
+    // Writes the plan's row unless the plan is already stored.
+    bool AddTrigger(const QString& planUuid, const QString& planName, const TriggerAttribute& attribute,
+                    QString& error);
     bool RemoveTrigger(const QString& planUuid, QString& error);
 
 private:
     bool Open(const QString& path, const QString& options, QString& error);
+    bool WriteTrigger(const char* onConflict, const QString& planUuid, const QString& planName,
+                      const TriggerAttribute& attribute, QString& error);
 
     QString m_connectionName;
     bool m_open = false;

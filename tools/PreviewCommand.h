@@ -1,0 +1,11 @@
+#pragma once
+
+#include <QStringList>
+
+// "orvelctl preview": a trigger's next start times, computed by the service's
+// own DateTimeFire.
+class PreviewCommand {
+public:
+    static int Run(const QStringList& arguments);
+    static QString Help();
+};

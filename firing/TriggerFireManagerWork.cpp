@@ -8,6 +8,8 @@
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"
 #include "triggers/JobTask.h"
+#include "triggers/LocalTime.h"
+#include "triggers/StartTimeSeries.h"
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
@@ -17,17 +19,10 @@
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-const QString kMinuteFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 constexpr qint64 kMinuteMSecs = 60000;
 
 bool IsTimerMode() {
     return ConfigReader::getDateTimeFireType() == 1;
-}
-
-QDateTime MinuteStart(const QDateTime& t) {
-    QDateTime start = t;
-    start.setTime(QTime(t.time().hour(), t.time().minute()));
-    return start;
 }
 
 // The one worker of the process, created before main runs.
@@ -389,14 +384,14 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         } else if (!valid || nextMSecs < nowMSecs) {
             Logger::Warn(QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
                                  "onAtTimerOut.")
-                             .arg(planUuid, text, QDateTime::fromMSecsSinceEpoch(nowMSecs).toString(kMinuteFormat)));
+                             .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
         } else {
             earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
             return true;
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
-    const QDateTime base = MinuteStart(current);
+    const QDateTime base = StartTimeSeries::MinuteStart(current);
     QDateTime next;
     quint64 state = fire->SeekNextStartTime(base, next);
     // With an interval below a minute the next start can fall inside the minute
@@ -411,7 +406,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                                   "onAtTimerOut.")
                               .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, MinuteStart(next).toMSecsSinceEpoch());
+        earliestDueMSecs = qMin(earliestDueMSecs, StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch());
         return true;
     }
     if (state == FireState::kFinished) {

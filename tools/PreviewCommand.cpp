@@ -5,8 +5,7 @@
 #include "TriggerOptions.h"
 
 #include "framework/Clock.h"
-#include "triggers/DateTimeFire.h"
-#include "triggers/FireState.h"
+#include "triggers/StartTimeSeries.h"
 #include "triggers/TriggerObject.h"
 
 #include <QDateTime>
@@ -15,12 +14,6 @@ namespace {
 QDateTime ParseNow(const QString& text) {
     QDateTime now = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss.zzz");
     return now.isValid() ? now : QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
-}
-
-QDateTime TruncateToMinute(const QDateTime& t) {
-    QDateTime truncated = t;
-    truncated.setTime(QTime(t.time().hour(), t.time().minute()));
-    return truncated;
 }
 } // namespace
 
@@ -63,24 +56,10 @@ int PreviewCommand::Run(const QStringList& arguments) {
     if (mode != "timer" && mode != "poll") {
         return ToolOutput::UsageError("preview", "--mode takes timer or poll");
     }
-    const bool poll = mode == "poll";
     // A trigger without a start time starts from the current minute; here the
     // current moment is --now.
     Clock::shiftTo(now);
     object.setPlanUuid("preview");
-    DateTimeFire fire;
-    fire.SetTriggerObject(&object);
-    QDateTime base = poll ? TruncateToMinute(now) : now;
-    QString lines;
-    for (quint64 i = 0; i < count; ++i) {
-        QDateTime next;
-        const quint64 state = fire.SeekNextStartTime(base, next);
-        if (state != FireState::kScheduled) {
-            lines += state == FireState::kFinished ? "finished\n" : "error\n";
-            break;
-        }
-        lines += next.toString("yyyy-MM-dd hh:mm:ss") + "\n";
-        base = poll ? TruncateToMinute(next) : next;
-    }
-    return ToolOutput::Out(lines, 0);
+    const QStringList lines = StartTimeSeries::Compute(object, now, count, mode == "poll");
+    return ToolOutput::Out(lines.isEmpty() ? QString() : lines.join('\n') + '\n', 0);
 }

@@ -2,10 +2,9 @@
 
 #include "ArgumentList.h"
 
-#include <QDateTime>
+#include "triggers/LocalTime.h"
 
 namespace {
-const QString kFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 const QString kNoEnd = QStringLiteral("0000-00-00 00:00:00");
 } // namespace
 
@@ -29,7 +28,7 @@ QString TriggerOptions::Help() {
 }
 
 bool TriggerOptions::IsDateTimeText(const QString& text) {
-    return QDateTime::fromString(text, kFormat).isValid();
+    return LocalTime::IsWellFormed(text);
 }
 
 bool TriggerOptions::CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest, QString& error) {

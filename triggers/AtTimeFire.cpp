@@ -1,6 +1,8 @@
 #include "AtTimeFire.h"
 
 #include "FireState.h"
+#include "LocalTime.h"
+#include "StartTimeSeries.h"
 
 AtTimeFire::AtTimeFire(QObject* parent) : DateTimeFire(parent) {}
 
@@ -15,13 +17,11 @@ void AtTimeFire::Stop() {
 bool AtTimeFire::CachedNextStart(const QString& text, qint64& nextMSecs, qint64& minuteStartMSecs) {
     if (text != m_cachedText || m_cachedText.isEmpty()) {
         m_cachedText = text;
-        const QDateTime next = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        const QDateTime next = LocalTime::Parse(text);
         m_cachedValid = next.isValid();
         if (m_cachedValid) {
-            QDateTime minuteStart = next;
-            minuteStart.setTime(QTime(next.time().hour(), next.time().minute()));
             m_cachedNextMSecs = next.toMSecsSinceEpoch();
-            m_cachedMinuteStartMSecs = minuteStart.toMSecsSinceEpoch();
+            m_cachedMinuteStartMSecs = StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch();
         }
     }
     nextMSecs = m_cachedNextMSecs;

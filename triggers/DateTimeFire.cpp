@@ -3,22 +3,18 @@
 #include "CalendarList.h"
 #include "FireState.h"
 #include "JobTask.h"
+#include "LocalTime.h"
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
 #include "framework/Logger.h"
 
 namespace {
-const QString kDateTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 constexpr qint64 kGraceMSecs = 180000;
 constexpr qint64 kOneSecondMSecs = 1000;
 // Intervals and durations beyond a century cannot come from a real plan; they
 // are refused before they can overflow the date arithmetic.
 constexpr quint64 kMaxSpanSecs = 100ULL * 366 * 24 * 3600;
-
-QDateTime Parse(const QString& text) {
-    return QDateTime::fromString(text, kDateTimeFormat);
-}
 
 CalendarList WeekDays(const TriggerAttribute& attribute) {
     return CalendarList(attribute.getWeekDays(), 1, 7);
@@ -74,7 +70,7 @@ bool DateTimeFire::IsEndTimePassed(const QDateTime& t, const QDateTime& end) {
 }
 
 QTime DateTimeFire::StartTimeOfDay() {
-    return Parse(GetTriggerObject()->getObjectTriggerAttribute().getStartTime()).time();
+    return LocalTime::TimeOfDay(GetTriggerObject()->getObjectTriggerAttribute().getStartTime());
 }
 
 quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
@@ -89,7 +85,7 @@ quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
         m_fireState = FireState::kError;
         return m_fireState;
     }
-    const QDateTime end = Parse(attribute.getEndTime());
+    const QDateTime end = LocalTime::Parse(attribute.getEndTime());
     if (IsEndTimePassed(now, end) || (attribute.getDuration() != 0 && attribute.getInterval() > attribute.getDuration())) {
         m_fireState = FireState::kFinished;
         return m_fireState;
@@ -125,16 +121,16 @@ quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
 
 void DateTimeFire::FillDefaultStartTime(TriggerAttribute& attribute) {
     const QDateTime current = Clock::now();
-    QDateTime start(current.date(), QTime(current.time().hour(), current.time().minute()));
+    QDateTime start = LocalTime::At(current.date(), QTime(current.time().hour(), current.time().minute()));
     if (attribute.getTriggerType() == TriggerTypes::kDaily) {
         start = start.addSecs(static_cast<qint64>(attribute.getInterval()));
     }
-    attribute.setStartTime(start.toString(kDateTimeFormat));
+    attribute.setStartTime(LocalTime::Format(start));
 }
 
 void DateTimeFire::Publish(const QDateTime& candidate) {
     TriggerObject* object = GetTriggerObject();
-    const QString text = candidate.toString(kDateTimeFormat);
+    const QString text = LocalTime::Format(candidate);
     object->setNextStartTime(text);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
@@ -151,11 +147,11 @@ quint64 DateTimeFire::SeekFirstStartTime(const QDateTime& now, quint64 type, QDa
     if (attribute.getTriggerEndFlag() != 0) {
         return FireState::kFinished;
     }
-    const QDateTime start = Parse(attribute.getStartTime());
+    const QDateTime start = LocalTime::Parse(attribute.getStartTime());
     if (!start.isValid()) {
         return FireState::kError;
     }
-    const QTime startT = start.time();
+    const QTime startT = LocalTime::TimeOfDay(attribute.getStartTime());
     const QTime nowT = now.time();
     QDateTime base;
     if (now < start) {
@@ -184,7 +180,7 @@ quint64 DateTimeFire::SeekFirstStartTime(const QDateTime& now, quint64 type, QDa
             return FireState::kScheduled;
         }
         if (nowT < startT) {
-            out = QDateTime(now.date(), startT);
+            out = LocalTime::At(now.date(), startT);
             return FireState::kScheduled;
         }
         if (nowT == startT || attribute.getInterval() != 0) {
@@ -196,7 +192,7 @@ quint64 DateTimeFire::SeekFirstStartTime(const QDateTime& now, quint64 type, QDa
     if (!SeekNextDate(base, type, date)) {
         return FireState::kError;
     }
-    const QDateTime candidate(date, startT);
+    const QDateTime candidate = LocalTime::At(date, startT);
     if (now < candidate) {
         out = candidate;
         return FireState::kScheduled;
@@ -209,7 +205,7 @@ quint64 DateTimeFire::SeekFirstStartTime(const QDateTime& now, quint64 type, QDa
 }
 
 quint64 DateTimeFire::CandidateAfter(const QDateTime& now, const QDate& date, QDateTime& out) {
-    const QDateTime candidate(date, StartTimeOfDay());
+    const QDateTime candidate = LocalTime::At(date, StartTimeOfDay());
     if (now < candidate) {
         out = candidate;
         return FireState::kScheduled;
@@ -231,7 +227,7 @@ quint64 DateTimeFire::SeekNextRepeatTime(const QDateTime& now, quint64 type, QDa
     const QDateTime candidate = now.addSecs(static_cast<qint64>(attribute.getInterval()));
     const quint64 elapsed =
         attribute.getInterval() * (object->getRepeatCount() + 1) + object->getStartOffsetSecs();
-    const QDateTime midnight(now.date().addDays(1), QTime(0, 0));
+    const QDateTime midnight = LocalTime::At(now.date().addDays(1), QTime(0, 0));
     if (midnight < candidate || (attribute.getDuration() != 0 && elapsed > attribute.getDuration())) {
         object->setStartOffsetSecs(0);
         object->setRepeatCount(0);

@@ -1,0 +1,100 @@
+// Configuration defaults, the list reader and the logger's life cycle.
+#include "framework/CommonTools.h"
+#include "framework/ConfigReader.h"
+#include "framework/Logger.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <log4cpp/Category.hh>
+
+#include <gtest/gtest.h>
+
+namespace {
+void Write(const QString& path, const QByteArray& text) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(text);
+}
+
+class ConfigReaderTest : public ::testing::Test {
+protected:
+    void TearDown() override { ConfigReader::ResetToDefaults(); }
+    QTemporaryDir dir;
+};
+
+TEST_F(ConfigReaderTest, MissingFileIsRefusedAndDefaultsStay) {
+    EXPECT_FALSE(ConfigReader::IniReader(dir.filePath("absent.ini")));
+    EXPECT_FALSE(ConfigReader::IniReader(dir.path()));
+    EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "127.0.0.1");
+    EXPECT_EQ(ConfigReader::getAgentPort(), 6061);
+    EXPECT_EQ(ConfigReader::getSchedulerLocalServerName(), "127.0.0.1");
+    EXPECT_EQ(ConfigReader::getSchedulerPort(), 6060);
+    EXPECT_FALSE(ConfigReader::getAllowRemote());
+    EXPECT_EQ(ConfigReader::getDateTimeFireType(), 0u);
+}
+
+TEST_F(ConfigReaderTest, MissingKeysTakeTheirDefaults) {
+    Write(dir.filePath("config.ini"), "[Scheduler]\nDateTimeFireType=1\n[Communication]\nAgentPort=notaport\n");
+    ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
+    EXPECT_EQ(ConfigReader::getDateTimeFireType(), 1u);
+    EXPECT_EQ(ConfigReader::getAgentPort(), 6061);
+    EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "127.0.0.1");
+}
+
+TEST_F(ConfigReaderTest, ReadsEveryKey) {
+    Write(dir.filePath("config.ini"), "[Communication]\nAgentLocalServerName=agent.local\nAgentPort=7000\n"
+                                      "SchedulerLocalServerName=::1\nSchedulerPort=7001\nAllowRemote=true\n");
+    ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
+    EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "agent.local");
+    EXPECT_EQ(ConfigReader::getAgentPort(), 7000);
+    EXPECT_EQ(ConfigReader::getSchedulerLocalServerName(), "::1");
+    EXPECT_EQ(ConfigReader::getSchedulerPort(), 7001);
+    EXPECT_TRUE(ConfigReader::getAllowRemote());
+}
+
+struct ListCase {
+    const char* text;
+    QList<quint64> expected;
+};
+
+TEST(StringToList, ReadsUnsignedDecimalsAndSkipsTheRest) {
+    const ListCase cases[] = {
+        {"", {}},
+        {"1,3,5", {1, 3, 5}},
+        {" 1 , 3 ,5 ", {1, 3, 5}},
+        {"1,,3", {1, 3}},
+        {"1,x,-2,+3,4.5,7", {1, 7}},
+        {"18446744073709551615", {18446744073709551615ULL}},
+        {"18446744073709551616", {}},
+    };
+    for (const ListCase& c : cases) {
+        SCOPED_TRACE(c.text);
+        QList<quint64> values{99};
+        CommonTools::StringToList(c.text, values);
+        EXPECT_EQ(values, c.expected);
+    }
+}
+
+TEST(Logger, UsableBeforeInitializeAndAfterUnInitialize) {
+    Logger::Info("before initialize goes nowhere");
+    QTemporaryDir dir;
+    const QString appDir = dir.path() + "/";
+    ASSERT_TRUE(Logger::Initialize(appDir, "log", "test.log"));
+    Logger::Error("a line with level");
+    Logger::UnInitialize();
+    Logger::UnInitialize();
+    Logger::Warn("after uninitialize goes nowhere");
+    QFile file(appDir + "log/test.log");
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(file.readAll());
+    EXPECT_TRUE(text.contains("ERROR a line with level"));
+    EXPECT_FALSE(text.contains("nowhere"));
+}
+
+TEST(Logger, RefusesALogFolderThatCannotBeCreated) {
+    QTemporaryDir dir;
+    Write(dir.filePath("log"), "a file where the folder should be");
+    EXPECT_FALSE(Logger::Initialize(dir.path() + "/", "log", "test.log"));
+}
+} // namespace

@@ -1,0 +1,322 @@
+// Loading, polling, timer-mode and event firing over the real registry, with a
+// capturing client link and the process clock shifted instead of waited for.
+#include "support/ClockShift.h"
+#include "support/FakeClientLink.h"
+#include "support/LogCapture.h"
+#include "support/TriggerBuilder.h"
+
+#include "firing/TriggerFireManager.h"
+#include "firing/TriggerFireManagerWork.h"
+#include "framework/ConfigReader.h"
+#include "store/SchedulerMemoryObjects.h"
+#include "triggers/AtTimeFire.h"
+#include "triggers/EventerFire.h"
+#include "triggers/TimerFire.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QTest>
+
+#include <log4cpp/Priority.hh>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+class Firing : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(registry->Init()); }
+    void TearDown() override {
+        manager.Stop();
+        manager.UnInit();
+        manager.UnInit();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        registry->UnInit();
+        ConfigReader::ResetToDefaults();
+        Clock::reset();
+    }
+
+    TriggerObject* Register(const QString& planUuid, const TriggerSpec& spec) {
+        auto* object = new TriggerObject(MakeTrigger(planUuid, spec));
+        EXPECT_TRUE(registry->InsertTriggerObject(planUuid, object));
+        return object;
+    }
+
+    // A trigger whose first start has been computed already and is due at `next`.
+    TriggerObject* RegisterDue(const QString& planUuid, const TriggerSpec& spec, const char* next) {
+        TriggerObject* object = Register(planUuid, spec);
+        object->setFirstSeekDone(1);
+        object->setNextStartTime(next);
+        return object;
+    }
+
+    void Poll(const char* now) {
+        Clock::shiftTo(At(now));
+        QMetaObject::invokeMethod(&work(), "onAtTimerOut", Qt::DirectConnection);
+    }
+
+    static TriggerFireManagerWork& work() { return TriggerFireManagerWork::Instance(); }
+
+    SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
+    TriggerFireManager manager;
+    FakeClientLink link;
+    LogCapture log;
+};
+
+TEST_F(Firing, LoadsOneFirePerLiveTriggerOfTheConfiguredMode) {
+    Register("daily", {2, "2026-03-01 09:30:00"});
+    Register("logon-1", {257});
+    Register("logon-2", {257});
+    Register("ended", {2, "2026-03-01 09:30:00"})->getObjectTriggerAttribute().setTriggerEndFlag(1);
+    ASSERT_TRUE(manager.Init());
+    EXPECT_EQ(work().DateTimeFireCount(), 1);
+    EXPECT_NE(qobject_cast<AtTimeFire*>(work().DateTimeFireOf("daily")), nullptr);
+    EXPECT_EQ(work().DateTimeFireOf("ended"), nullptr);
+    EXPECT_EQ(work().EventFireCount(257), 2);
+}
+
+TEST_F(Firing, TimerModeGivesTimerFires) {
+    ConfigReader::setDateTimeFireType(1);
+    Register("weekly", {3, "2026-03-01 09:30:00", "", 0, 0, "1"});
+    ASSERT_TRUE(manager.Init());
+    EXPECT_NE(qobject_cast<TimerFire*>(work().DateTimeFireOf("weekly")), nullptr);
+    ASSERT_TRUE(manager.Start());
+    EXPECT_FALSE(manager.isPolling());
+}
+
+TEST_F(Firing, ATriggerTypeWithoutFireFailsTheLoad) {
+    for (quint64 type : {0ULL, 5ULL, 255ULL, 262ULL}) {
+        SCOPED_TRACE(type);
+        log.Clear();
+        Register("odd", {type});
+        EXPECT_FALSE(manager.Init());
+        EXPECT_EQ(log.Count("Failed to load trigger fires."), 1);
+        manager.UnInit();
+        registry->ClearTriggerObjects();
+    }
+}
+
+struct PollRow {
+    const char* name;
+    const char* storedNext;
+    const char* now;
+    bool fires;
+};
+
+// A trigger due at 08:30:00 or 08:30:45 is found due by every poll of the
+// minute 08:30 and by no other.
+TEST_F(Firing, PollFindsTheDueMinute) {
+    const PollRow rows[] = {
+        {"just_before", "2026-03-10 08:30:00", "2026-03-10 08:29:59.999", false},
+        {"minute_start", "2026-03-10 08:30:00", "2026-03-10 08:30:00.000", true},
+        {"minute_end", "2026-03-10 08:30:00", "2026-03-10 08:30:59.999", true},
+        {"seconds_later_in_minute", "2026-03-10 08:30:45", "2026-03-10 08:30:00.000", true},
+        {"next_minute", "2026-03-10 08:30:00", "2026-03-10 08:31:00.000", false},
+    };
+    for (const PollRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        RegisterDue("p", {2, "2026-03-01 08:30:00"}, row.storedNext);
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        link.Clear();
+        Poll(row.now);
+        EXPECT_EQ(link.CommandsOfType(600).size(), row.fires ? 1u : 0u);
+        manager.Stop();
+        manager.UnInit();
+        registry->ClearTriggerObjects();
+    }
+}
+
+TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
+    TriggerObject* object = RegisterDue("p", {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    for (const char* now : {"2026-03-10 08:30:00.200", "2026-03-10 08:30:00.700", "2026-03-10 08:30:30.000"}) {
+        Poll(now);
+    }
+    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
+    EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
+    ASSERT_EQ(link.CommandsOfType(601).size(), 1u);
+    EXPECT_EQ(link.CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
+    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
+                        "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut."));
+}
+
+TEST_F(Firing, AMissedMinuteIsLoggedAndNotFired) {
+    TriggerObject* object = RegisterDue("p", {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+    ASSERT_TRUE(manager.Init());
+    Poll("2026-03-10 08:32:10");
+    EXPECT_TRUE(link.CommandsOfType(600).empty());
+    EXPECT_TRUE(log.Has(log4cpp::Priority::WARN, "The AtTimeFire of scheduler[p] nextdatetime[2026-03-10 08:30:00] less "
+                                                 "than currdatetime[2026-03-10 08:32:10] in the onAtTimerOut."));
+    EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
+}
+
+TEST_F(Firing, AFinishedTriggerEndsButStaysRegistered) {
+    TriggerObject* object = RegisterDue("once", {1, "2026-03-10 08:30:00"}, "2026-03-10 08:30:00");
+    ASSERT_TRUE(manager.Init());
+    Poll("2026-03-10 08:30:10");
+    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
+    const auto reports = link.CommandsOfType(601);
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].endFlag, 1u);
+    EXPECT_EQ(object->getObjectTriggerAttribute().getTriggerEndFlag(), 1u);
+    EXPECT_EQ(work().DateTimeFireOf("once"), nullptr);
+    EXPECT_EQ(registry->FindTriggerObject("once"), object);
+    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO, "The AtTimeFire of scheduler[once] trigger execution finished."));
+}
+
+TEST_F(Firing, AFreshTriggerIsComputedNotFiredOnItsFirstPoll) {
+    TriggerObject* object = Register("p", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    Poll("2026-03-10 08:00:20");
+    EXPECT_TRUE(link.CommandsOfType(600).empty());
+    EXPECT_EQ(object->getNextStartTime(), "2026-03-10 08:30:00");
+}
+
+// An interval below a minute would make every poll of the minute fire again;
+// polling fires such a plan once a minute.
+TEST_F(Firing, ShortIntervalsFireAtMostOnceAMinute) {
+    RegisterDue("fast", {2, "2026-03-01 08:30:00", "", 20}, "2026-03-10 08:30:00");
+    ASSERT_TRUE(manager.Init());
+    for (const char* now : {"2026-03-10 08:30:00.100", "2026-03-10 08:30:00.600", "2026-03-10 08:30:20.100",
+                            "2026-03-10 08:30:40.100", "2026-03-10 08:30:59.900", "2026-03-10 08:31:00.100",
+                            "2026-03-10 08:31:30.100", "2026-03-10 08:32:00.100"}) {
+        Poll(now);
+    }
+    EXPECT_EQ(link.CommandsOfType(600).size(), 3u);
+    EXPECT_EQ(log.CountContaining("less than currdatetime"), 0);
+}
+
+TEST_F(Firing, PollingManagerRunsThePollUntilStopped) {
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    EXPECT_TRUE(manager.isPolling());
+    manager.Stop();
+    EXPECT_FALSE(manager.isPolling());
+    manager.onkillAtTimer();
+    manager.Stop();
+}
+
+TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("t", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    QPointer<TimerFire> first = qobject_cast<TimerFire*>(work().DateTimeFireOf("t"));
+    ASSERT_FALSE(first.isNull());
+    EXPECT_NEAR(first->armedIntervalMSecs(), 90000, 50);
+    clock.To(At("2026-03-10 08:30:00.010"));
+    QMetaObject::invokeMethod(first, "ontimeout", Qt::DirectConnection);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
+    auto* second = qobject_cast<TimerFire*>(work().DateTimeFireOf("t"));
+    ASSERT_NE(second, nullptr);
+    EXPECT_TRUE(first.isNull());
+    EXPECT_TRUE(second->isArmed());
+    EXPECT_NEAR(second->armedIntervalMSecs(), 24 * 3600 * 1000 - 10, 50);
+}
+
+TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("gone", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("gone"));
+    clock.To(At("2026-03-10 08:30:00"));
+    QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
+    EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("gone", 2));
+    log.Clear();
+    link.Clear();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(link.Commands().empty());
+    EXPECT_EQ(log.Messages(), QStringList{"The TimerFire of scheduler[gone] is not find  in the list."});
+}
+
+TEST_F(Firing, ALogonFiresEveryPlanWaitingForIt) {
+    Register("a", {257});
+    Register("b", {257});
+    Register("lock", {259});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    link.Clear();
+    EXPECT_TRUE(TriggerFireManager::FireEventTrigger(257));
+    const auto sent = link.CommandsOfType(600);
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_NE(sent[0].planUuid, "lock");
+    EXPECT_NE(sent[1].planUuid, "lock");
+    EXPECT_EQ(log.Count("Fire to the EventFire[a] job success."), 1);
+    EXPECT_EQ(log.Count("Fire to the EventFire[b] job success."), 1);
+    EXPECT_TRUE(TriggerFireManager::FireEventTrigger(261));
+    EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("a", 257));
+    EXPECT_EQ(work().EventFireCount(257), 1);
+}
+
+TEST_F(Firing, NoTablesNoFiring) {
+    EXPECT_FALSE(TriggerFireManager::FireEventTrigger(257));
+    EXPECT_EQ(TriggerFireManager::StartTriggerFire(nullptr), 1u);
+    EXPECT_FALSE(TriggerFireManager::RemoveTriggerFire("", 2));
+    EXPECT_FALSE(TriggerFireManager::RemoveTriggerFire("x", 0));
+    EXPECT_FALSE(TriggerFireManager::RemoveTriggerFire("x", 7));
+    ASSERT_TRUE(manager.Init());
+    EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("not-listed", 2));
+}
+
+TEST_F(Firing, StartEndsFinishedTriggersAndKeepsTheOthers) {
+    ClockShift clock(At("2026-03-10 09:00:00"));
+    ConfigReader::setDateTimeFireType(1);
+    Register("over", {1, "2026-03-10 08:00:00"});
+    Register("later", {1, "2026-03-10 10:00:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    EXPECT_EQ(work().DateTimeFireOf("over"), nullptr);
+    EXPECT_NE(work().DateTimeFireOf("later"), nullptr);
+    EXPECT_EQ(log.Count("The TriggerFire of scheduler[over] trigger execution finished."), 1);
+    EXPECT_EQ(log.Count("The TriggerFire of scheduler[later] start success."), 1);
+}
+
+// Plans come and go on a second thread, as the command handler does, while the
+// poll runs on this one.
+TEST_F(Firing, FiresCreatedAndRemovedWhileThePollRuns) {
+    for (int i = 0; i < 50; ++i) {
+        RegisterDue(QString("poll-%1").arg(i), {2, "2026-03-01 08:30:00", "", 60}, "2026-03-10 08:30:00");
+    }
+    std::vector<TriggerObject*> extra;
+    for (int i = 0; i < 200; ++i) {
+        extra.push_back(Register(QString("extra-%1").arg(i), {i % 2 == 0 ? 2ULL : 257ULL, "2026-03-01 08:30:00"}));
+    }
+    ASSERT_TRUE(work().Init());
+    for (TriggerObject* object : extra) {
+        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), object->getObjectTriggerAttribute().getTriggerType());
+    }
+    std::atomic<bool> done{false};
+    std::thread handler([&] {
+        for (int round = 0; round < 5; ++round) {
+            for (TriggerObject* object : extra) {
+                TriggerFire* fire = TriggerFireManager::NewTriggerFireCommand(object);
+                TriggerFireManager::StartTriggerFire(fire);
+            }
+            for (TriggerObject* object : extra) {
+                TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(),
+                                                      object->getObjectTriggerAttribute().getTriggerType());
+            }
+        }
+        done = true;
+    });
+    int polls = 0;
+    while (!done) {
+        Poll(polls % 2 == 0 ? "2026-03-10 08:30:10" : "2026-03-10 08:31:10");
+        TriggerFireManager::FireEventTrigger(257);
+        QCoreApplication::processEvents();
+        ++polls;
+    }
+    handler.join();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(work().DateTimeFireCount(), 50);
+    EXPECT_EQ(work().EventFireCount(257), 0);
+}
+} // namespace

@@ -1,0 +1,196 @@
+// The trigger fire classes and the job task, with a capturing client link.
+#include "support/ClockShift.h"
+#include "support/FakeClientLink.h"
+#include "support/LogCapture.h"
+#include "support/TriggerBuilder.h"
+
+#include "framework/ConfigReader.h"
+#include "triggers/AtTimeFire.h"
+#include "triggers/EventerFire.h"
+#include "triggers/FireState.h"
+#include "triggers/JobTask.h"
+#include "triggers/TimerFire.h"
+
+#include <QSignalSpy>
+
+#include <log4cpp/Priority.hh>
+
+#include <gtest/gtest.h>
+
+namespace {
+TEST(JobTask, BuildsTheExecuteTriggerCommand) {
+    FakeClientLink link;
+    ConfigReader::setAgentEndpoint("agent.host", 6061);
+    TriggerObject object = MakeTrigger("plan-1", {3, "2026-03-10 08:00:00"});
+    EXPECT_TRUE(JobTask::FireJob(&object));
+    ConfigReader::ResetToDefaults();
+    const auto sent = link.Commands();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].type, 600u);
+    EXPECT_EQ(sent[0].planUuid, "plan-1");
+    EXPECT_EQ(sent[0].attribute.getProtocolType(), 2u);
+    EXPECT_EQ(sent[0].attribute.getDestSvrNameIp(), "agent.host");
+    EXPECT_EQ(sent[0].attribute.getDestPort(), 0u);
+    EXPECT_EQ(sent[0].triggerFlag, 1u);
+    EXPECT_EQ(sent[0].triggerType, 3u);
+    EXPECT_TRUE(sent[0].nextStartTime.isEmpty());
+    EXPECT_EQ(sent[0].endFlag, 0u);
+}
+
+TEST(JobTask, ReportsTheEndFlagAndNextStart) {
+    FakeClientLink link;
+    TriggerObject object = MakeTrigger("plan-2", {1, "2026-03-10 08:00:00"});
+    object.setNextStartTime("2026-03-10 08:00:00");
+    object.getObjectTriggerAttribute().setTriggerEndFlag(1);
+    EXPECT_TRUE(JobTask::ReportTriggerInfo(&object));
+    const auto sent = link.Commands();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].type, 601u);
+    EXPECT_EQ(sent[0].nextStartTime, "2026-03-10 08:00:00");
+    EXPECT_EQ(sent[0].endFlag, 1u);
+}
+
+// Without a client link the command is refused; the copy and the command are
+// freed (checked under AddressSanitizer) and the registered object is unchanged.
+TEST(JobTask, RefusedCommandsLeaveNothingBehind) {
+    TriggerObject object = MakeTrigger("plan-3", {2, "2026-03-10 08:00:00"});
+    EXPECT_FALSE(JobTask::FireJob(&object));
+    EXPECT_FALSE(JobTask::ReportTriggerInfo(&object));
+    EXPECT_FALSE(JobTask::FireJob(nullptr));
+    EXPECT_FALSE(JobTask::SendTriggerCommand(nullptr, 600));
+    EXPECT_FALSE(JobTask::SendTriggerCommand(new TriggerObject(object), 0));
+    EXPECT_EQ(object.getPlanUuid(), "plan-3");
+}
+
+TEST(Fires, StartStopAndKinds) {
+    TriggerObject object = MakeTrigger("X", {2, "2026-03-10 08:00:00"});
+    TriggerFire base;
+    EXPECT_EQ(base.getFireKind(), 0u);
+    EXPECT_EQ(base.Start(), FireState::kFinished);
+    EXPECT_FALSE(base.NowFire(nullptr));
+
+    DateTimeFire dateTime;
+    EXPECT_EQ(dateTime.getFireKind(), 1u);
+    EXPECT_EQ(dateTime.Start(), FireState::kError);
+    EXPECT_EQ(dateTime.getFireState(), FireState::kError);
+
+    AtTimeFire atTime;
+    EXPECT_TRUE(atTime.getAtTimeFlag());
+    EXPECT_EQ(atTime.getFireState(), 0u);
+    EXPECT_EQ(atTime.Start(), FireState::kScheduled);
+    atTime.SetTriggerObject(&object);
+    EXPECT_EQ(atTime.Start(), FireState::kScheduled);
+    EXPECT_EQ(atTime.getFireState(), 0u);
+    atTime.Stop();
+    EXPECT_EQ(atTime.GetTriggerObject(), nullptr);
+
+    EventerFire event;
+    EXPECT_EQ(event.getFireKind(), 2u);
+    EXPECT_TRUE(event.getPlanUuid().isEmpty());
+    event.SetTriggerObject(&object);
+    EXPECT_EQ(event.getPlanUuid(), "X");
+    event.SetTriggerObject(nullptr);
+    EXPECT_EQ(event.getPlanUuid(), "X");
+    EXPECT_EQ(event.Start(), FireState::kScheduled);
+}
+
+TEST(Fires, SeekWithoutTriggerObjectIsAnError) {
+    LogCapture log;
+    DateTimeFire fire;
+    QDateTime next;
+    EXPECT_EQ(fire.SeekNextStartTime(At("2026-03-10 08:00:00"), next), FireState::kError);
+    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "TriggerObject pointer is NULL in the DateTimeFire."));
+}
+
+TEST(Fires, EveryNewStartIsReportedAndLogged) {
+    FakeClientLink link;
+    LogCapture log;
+    TriggerObject object = MakeTrigger("P", {2, "2026-03-01 09:30:00"});
+    DateTimeFire fire;
+    fire.SetTriggerObject(&object);
+    QDateTime next;
+    ASSERT_EQ(fire.SeekNextStartTime(At("2026-03-10 08:00:00"), next), FireState::kScheduled);
+    EXPECT_EQ(next, At("2026-03-10 09:30:00"));
+    ASSERT_EQ(link.CommandsOfType(601).size(), 1u);
+    EXPECT_EQ(link.CommandsOfType(601)[0].nextStartTime, "2026-03-10 09:30:00");
+    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
+                        "The TimerFire of scheduler[P] next start time [2026-03-10 09:30:00] in the SeekNextStartTime."));
+}
+
+TEST(Fires, RefusedReportKeepsTheStartTime) {
+    LogCapture log;
+    TriggerObject object = MakeTrigger("P", {2, "2026-03-01 09:30:00"});
+    DateTimeFire fire;
+    fire.SetTriggerObject(&object);
+    QDateTime next;
+    EXPECT_EQ(fire.SeekNextStartTime(At("2026-03-10 08:00:00"), next), FireState::kScheduled);
+    EXPECT_EQ(object.getNextStartTime(), "2026-03-10 09:30:00");
+    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR,
+                        "The TimerFire of scheduler[P] request update trigger next start time info error."));
+}
+
+TEST(TimerFire, ArmsForTheExactWait) {
+    FakeClientLink link;
+    ClockShift clock(At("2026-03-10 08:28:30.000"));
+    TriggerObject object = MakeTrigger("T", {1, "2026-03-10 08:30:00"});
+    TimerFire fire;
+    fire.SetTriggerObject(&object);
+    EXPECT_EQ(fire.Start(), FireState::kScheduled);
+    EXPECT_TRUE(fire.isArmed());
+    // The clock keeps running between the seek and the arming; allow a little.
+    EXPECT_NEAR(fire.armedIntervalMSecs(), 90000, 50);
+}
+
+TEST(TimerFire, FinishedTriggerStaysIdle) {
+    ClockShift clock(At("2026-03-10 09:00:00"));
+    TriggerObject object = MakeTrigger("T", {1, "2026-03-10 08:30:00"});
+    TimerFire fire;
+    fire.SetTriggerObject(&object);
+    EXPECT_EQ(fire.Start(), FireState::kFinished);
+    EXPECT_FALSE(fire.isArmed());
+}
+
+TEST(TimerFire, NonPositiveWaitFailsTheFire) {
+    LogCapture log;
+    TriggerObject object = MakeTrigger("T", {1, "2026-03-10 08:30:00"});
+    TimerFire fire;
+    fire.SetTriggerObject(&object);
+    fire.StartWaitTimer(0);
+    EXPECT_EQ(fire.getFireState(), FireState::kError);
+    EXPECT_FALSE(fire.isArmed());
+    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "The TimerFire of scheduler[T] waittime is less than or equal to 0."));
+}
+
+// Waits beyond the timer's 24.8-day limit are armed in steps; the signal comes
+// only when the due time is reached.
+TEST(TimerFire, LongWaitsAreArmedInSteps) {
+    ClockShift clock(At("2026-01-01 00:00:00"));
+    TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
+    TimerFire fire;
+    fire.SetTriggerObject(&object);
+    QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
+    const qint64 wait = At("2026-01-01 00:00:00").msecsTo(At("2026-06-01 00:00:00"));
+    fire.StartWaitTimer(wait);
+    EXPECT_EQ(fire.armedIntervalMSecs(), std::numeric_limits<int>::max());
+    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    EXPECT_EQ(spy.count(), 0);
+    clock.To(At("2026-06-01 00:00:00"));
+    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    ASSERT_EQ(spy.count(), 1);
+    EXPECT_EQ(spy.at(0).at(0).toString(), "T");
+}
+
+TEST(TimerFire, TimeoutAfterStopSendsNothing) {
+    LogCapture log;
+    TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
+    TimerFire fire;
+    fire.SetTriggerObject(&object);
+    QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
+    fire.Stop();
+    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    EXPECT_EQ(spy.count(), 0);
+    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "Failed to send the timerFireTimeout signal."));
+    QMetaObject::invokeMethod(&fire, "onkillDateTimer", Qt::DirectConnection);
+    EXPECT_FALSE(fire.isArmed());
+}
+} // namespace

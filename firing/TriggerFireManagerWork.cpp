@@ -463,7 +463,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
             QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.").arg(planName));
         return;
     }
-    replacement->StartWaitTimer(current.msecsTo(next));
+    replacement->StartWaitTimer(current, next);
 }
 
 void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object,

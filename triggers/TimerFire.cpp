@@ -43,11 +43,17 @@ quint64 TimerFire::Start() {
                               "TimerFire::Start.")
                           .arg(m_planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
     }
-    StartWaitTimer(wait);
+    StartWaitTimer(current, next);
     return getFireState();
 }
 
 void TimerFire::StartWaitTimer(qint64 wait) {
+    const QDateTime current = Clock::now();
+    StartWaitTimer(current, current.addMSecs(wait));
+}
+
+void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
+    const qint64 wait = current.msecsTo(due);
     if (wait <= 0) {
         TriggerObject* object = GetTriggerObject();
         Logger::Error(QString("The TimerFire of scheduler[%1] waittime is less than or equal to 0.")
@@ -56,7 +62,7 @@ void TimerFire::StartWaitTimer(qint64 wait) {
         return;
     }
     m_waitMSecs = wait;
-    m_dueMSecs = Clock::nowMSecsSinceEpoch() + wait;
+    m_dueMSecs = due.toMSecsSinceEpoch();
     if (QThread::currentThread() != thread()) {
         QMetaObject::invokeMethod(this, &TimerFire::Arm, Qt::QueuedConnection);
         return;

@@ -21,6 +21,9 @@ public:
     // Arms the timer for the wait, on the fire's own thread; a wait of 0 or
     // less marks the fire failed.
     void StartWaitTimer(qint64 wait);
+    // The same, for a wait that was measured from `current` to `due`: the
+    // timer aims at `due` itself, whatever time passed since `current`.
+    void StartWaitTimer(const QDateTime& current, const QDateTime& due);
 
     int armedIntervalMSecs() const { return m_timer.interval(); }
     bool isArmed() const { return m_timer.isActive(); }

@@ -1,0 +1,187 @@
+// The whole road of plan commands and scheduled runs inside one process: the
+// task scheduler with its real managers, a stand-in agent and plan clients on
+// loopback ports the test chose.
+#include "support/AgentStandIn.h"
+#include "support/LogCapture.h"
+#include "support/PlanClient.h"
+#include "support/ServiceFolder.h"
+#include "support/TriggerBuilder.h"
+
+#include "communication/SchedulerClientCommunManager.h"
+#include "framework/CommandBuilder.h"
+#include "framework/ConfigReader.h"
+#include "framework/FrameReader.h"
+#include "framework/RequestCommand.h"
+#include "scheduler/TaskScheduler.h"
+#include "store/SchedulerDataStoreManager.h"
+
+#include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <log4cpp/Priority.hh>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+class CommandRoad : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(scheduler.Init(folder.Dir()));
+        ASSERT_TRUE(scheduler.Start());
+    }
+    void TearDown() override {
+        scheduler.Stop();
+        scheduler.UnInit();
+        ConfigReader::ResetToDefaults();
+        QCoreApplication::sendPostedEvents();
+    }
+
+    static int RegisteredPlans() {
+        QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+        return SchedulerDataStoreManager::GetTriggerObjectHash()->size();
+    }
+
+    ServiceFolder folder;
+    AgentStandIn agent{folder.agentPort()};
+    LogCapture log;
+    TaskScheduler scheduler{nullptr};
+};
+
+TEST_F(CommandRoad, AddedPlanRunsAndIsDeleted) {
+    PlanClient client(folder.schedulerPort());
+    client.SendNewPlan("once", MakeAttribute({1}));
+    EXPECT_EQ(client.NextResult(), 0);
+    EXPECT_TRUE(agent.WaitFor(600, "once", 2000));
+    EXPECT_GE(agent.CountOf(601, "once"), 1);
+    EXPECT_TRUE(QTest::qWaitFor([this] { return log.CountContaining("Client request command[600#") > 0; }, 2000));
+
+    client.SendNewPlan("once", MakeAttribute({1}));
+    EXPECT_EQ(client.NextResult(), 1);
+    client.SendDeletePlan("once");
+    EXPECT_EQ(client.NextResult(), 0);
+    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject("once"), nullptr);
+    client.SendDeletePlan("once");
+    EXPECT_EQ(client.NextResult(), 1);
+}
+
+TEST_F(CommandRoad, ModifyRegistersAndReplacesTheFire) {
+    PlanClient client(folder.schedulerPort());
+    client.SendModifyPlan("m", MakeAttribute({2, "2026-01-01 03:00:00"}));
+    EXPECT_EQ(client.NextResult(), 0);
+    ASSERT_NE(SchedulerDataStoreManager::GetTriggerObject("m"), nullptr);
+    // A calendar plan turned into an event plan keeps no calendar fire.
+    client.SendModifyPlan("m", MakeAttribute({258}));
+    EXPECT_EQ(client.NextResult(), 0);
+    EXPECT_TRUE(scheduler.TriggerEvent(258));
+    EXPECT_TRUE(agent.WaitFor(600, "m", 2000));
+}
+
+TEST_F(CommandRoad, PlansWithoutAFireAreAnsweredWithFailure) {
+    PlanClient client(folder.schedulerPort());
+    client.SendNewPlan("odd", MakeAttribute({9}));
+    EXPECT_EQ(client.NextResult(), 1);
+    EXPECT_NE(SchedulerDataStoreManager::GetTriggerObject("odd"), nullptr);
+    client.SendDeletePlan("odd");
+    EXPECT_EQ(client.NextResult(), 1);
+    client.SendNewPlan("ended", MakeAttribute({1, "2020-01-01 00:00:00"}));
+    EXPECT_EQ(client.NextResult(), 0);
+}
+
+TEST_F(CommandRoad, UnsupportedCommandsGetNoReply) {
+    PlanClient client(folder.schedulerPort());
+    client.SendCommand(201, "x");
+    EXPECT_EQ(client.NextResult(300), -1);
+    EXPECT_EQ(log.CountContaining("return pointer is NULL."), 1);
+    client.SendNewPlan("after", MakeAttribute({257}));
+    EXPECT_EQ(client.NextResult(), 0);
+}
+
+// Hostile input on the command port: each refused frame gets one line, the
+// connection of an oversized frame is closed, and the others are still served.
+TEST_F(CommandRoad, BadInputIsRefusedAndNothingIsLost) {
+    PlanClient keeper(folder.schedulerPort());
+    keeper.SendNewPlan("kept", MakeAttribute({257}));
+    ASSERT_EQ(keeper.NextResult(), 0);
+    const int plansBefore = RegisteredPlans();
+
+    PlanClient silent(folder.schedulerPort());
+    PlanClient truncated(folder.schedulerPort());
+    truncated.SendRaw(PlanClient::NewPlanCommand("t", MakeAttribute({257})).left(20));
+    PlanClient oversized(folder.schedulerPort());
+    oversized.SendRaw(QByteArray::fromHex("00200000") + QByteArray(64, 'x'));
+    PlanClient random(folder.schedulerPort());
+    QRandomGenerator generator(7);
+    for (int i = 0; i < 20; ++i) {
+        QByteArray junk(static_cast<int>(generator.bounded(1, 300)), '\0');
+        for (char& byte : junk) {
+            byte = static_cast<char>(generator.bounded(256));
+        }
+        random.SendRaw(FrameReader::Frame(junk));
+    }
+    EXPECT_TRUE(QTest::qWaitFor([&oversized] { return !oversized.isConnected(); }, 3000));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [this] { return log.Count("Push server request comm command failed in the onProducerPackageCommand.") == 20; },
+        3000));
+    EXPECT_EQ(log.CountContaining("Refused a frame of 2097152 bytes"), 1);
+
+    keeper.SendNewPlan("still-served", MakeAttribute({257}));
+    EXPECT_EQ(keeper.NextResult(), 0);
+    EXPECT_EQ(RegisteredPlans(), plansBefore + 1);
+    EXPECT_TRUE(silent.isConnected());
+}
+
+TEST_F(CommandRoad, TwoHundredClientsAtOnce) {
+    std::vector<std::unique_ptr<PlanClient>> clients;
+    for (int i = 0; i < 200; ++i) {
+        clients.push_back(std::make_unique<PlanClient>(folder.schedulerPort(), false));
+    }
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&clients] {
+            return std::all_of(clients.begin(), clients.end(), [](const auto& c) { return c->isConnected(); });
+        },
+        10000));
+    for (int i = 0; i < 200; ++i) {
+        clients[static_cast<size_t>(i)]->SendNewPlan(QString("many-%1").arg(i), MakeAttribute({259}));
+    }
+    int answered = 0;
+    for (auto& client : clients) {
+        answered += client->NextResult(5000) == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(answered, 200);
+    EXPECT_EQ(RegisteredPlans(), 200);
+}
+
+TEST(ClientLink, SortsCommandsOntoTheTwoWorkers) {
+    LogCapture log;
+    SchedulerClientCommunManager link;
+    CommunAttribute attribute;
+    attribute.setProtocolType(2);
+    attribute.setDestSvrNameIp("127.0.0.1");
+    link.SetCommunAttribute(attribute);
+    QSignalSpy refresh(&link, &SchedulerClientCommunManager::refreshRequestCommand);
+    QSignalSpy control(&link, &SchedulerClientCommunManager::controlRequestCommand);
+    for (quint64 type : {601ULL, 600ULL, 777ULL}) {
+        std::unique_ptr<CommCommand> command(CommandBuilder::BuilderCommand(type));
+        command->getObjectCommunAttribute() = attribute;
+        link.onRequestCommand(command.get());
+    }
+    EXPECT_EQ(refresh.count(), 1);
+    EXPECT_EQ(control.count(), 2);
+
+    std::unique_ptr<CommCommand> elsewhere(CommandBuilder::BuilderCommand(600));
+    elsewhere->getObjectCommunAttribute().setProtocolType(2);
+    elsewhere->getObjectCommunAttribute().setDestSvrNameIp("10.0.0.1");
+    link.onRequestCommand(elsewhere.get());
+    link.onRequestCommand(nullptr);
+    EXPECT_EQ(control.count(), 2);
+    EXPECT_EQ(log.CountContaining("CommunAttribute does not match in the onRequestCommand."), 1);
+    EXPECT_TRUE(log.Has(log4cpp::Priority::WARN, "The client request command into parameter pointer is null."));
+    link.Stop();
+    link.Stop();
+    link.UnInit();
+    link.UnInit();
+}
+} // namespace

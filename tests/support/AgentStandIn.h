@@ -1,0 +1,20 @@
+#pragma once
+
+#include "framework/CommunServer.h"
+
+#include <QStringList>
+
+// A stand-in agent on a port the test chose: answers every command with
+// result 0 and remembers "<type> <plan>" for each.
+class AgentStandIn {
+public:
+    explicit AgentStandIn(quint16 port);
+
+    QStringList Received() const { return m_received; }
+    int CountOf(quint64 type, const QString& planUuid) const;
+    bool WaitFor(quint64 type, const QString& planUuid, int timeoutMSecs);
+
+private:
+    CommunServer m_server;
+    QStringList m_received;
+};

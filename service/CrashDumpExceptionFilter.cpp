@@ -17,11 +17,14 @@
 
 namespace {
 constexpr int kFatalSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
-constexpr size_t kAltStackSize = 64 * 1024;
+// Symbolizing a backtrace with libdw needs far more stack than a signal
+// handler usually gets.
+constexpr size_t kAltStackSize = 4 * 1024 * 1024;
 
 char g_dumpDir[PATH_MAX];
 char g_altStack[kAltStackSize];
 volatile sig_atomic_t g_terminating = 0;
+volatile sig_atomic_t g_handling = 0;
 
 void WriteAll(int fd, const char* text, size_t length) {
     while (length > 0) {
@@ -67,6 +70,13 @@ void OnTerminate() {
 }
 
 void OnSignal(int signal, siginfo_t* info, void*) {
+    // A crash inside the report writer itself must not overwrite the report.
+    if (g_handling != 0) {
+        ::signal(signal, SIG_DFL);
+        ::raise(signal);
+        return;
+    }
+    g_handling = 1;
     CrashDumpExceptionFilter::Handle(signal, info->si_addr);
     // SA_RESETHAND restored the default action; raising again ends the process
     // by this signal.

@@ -1,0 +1,124 @@
+// The service executable as a user and systemd see it.
+#include "support/ServiceProcess.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+const QString kRule(106, '=');
+const QString kTitle = QString(45, ' ') + "SchedulerService start" + QString(46, ' ');
+
+TEST(ServiceProcess, StartsWithTheBannerAndStopsOnSigterm) {
+    ServiceFolder folder;
+    ServiceProcess service(folder);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+    const QStringList messages = service.LogMessages();
+    ASSERT_GE(messages.size(), 6);
+    EXPECT_EQ(messages.mid(0, 4), (QStringList{kRule, kTitle, kRule, "Logger initial success."}));
+    EXPECT_EQ(kTitle.size(), 113);
+    EXPECT_LT(messages.indexOf("SchedulerService initial success."), messages.indexOf("SchedulerService start success."));
+    service.Signal(SIGTERM);
+    ASSERT_TRUE(service.WaitForExit(2000));
+    EXPECT_EQ(service.process().exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(service.process().exitCode(), 0);
+    EXPECT_TRUE(service.LogMessages().contains("SchedulerService stop success."));
+}
+
+TEST(ServiceProcess, WithoutConfigurationItLogsOneErrorAndIdles) {
+    ServiceFolder folder;
+    folder.RemoveConfig();
+    ServiceProcess service(folder);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.WaitForLog("Failed to initialize the ConfigReader.", 10000));
+    QTest::qWait(300);
+    EXPECT_EQ(service.process().state(), QProcess::Running);
+    int errors = 0;
+    for (const QString& line : service.LogLines()) {
+        errors += line.contains("] ERROR ") ? 1 : 0;
+    }
+    EXPECT_EQ(errors, 1);
+    EXPECT_EQ(service.LogMessages().mid(0, 4), (QStringList{kRule, kTitle, kRule, "Logger initial success."}));
+    service.Signal(SIGTERM);
+    ASSERT_TRUE(service.WaitForExit(2000));
+    EXPECT_EQ(service.process().exitCode(), 0);
+}
+
+struct CrashCase {
+    const char* name;
+    int signal;
+};
+
+class Crash : public ::testing::TestWithParam<CrashCase> {};
+
+TEST_P(Crash, LeavesADumpAndEndsByTheSignal) {
+    ServiceFolder folder;
+    ServiceProcess service(folder);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+    service.Signal(GetParam().signal);
+    ASSERT_TRUE(service.WaitForExit(20000));
+    EXPECT_EQ(service.process().exitStatus(), QProcess::CrashExit);
+    const QStringList dumps = QDir(folder.Path("dump")).entryList({"schedulerservice*.dmp"});
+    ASSERT_EQ(dumps.size(), 1);
+    EXPECT_TRUE(QRegularExpression(R"(^schedulerservice\d{14}\.dmp$)").match(dumps.first()).hasMatch());
+    QFile dump(folder.Path("dump/" + dumps.first()));
+    ASSERT_TRUE(dump.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(dump.readAll());
+    EXPECT_TRUE(text.contains(QString("signal: %1 ").arg(GetParam().signal)));
+    EXPECT_TRUE(text.contains(QRegularExpression(R"(thread id: \d+)")));
+    EXPECT_TRUE(text.contains("Stack trace")) << text.left(2000).toStdString();
+    EXPECT_TRUE(text.contains("/proc/self/maps:"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, Crash,
+                         ::testing::Values(CrashCase{"segv", SIGSEGV}, CrashCase{"abort", SIGABRT}),
+                         [](const ::testing::TestParamInfo<CrashCase>& info) { return std::string(info.param.name); });
+
+TEST(ServiceProcess, CommandLine) {
+    ServiceFolder folder;
+    ServiceProcess unknown(folder);
+    ASSERT_TRUE(unknown.Start({"--frobnicate"}));
+    ASSERT_TRUE(unknown.WaitForExit(5000));
+    EXPECT_EQ(unknown.process().exitCode(), 2);
+    EXPECT_TRUE(unknown.process().readAllStandardError().contains("Usage:"));
+
+    ServiceProcess version(folder);
+    ASSERT_TRUE(version.Start({"-v"}));
+    ASSERT_TRUE(version.WaitForExit(5000));
+    EXPECT_EQ(version.process().exitCode(), 0);
+    EXPECT_TRUE(version.process().readAllStandardOutput().startsWith("OrvelSchedulerService "));
+}
+
+TEST(ServiceProcess, InstallsAndRemovesItsSystemdUnit) {
+    ServiceFolder folder;
+    ServiceProcess install(folder);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("ORVEL_SYSTEMD_UNIT_DIR", folder.Path("units"));
+    environment.insert("PATH", "/nonexistent");
+    install.process().setProcessEnvironment(environment);
+    ASSERT_TRUE(install.Start({"-i"}));
+    ASSERT_TRUE(install.WaitForExit(5000));
+    EXPECT_EQ(install.process().exitCode(), 0);
+    QFile unit(folder.Path("units/OrvelSchedulerService.service"));
+    ASSERT_TRUE(unit.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(unit.readAll());
+    EXPECT_TRUE(text.contains("Description=Scheduler service"));
+    EXPECT_TRUE(text.contains("Type=notify"));
+    EXPECT_TRUE(text.contains("ExecStart=" + install.Executable() + " -e"));
+    EXPECT_TRUE(text.contains("WantedBy=multi-user.target"));
+
+    ServiceProcess uninstall(folder);
+    uninstall.process().setProcessEnvironment(environment);
+    ASSERT_TRUE(uninstall.Start({"-u"}));
+    ASSERT_TRUE(uninstall.WaitForExit(5000));
+    EXPECT_EQ(uninstall.process().exitCode(), 0);
+    EXPECT_FALSE(QFile::exists(folder.Path("units/OrvelSchedulerService.service")));
+}
+} // namespace

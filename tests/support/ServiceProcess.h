@@ -1,0 +1,28 @@
+#pragma once
+
+#include "ServiceFolder.h"
+
+#include <QProcess>
+#include <QStringList>
+
+// The real service executable, copied into a throw-away folder and run there,
+// so that its log, data and dumps land beside it as in production.
+class ServiceProcess {
+public:
+    explicit ServiceProcess(ServiceFolder& folder);
+    ~ServiceProcess();
+
+    bool Start(const QStringList& arguments = {});
+    // The messages of log/schedulerservice.log, without time, thread and level.
+    QStringList LogMessages() const;
+    QStringList LogLines() const;
+    bool WaitForLog(const QString& message, int timeoutMSecs);
+    void Signal(int signal);
+    bool WaitForExit(int timeoutMSecs);
+    QProcess& process() { return m_process; }
+    QString Executable() const;
+
+private:
+    ServiceFolder& m_folder;
+    QProcess m_process;
+};

@@ -31,6 +31,11 @@ constexpr const char* kSelect = "SELECT plan_uuid, trigger_type, start_time, end
                                 "duration_secs, week_days, months, month_days, day_last_flag, end_flag "
                                 "FROM triggers";
 
+// A null text would bind as SQL NULL, which the NOT NULL columns refuse.
+QString Text(const QString& text) {
+    return text.isNull() ? QStringLiteral("") : text;
+}
+
 bool ReadUnsigned(const QVariant& value, quint64& out) {
     bool ok = false;
     out = value.toULongLong(&ok);
@@ -166,15 +171,15 @@ bool DatabaseFunctionOperation::WriteTrigger(const char* onConflict, const QStri
                           "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
                       .arg(onConflict));
     const QVariantList values = {planUuid,
-                                 planName,
+                                 Text(planName),
                                  attribute.getTriggerType(),
-                                 attribute.getStartTime(),
-                                 attribute.getEndTime(),
+                                 Text(attribute.getStartTime()),
+                                 Text(attribute.getEndTime()),
                                  attribute.getInterval(),
                                  attribute.getDuration(),
-                                 attribute.getWeekDays(),
-                                 attribute.getWhichMoths(),
-                                 attribute.getMonthDays(),
+                                 Text(attribute.getWeekDays()),
+                                 Text(attribute.getWhichMoths()),
+                                 Text(attribute.getMonthDays()),
                                  attribute.getDayLastFlag(),
                                  attribute.getTriggerEndFlag()};
     for (const QVariant& value : values) {

@@ -1,0 +1,143 @@
+// orvelctl as its users run it: preview, and the plan road through the real
+// service and the stand-in agent.
+#include "support/ServiceProcess.h"
+
+#include "framework/DatabaseFunctionOperation.h"
+#include "framework/TriggerAttribute.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+struct ToolRun {
+    int code;
+    QString out;
+    QString err;
+};
+
+ToolRun Orvelctl(const QString& program, const QStringList& arguments) {
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(20000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+ToolRun Orvelctl(const QStringList& arguments) {
+    return Orvelctl(QString(ORVEL_BIN_DIR) + "/orvelctl", arguments);
+}
+
+TEST(Preview, PrintsStartTimesOnly) {
+    const ToolRun run = Orvelctl({"preview", "--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5",
+                              "--interval", "600", "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count",
+                              "3"});
+    EXPECT_EQ(run.code, 0);
+    // 20:25 lies 1500 s into the 1800 s span, so one more repetition would overrun it.
+    EXPECT_EQ(run.out, "2026-03-13 20:25:01\n2026-03-16 20:00:00\n2026-03-16 20:10:00\n");
+    EXPECT_TRUE(run.err.isEmpty());
+}
+
+TEST(Preview, RefusesBadArgumentsWithOneLine) {
+    const QStringList base = {"preview", "--type", "4", "--start", "2026-01-01 10:00:00", "--now",
+                              "2026-01-01 00:00:00"};
+    const QList<QStringList> cases = {
+        {"--week-days", "0"},      {"--week-days", "8"},  {"--months", "13"},          {"--month-days", "32"},
+        {"--month-days", "1,x"},   {"--day-last", "2"},   {"--interval", "-5"},        {"--count", "many"},
+        {"--mode", "sometimes"},   {"--end", "tomorrow"}, {"--bogus", "1"},            {"--interval"},
+    };
+    for (const QStringList& extra : cases) {
+        SCOPED_TRACE(extra.join(' ').toStdString());
+        const ToolRun run = Orvelctl(base + extra);
+        EXPECT_EQ(run.code, 2);
+        EXPECT_TRUE(run.out.isEmpty());
+        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+    }
+    EXPECT_EQ(Orvelctl({"preview", "--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"}).code, 2);
+    EXPECT_EQ(Orvelctl({"preview", "--type", "1", "--start", "2026-01-01 10:00:00"}).code, 2);
+    EXPECT_EQ(Orvelctl({"frobnicate"}).code, 2);
+    const ToolRun help = Orvelctl({"preview", "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.contains("--month-days"));
+    EXPECT_TRUE(help.out.contains("Example"));
+}
+
+// The whole road: orvelctl records the plan and sends it, the service fires
+// it, and the stand-in agent prints the execute-trigger command.
+class PlanRoad : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QFile::copy(QString(ORVEL_BIN_DIR) + "/orvelctl", Tool());
+        agent.start(Tool(), {"agent"});
+        ASSERT_TRUE(agent.waitForStarted());
+        ASSERT_TRUE(QTest::qWaitFor([this] { return agentErr().contains("listening"); }, 5000));
+        ASSERT_TRUE(service.Start());
+        ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+    }
+    void TearDown() override {
+        agent.terminate();
+        agent.waitForFinished(5000);
+    }
+
+    QString Tool() const { return folder.Path("orvelctl"); }
+    QString agentErr() {
+        m_agentErr += QString::fromUtf8(agent.readAllStandardError());
+        return m_agentErr;
+    }
+    QString agentOut() {
+        m_agentOut += QString::fromUtf8(agent.readAllStandardOutput());
+        return m_agentOut;
+    }
+    bool AgentPrints(const QString& part, int timeoutMSecs) {
+        return QTest::qWaitFor([&] { return agentOut().contains(part); }, timeoutMSecs);
+    }
+
+    ServiceFolder folder;
+    ServiceProcess service{folder};
+    QProcess agent;
+    QString m_agentErr;
+    QString m_agentOut;
+};
+
+TEST_F(PlanRoad, AddRunDeleteThroughTheRealService) {
+    const ToolRun added = Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""});
+    EXPECT_EQ(added.code, 0) << added.err.toStdString();
+    EXPECT_TRUE(added.out.contains("result 0"));
+    EXPECT_TRUE(AgentPrints(" 600 demo-once ", 2500)) << agentOut().toStdString();
+    EXPECT_TRUE(agentOut().contains(" 601 demo-once "));
+
+    EXPECT_EQ(Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""}).code, 1);
+    EXPECT_EQ(Orvelctl(Tool(), {"plan", "delete", "--plan", "demo-once"}).code, 0);
+    EXPECT_EQ(Orvelctl(Tool(), {"plan", "delete", "--plan", "demo-once"}).code, 1);
+
+    const ToolRun event = Orvelctl(Tool(), {"plan", "modify", "--plan", "at-logon", "--event", "logon"});
+    EXPECT_EQ(event.code, 0) << event.err.toStdString();
+    EXPECT_EQ(Orvelctl(Tool(), {"plan", "add", "--plan", "x", "--event", "reboot"}).code, 2);
+}
+
+TEST_F(PlanRoad, WithoutTheServiceThePlanIsStillRecorded) {
+    service.Signal(SIGTERM);
+    ASSERT_TRUE(service.WaitForExit(5000));
+    const ToolRun run = Orvelctl(Tool(), {"plan", "add", "--plan", "offline", "--type", "2", "--start",
+                                      "2026-01-01 02:00:00"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.err.count('\n'), 1);
+    EXPECT_TRUE(run.err.contains("No scheduler service is listening"));
+    DatabaseFunctionOperation database;
+    ASSERT_TRUE(database.Init(folder.Path("data/alldb.db")));
+    QHash<QString, TriggerAttribute*> stored;
+    ASSERT_TRUE(database.LoadTriggerAttributes(stored));
+    ASSERT_TRUE(stored.contains("offline"));
+    EXPECT_EQ(stored.value("offline")->getTriggerType(), 2u);
+    qDeleteAll(stored);
+
+    // At its next start the service loads the plan and reports its first start.
+    ServiceProcess restarted(folder);
+    ASSERT_TRUE(restarted.Start());
+    EXPECT_TRUE(AgentPrints(" 601 offline ", 3000)) << agentOut().toStdString();
+}
+} // namespace

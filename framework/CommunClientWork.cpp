@@ -10,7 +10,11 @@
 CommunClientWork::CommunClientWork(QObject* parent) : QObject(parent) {}
 
 CommunClientWork::~CommunClientWork() {
-    onThreadFinished();
+    // A worker whose thread has ended released its connection there; one that
+    // never ran on a thread of its own releases it here.
+    if (!m_releasedOnThread.load(std::memory_order_acquire)) {
+        ReleaseConnection();
+    }
 }
 
 bool CommunClientWork::Init() {
@@ -142,6 +146,11 @@ void CommunClientWork::onReadyRead() {
 }
 
 void CommunClientWork::onThreadFinished() {
+    ReleaseConnection();
+    m_releasedOnThread.store(true, std::memory_order_release);
+}
+
+void CommunClientWork::ReleaseConnection() {
     delete m_retryTimer;
     m_retryTimer = nullptr;
     if (m_socket != nullptr) {

@@ -7,6 +7,7 @@
 #include <QMutex>
 #include <QObject>
 
+#include <atomic>
 #include <deque>
 
 class QTcpSocket;
@@ -46,6 +47,7 @@ private:
     void onDisconnected();
     void onReadyRead();
     void onThreadFinished();
+    void ReleaseConnection();
     QString Destination() const;
 
     mutable QMutex m_attributeMutex;
@@ -59,4 +61,5 @@ private:
     quint64 m_dropped = 0;
     FrameReader m_reader;
     std::deque<QByteArray> m_pending;
+    std::atomic<bool> m_releasedOnThread{false};
 };

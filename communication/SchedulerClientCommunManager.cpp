@@ -71,11 +71,12 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
     }
     if (differs) {
         Logger::Warn(
-            QString("The client request plan%1 CommunAttribute does not match in the onRequestCommand.").arg(trace, 0));
+            QString("The client request plan%1 CommunAttribute does not match in the onRequestCommand.")
+                .arg(trace, 0));
         return;
     }
-    Logger::Info(
-        QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.").arg(trace, 0));
+    Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
+                     .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);

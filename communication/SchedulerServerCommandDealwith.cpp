@@ -95,8 +95,8 @@ ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand
     }
     const QString planUuid = request->getPlanUuid();
     SchedulerPlanData data;
-    const bool decoded = CommandBuilder::BytearrayToData(
-        static_cast<RequestCommand*>(request)->getRfrnRequestData(), &data);
+    const bool decoded =
+        CommandBuilder::BytearrayToData(static_cast<RequestCommand*>(request)->getRfrnRequestData(), &data);
     if (!decoded || planUuid.isEmpty()) {
         return Finish(result, kFailure);
     }
@@ -158,7 +158,8 @@ void SchedulerServerCommandDealwith::onDealQueuePackageCommand(SocketCommandPack
     }
     const QString trace = request->getTraceFlag();
     Logger::Info(
-        QString("Server command%1 reach SchedulerServerCommandDealwith in the onDealQueuePackageCommand.").arg(trace, 0));
+        QString("Server command%1 reach SchedulerServerCommandDealwith in the onDealQueuePackageCommand.")
+            .arg(trace, 0));
     ResultCommand* result = DealRequestCommand(request);
     if (result == nullptr) {
         Logger::Error(QString("Server deal with command%1 return pointer is NULL.").arg(trace, 0));

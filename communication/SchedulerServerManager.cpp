@@ -30,7 +30,8 @@ bool SchedulerServerManager::Start() {
     if (m_dealThread.isRunning()) {
         return true;
     }
-    connect(&m_communServer, &CommunServer::incomingBlockData, this, &SchedulerServerManager::onProducerPackageCommand,
+    connect(&m_communServer, &CommunServer::incomingBlockData, this,
+            &SchedulerServerManager::onProducerPackageCommand,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
     connect(this, &SchedulerServerManager::dealQueuePackageCommand, &m_commandDealwith,
             &SchedulerServerCommandDealwith::onDealQueuePackageCommand,
@@ -38,7 +39,8 @@ bool SchedulerServerManager::Start() {
     connect(&m_commandDealwith, &SchedulerServerCommandDealwith::dealCommandResult, this,
             &SchedulerServerManager::onDealCommandResult,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    if (!m_communServer.Start(ConfigReader::getSchedulerLocalServerName(), ConfigReader::getSchedulerPort())) {
+    if (!m_communServer.Start(ConfigReader::getSchedulerLocalServerName(),
+                              ConfigReader::getSchedulerPort())) {
         return false;
     }
     m_commandDealwith.moveToThread(&m_dealThread);
@@ -56,7 +58,8 @@ void SchedulerServerManager::UnInit() {
     m_communServer.UnInit();
 }
 
-void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, QIODevice* psocket, QByteArray bytes) {
+void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, QIODevice* psocket,
+                                                      QByteArray bytes) {
     if (bytes.isEmpty()) {
         return;
     }
@@ -133,7 +136,8 @@ void SchedulerServerManager::onDealCommandResult(SocketCommandPackage* ppackage,
         return;
     }
     Logger::Info(
-        QString("Server send result command%1 reach SchedulerServerManager in the onDealCommandResult.").arg(trace, 0));
+        QString("Server send result command%1 reach SchedulerServerManager in the onDealCommandResult.")
+            .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(pretcommand);
     CommandBuilder::DestroyCommand(pretcommand);
     m_communServer.SendResult(socket, bytes);

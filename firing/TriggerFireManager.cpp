@@ -19,7 +19,8 @@ bool TriggerFireManager::Start() {
         return true;
     }
     connect(&m_atTimer, &QTimer::timeout, &work, &TriggerFireManagerWork::onAtTimerOut, Qt::UniqueConnection);
-    connect(this, &TriggerFireManager::killAtTimer, this, &TriggerFireManager::onkillAtTimer, Qt::UniqueConnection);
+    connect(this, &TriggerFireManager::killAtTimer, this, &TriggerFireManager::onkillAtTimer,
+            Qt::UniqueConnection);
     m_atTimer.start(kPollIntervalMSecs);
     return true;
 }

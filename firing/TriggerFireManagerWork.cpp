@@ -87,8 +87,8 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFire(quint64 type, TriggerObject*
     if (TriggerTypes::IsDateTime(type)) {
         if (IsTimerMode()) {
             auto* timerFire = new TimerFire();
-            connect(timerFire, &DateTimeFire::timerFireTimeout, this, &TriggerFireManagerWork::onTimerFireTimeout,
-                    Qt::QueuedConnection);
+            connect(timerFire, &DateTimeFire::timerFireTimeout, this,
+                    &TriggerFireManagerWork::onTimerFireTimeout, Qt::QueuedConnection);
             fire = timerFire;
         } else {
             fire = new AtTimeFire();
@@ -165,7 +165,8 @@ void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fi
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, object->getPlanUuid()));
     }
-    Logger::Info(QString("The %1 of scheduler[%2] trigger execution finished.").arg(fireClass, object->getPlanUuid()));
+    Logger::Info(
+        QString("The %1 of scheduler[%2] trigger execution finished.").arg(fireClass, object->getPlanUuid()));
 }
 
 quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
@@ -236,7 +237,8 @@ void TriggerFireManagerWork::StopAllTriggerFires() {
             // again and again.
             for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
                 if (fire != nullptr) {
-                    connect(this, SIGNAL(killDateTimer()), fire, SLOT(onkillDateTimer()), Qt::UniqueConnection);
+                    connect(this, SIGNAL(killDateTimer()), fire, SLOT(onkillDateTimer()),
+                            Qt::UniqueConnection);
                 }
             }
             Q_EMIT killDateTimer();
@@ -376,15 +378,18 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             fired = true;
             if (fire->NowFire(object)) {
                 Logger::Info(
-                    QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.").arg(planUuid));
+                    QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
+                        .arg(planUuid));
             } else {
                 Logger::Error(
-                    QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.").arg(planUuid));
+                    QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
+                        .arg(planUuid));
             }
         } else if (!valid || nextMSecs < nowMSecs) {
-            Logger::Warn(QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
-                                 "onAtTimerOut.")
-                             .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+            Logger::Warn(
+                QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
+                        "onAtTimerOut.")
+                    .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
         } else {
             earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
             return true;
@@ -402,9 +407,10 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     }
     if (state == FireState::kScheduled) {
         if (next < current) {
-            Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
-                                  "onAtTimerOut.")
-                              .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+            Logger::Error(
+                QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
+                        "onAtTimerOut.")
+                    .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
         }
         earliestDueMSecs = qMin(earliestDueMSecs, StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch());
         return true;
@@ -429,7 +435,8 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     }
     auto* fire = qobject_cast<TimerFire*>(m_dateTimeFires->value(planName));
     if (fire == nullptr) {
-        Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
         return;
     }
     TriggerObject* object = fire->GetTriggerObject();
@@ -439,7 +446,8 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     }
     if (!fire->NowFire(object)) {
         Logger::Error(
-            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.").arg(planName));
+            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
+                .arg(planName));
         return;
     }
     const QDateTime current = Clock::now();
@@ -460,7 +468,8 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(
-            QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.").arg(planName));
+            QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")
+                .arg(planName));
         return;
     }
     replacement->StartWaitTimer(current, next);

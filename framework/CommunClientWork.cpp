@@ -30,7 +30,8 @@ void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute) {
 
 QString CommunClientWork::Destination() const {
     QMutexLocker locker(&m_attributeMutex);
-    const quint64 port = m_attribute.getDestPort() == 0 ? ConfigReader::getAgentPort() : m_attribute.getDestPort();
+    const quint64 port =
+        m_attribute.getDestPort() == 0 ? ConfigReader::getAgentPort() : m_attribute.getDestPort();
     return QString("%1:%2").arg(m_attribute.getDestSvrNameIp()).arg(port);
 }
 
@@ -116,7 +117,8 @@ void CommunClientWork::onConnected() {
     m_reportedFailure = false;
     Logger::Info(QString("Connected to the agent at %1.").arg(Destination()));
     if (m_dropped != 0) {
-        Logger::Warn(QString("%1 commands to the agent were dropped while it was unreachable.").arg(m_dropped));
+        Logger::Warn(
+            QString("%1 commands to the agent were dropped while it was unreachable.").arg(m_dropped));
         m_dropped = 0;
     }
     Flush();

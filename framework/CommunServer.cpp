@@ -35,9 +35,10 @@ bool CommunServer::IsListenAllowed(const QString& name, QString& address) {
         return true;
     }
     if (!ConfigReader::getAllowRemote()) {
-        Logger::Error(QString("The command server refuses to listen on %1, which is not a loopback address; set "
-                              "AllowRemote=true in [Communication] to allow it.")
-                          .arg(address));
+        Logger::Error(
+            QString("The command server refuses to listen on %1, which is not a loopback address; set "
+                    "AllowRemote=true in [Communication] to allow it.")
+                .arg(address));
         return false;
     }
     Logger::Warn(QString("The command server listens on %1, reachable from other hosts.").arg(address));
@@ -116,11 +117,12 @@ void CommunServer::onReadyRead(QTcpSocket* socket) {
         Q_EMIT incomingBlockData(kRequestCommType, socket, payload);
     }
     if (it->Failed()) {
-        Logger::Warn(QString("Refused a frame of %1 bytes from %2:%3 (the limit is %4 bytes); connection closed.")
-                         .arg(it->RefusedLength())
-                         .arg(socket->peerAddress().toString())
-                         .arg(socket->peerPort())
-                         .arg(WireFormat::kMaxFramePayload));
+        Logger::Warn(
+            QString("Refused a frame of %1 bytes from %2:%3 (the limit is %4 bytes); connection closed.")
+                .arg(it->RefusedLength())
+                .arg(socket->peerAddress().toString())
+                .arg(socket->peerPort())
+                .arg(WireFormat::kMaxFramePayload));
         socket->abort();
     }
 }

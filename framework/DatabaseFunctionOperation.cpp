@@ -163,13 +163,15 @@ bool DatabaseFunctionOperation::AddTrigger(const QString& planUuid, const QStrin
     return WriteTrigger("IGNORE", planUuid, planName, attribute, error);
 }
 
-bool DatabaseFunctionOperation::WriteTrigger(const char* onConflict, const QString& planUuid, const QString& planName,
-                                             const TriggerAttribute& attribute, QString& error) {
+bool DatabaseFunctionOperation::WriteTrigger(const char* onConflict, const QString& planUuid,
+                                             const QString& planName, const TriggerAttribute& attribute,
+                                             QString& error) {
     QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
-    query.prepare(QString("INSERT OR %1 INTO triggers (plan_uuid, plan_name, trigger_type, start_time, end_time, "
-                          "interval_secs, duration_secs, week_days, months, month_days, day_last_flag, end_flag) "
-                          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
-                      .arg(onConflict));
+    query.prepare(
+        QString("INSERT OR %1 INTO triggers (plan_uuid, plan_name, trigger_type, start_time, end_time, "
+                "interval_secs, duration_secs, week_days, months, month_days, day_last_flag, end_flag) "
+                "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+            .arg(onConflict));
     const QVariantList values = {planUuid,
                                  Text(planName),
                                  attribute.getTriggerType(),

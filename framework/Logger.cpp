@@ -18,7 +18,7 @@ constexpr size_t kMaxFileSize = 10 * 1024 * 1024;
 constexpr unsigned int kMaxBackups = 5;
 
 log4cpp::Category& Category() {
-    static log4cpp::Category& category = [] () -> log4cpp::Category& {
+    static log4cpp::Category& category = []() -> log4cpp::Category& {
         log4cpp::Category& c = log4cpp::Category::getInstance(kCategoryName);
         c.setAdditivity(false);
         c.setPriority(log4cpp::Priority::DEBUG);
@@ -47,8 +47,8 @@ bool Logger::Initialize(const QString& appDir, const QString& logDir, const QStr
     const QString filePath = QString("%1/%2").arg(dirPath, fileName);
     log4cpp::Category& category = Category();
     category.removeAllAppenders();
-    auto* appender =
-        new log4cpp::RollingFileAppender("file", filePath.toStdString(), kMaxFileSize, kMaxBackups, true, 00644);
+    auto* appender = new log4cpp::RollingFileAppender("file", filePath.toStdString(), kMaxFileSize,
+                                                      kMaxBackups, true, 00644);
     auto* layout = new log4cpp::PatternLayout();
     layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} [%t] %-5p %m%n");
     appender->setLayout(layout);

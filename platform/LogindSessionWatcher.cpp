@@ -33,10 +33,11 @@ LogindSessionWatcher::LogindSessionWatcher(QDBusConnection connection, Callback 
                              SLOT(onSessionRemoved(QString, QDBusObjectPath))) &&
         m_connection.connect(kService, QString(), kSession, "Lock", this, SLOT(onLock(QDBusMessage))) &&
         m_connection.connect(kService, QString(), kSession, "Unlock", this, SLOT(onUnlock(QDBusMessage)));
-    m_connection.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected", this,
-                         SLOT(onDisconnected()));
+    m_connection.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                         "Disconnected", this, SLOT(onDisconnected()));
     if (!m_watching) {
-        Logger::Warn("Cannot subscribe to logind's session signals; the service runs without session events.");
+        Logger::Warn(
+            "Cannot subscribe to logind's session signals; the service runs without session events.");
     }
 }
 

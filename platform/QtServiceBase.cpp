@@ -28,7 +28,8 @@ bool RunSystemctl(const QStringList& arguments) {
 }
 } // namespace
 
-QtServiceBase::QtServiceBase(int argc, char** argv, const QString& name) : m_argc(argc), m_argv(argv), m_name(name) {}
+QtServiceBase::QtServiceBase(int argc, char** argv, const QString& name)
+    : m_argc(argc), m_argv(argv), m_name(name) {}
 
 QtServiceBase::~QtServiceBase() = default;
 

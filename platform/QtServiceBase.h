@@ -9,7 +9,12 @@
 // logind session events, and installs or removes the systemd unit.
 class QtServiceBase {
 public:
-    enum ServiceFlag { Default = 0x00, CanBeSuspended = 0x01, CannotBeStopped = 0x02, NeedsStopOnShutdown = 0x04 };
+    enum ServiceFlag {
+        Default = 0x00,
+        CanBeSuspended = 0x01,
+        CannotBeStopped = 0x02,
+        NeedsStopOnShutdown = 0x04
+    };
     enum StartupType { AutoStartup = 0, ManualStartup = 1 };
     enum LogonEvent { Logon = 0, Logoff = 1, Lock = 2, Unlock = 3 };
 

@@ -41,11 +41,11 @@ void TaskScheduler::ConnectAgentServer() {
 
 bool TaskScheduler::Start() {
     qRegisterMetaType<SocketCommandPackage*>("SocketCommandPackage*");
-    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand, &m_serverManager,
-            &SchedulerServerManager::onDealQueuePackageCommand,
+    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand,
+            &m_serverManager, &SchedulerServerManager::onDealQueuePackageCommand,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand, &m_clientManager,
-            &ClientCommunManager::onDealQueuePackageCommand,
+    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand,
+            &m_clientManager, &ClientCommunManager::onDealQueuePackageCommand,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
     connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
             &TaskScheduler::onClientRequestCommandResult,

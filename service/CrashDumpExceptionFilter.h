@@ -14,5 +14,4 @@ public:
     static void Install();
     // The handler proper; returns 1 like an unhandled-exception filter.
     static long Handle(int signal, void* faultAddress);
-
 };

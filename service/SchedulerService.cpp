@@ -13,10 +13,12 @@ struct SessionEventCode {
     quint64 code;
 };
 
-constexpr SessionEventCode kSessionEvents[] = {{"logon", 0x101}, {"logoff", 0x102}, {"lock", 0x103}, {"unlock", 0x104}};
+constexpr SessionEventCode kSessionEvents[] = {
+    {"logon", 0x101}, {"logoff", 0x102}, {"lock", 0x103}, {"unlock", 0x104}};
 } // namespace
 
-SchedulerService::SchedulerService(int argc, char** argv) : QtService<QCoreApplication>(argc, argv, "OrvelSchedulerService") {
+SchedulerService::SchedulerService(int argc, char** argv)
+    : QtService<QCoreApplication>(argc, argv, "OrvelSchedulerService") {
     QCoreApplication::setOrganizationName("Halvren Co..Ltd.");
     QCoreApplication::setOrganizationDomain("halvren.com");
     QCoreApplication::setApplicationName("OrvelSchedulerService");

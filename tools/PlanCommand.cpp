@@ -80,7 +80,8 @@ QString PlanCommand::Help() {
            "  --event KIND        an event trigger instead of a calendar one: logon, logoff, lock, unlock\n" +
            TriggerOptions::Help() +
            "  --db PATH           the database file (default: data/alldb.db beside orvelctl)\n"
-           "  --server HOST       the service's address (default: SchedulerLocalServerName of cfg/config.ini)\n"
+           "  --server HOST       the service's address (default: SchedulerLocalServerName of "
+           "cfg/config.ini)\n"
            "  --port P            the service's port (default 6060)\n\n"
            "Examples:\n"
            "  orvelctl plan add --plan nightly --type 2 --start \"2026-01-01 02:00:00\"\n"
@@ -113,7 +114,8 @@ int PlanCommand::Run(const QStringList& arguments) {
     }
     ServiceEndpoint::LoadConfiguration();
     quint64 port = 0;
-    if (!parsed.Unsigned("--port", ConfigReader::getSchedulerPort(), port, error) || port == 0 || port > 65535) {
+    if (!parsed.Unsigned("--port", ConfigReader::getSchedulerPort(), port, error) || port == 0 ||
+        port > 65535) {
         return ToolOutput::UsageError("plan", error.isEmpty() ? "--port takes 1 to 65535" : error);
     }
     DatabaseFunctionOperation database;
@@ -146,7 +148,8 @@ int PlanCommand::Run(const QStringList& arguments) {
     database.UnInit();
     if (!stored) {
         CommandBuilder::DestroyCommand(command);
-        return ToolOutput::Fail(QString("orvelctl plan: cannot record the plan in %1: %2").arg(path, error), 1);
+        return ToolOutput::Fail(QString("orvelctl plan: cannot record the plan in %1: %2").arg(path, error),
+                                1);
     }
     const QString host = parsed.Value("--server", ConfigReader::getSchedulerLocalServerName());
     return Send(command, host, static_cast<quint16>(port));
@@ -157,11 +160,12 @@ int PlanCommand::Send(CommCommand* command, const QString& host, quint16 port) {
     QTcpSocket socket;
     socket.connectToHost(host, port);
     if (!socket.waitForConnected(kConnectMSecs)) {
-        return ToolOutput::Fail(QString("No scheduler service is listening on %1:%2; the plan is recorded and the "
-                                        "service loads it at its next start.")
-                                    .arg(host)
-                                    .arg(port),
-                                1);
+        return ToolOutput::Fail(
+            QString("No scheduler service is listening on %1:%2; the plan is recorded and the "
+                    "service loads it at its next start.")
+                .arg(host)
+                .arg(port),
+            1);
     }
     socket.write(FrameReader::Frame(CommandBuilder::CommandToBytearray(owned.get())));
     QByteArray payload;
@@ -176,7 +180,8 @@ int PlanCommand::Send(CommCommand* command, const QString& host, quint16 port) {
     std::unique_ptr<CommCommand> reply(CommandBuilder::BytearrayToCommand(payload));
     auto* result = dynamic_cast<ResultCommand*>(reply.get());
     if (result == nullptr) {
-        return ToolOutput::Fail(QString("The service at %1:%2 sent a reply that is not a result.").arg(host).arg(port), 1);
+        return ToolOutput::Fail(
+            QString("The service at %1:%2 sent a reply that is not a result.").arg(host).arg(port), 1);
     }
     const quint64 code = result->getUintResult();
     ToolOutput::Out(QString("plan %1: command %2%3 result %4\n")

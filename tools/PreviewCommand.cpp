@@ -37,7 +37,8 @@ int PreviewCommand::Run(const QStringList& arguments) {
     }
     ArgumentList parsed;
     QString error;
-    if (!parsed.Parse(arguments, TriggerOptions::Flags() + QStringList{"--now", "--count", "--mode"}, error)) {
+    if (!parsed.Parse(arguments, TriggerOptions::Flags() + QStringList{"--now", "--count", "--mode"},
+                      error)) {
         return ToolOutput::UsageError("preview", error);
     }
     TriggerObject object;

@@ -31,14 +31,16 @@ bool TriggerOptions::IsDateTimeText(const QString& text) {
     return LocalTime::IsWellFormed(text);
 }
 
-bool TriggerOptions::CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest, QString& error) {
+bool TriggerOptions::CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest,
+                               QString& error) {
     const QStringList tokens = arguments.Value(flag).split(',', Qt::SkipEmptyParts);
     for (const QString& token : tokens) {
         bool ok = false;
         const QString trimmed = token.trimmed();
         const quint64 value = trimmed.toULongLong(&ok, 10);
         if (!ok || trimmed.isEmpty() || !trimmed.front().isDigit() || value < 1 || value > highest) {
-            error = QString("%1 takes values from 1 to %2, not '%3'").arg(flag).arg(highest).arg(token.trimmed());
+            error =
+                QString("%1 takes values from 1 to %2, not '%3'").arg(flag).arg(highest).arg(token.trimmed());
             return false;
         }
     }
@@ -54,7 +56,8 @@ bool TriggerOptions::Build(const ArgumentList& arguments, TriggerAttribute& attr
         error = "--type is required";
         return false;
     }
-    if (!arguments.Unsigned("--type", 0, type, error) || !arguments.Unsigned("--interval", 0, interval, error) ||
+    if (!arguments.Unsigned("--type", 0, type, error) ||
+        !arguments.Unsigned("--interval", 0, interval, error) ||
         !arguments.Unsigned("--duration", 0, duration, error) ||
         !arguments.Unsigned("--day-last", 0, dayLast, error)) {
         return false;

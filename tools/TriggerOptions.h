@@ -15,5 +15,6 @@ public:
     static bool IsDateTimeText(const QString& text);
 
 private:
-    static bool CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest, QString& error);
+    static bool CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest,
+                          QString& error);
 };

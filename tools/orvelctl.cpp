@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
     if (command == "--help" || command == "-h") {
         return ToolOutput::Out(Usage(), 0);
     }
-    const QString problem = command.isEmpty() ? QString("a command is needed")
-                                              : QString("unknown command '%1'").arg(command);
+    const QString problem =
+        command.isEmpty() ? QString("a command is needed") : QString("unknown command '%1'").arg(command);
     return ToolOutput::Fail(QString("orvelctl: %1\n%2").arg(problem, Usage().trimmed()), 2);
 }

@@ -86,7 +86,8 @@ quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
         return m_fireState;
     }
     const QDateTime end = LocalTime::Parse(attribute.getEndTime());
-    if (IsEndTimePassed(now, end) || (attribute.getDuration() != 0 && attribute.getInterval() > attribute.getDuration())) {
+    if (IsEndTimePassed(now, end) ||
+        (attribute.getDuration() != 0 && attribute.getInterval() > attribute.getDuration())) {
         m_fireState = FireState::kFinished;
         return m_fireState;
     }
@@ -133,8 +134,9 @@ void DateTimeFire::Publish(const QDateTime& candidate) {
     const QString text = LocalTime::Format(candidate);
     object->setNextStartTime(text);
     if (!JobTask::ReportTriggerInfo(object)) {
-        Logger::Error(QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
-                          .arg(object->getPlanUuid()));
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
+                .arg(object->getPlanUuid()));
     }
     Logger::Info(QString("The TimerFire of scheduler[%1] next start time [%2] in the SeekNextStartTime.")
                      .arg(object->getPlanUuid(), text));

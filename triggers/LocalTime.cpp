@@ -28,8 +28,8 @@ QTime LocalTime::TimeOfDay(const QString& text) {
 }
 
 bool LocalTime::IsWellFormed(const QString& text) {
-    return text.size() == kTextLength && text.at(10) == ' ' && QDate::fromString(text.left(10), kDateFormat).isValid() &&
-           TimeOfDay(text).isValid();
+    return text.size() == kTextLength && text.at(10) == ' ' &&
+           QDate::fromString(text.left(10), kDateFormat).isValid() && TimeOfDay(text).isValid();
 }
 
 QString LocalTime::Format(const QDateTime& t) {

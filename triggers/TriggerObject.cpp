@@ -1,6 +1,7 @@
 #include "TriggerObject.h"
 
-TriggerObject::TriggerObject(const RequestNewOperationData& data) : m_triggerAttribute(data.getTriggerAttribute()) {}
+TriggerObject::TriggerObject(const RequestNewOperationData& data)
+    : m_triggerAttribute(data.getTriggerAttribute()) {}
 
 void TriggerObject::Read(QDataStream& in) {
     qint64 repeatCount = 0;

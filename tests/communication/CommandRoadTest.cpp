@@ -56,7 +56,8 @@ TEST_F(CommandRoad, AddedPlanRunsAndIsDeleted) {
     EXPECT_EQ(client.NextResult(), 0);
     EXPECT_TRUE(agent.WaitFor(600, "once", 2000));
     EXPECT_GE(agent.CountOf(601, "once"), 1);
-    EXPECT_TRUE(QTest::qWaitFor([this] { return log.CountContaining("Client request command[600#") > 0; }, 2000));
+    EXPECT_TRUE(
+        QTest::qWaitFor([this] { return log.CountContaining("Client request command[600#") > 0; }, 2000));
 
     client.SendNewPlan("once", MakeAttribute({1}));
     EXPECT_EQ(client.NextResult(), 1);
@@ -123,7 +124,10 @@ TEST_F(CommandRoad, BadInputIsRefusedAndNothingIsLost) {
     }
     EXPECT_TRUE(QTest::qWaitFor([&oversized] { return !oversized.isConnected(); }, 3000));
     EXPECT_TRUE(QTest::qWaitFor(
-        [this] { return log.Count("Push server request comm command failed in the onProducerPackageCommand.") == 20; },
+        [this] {
+            return log.Count("Push server request comm command failed in the onProducerPackageCommand.") ==
+                   20;
+        },
         3000));
     EXPECT_EQ(log.CountContaining("Refused a frame of 2097152 bytes"), 1);
 
@@ -140,7 +144,8 @@ TEST_F(CommandRoad, TwoHundredClientsAtOnce) {
     }
     ASSERT_TRUE(QTest::qWaitFor(
         [&clients] {
-            return std::all_of(clients.begin(), clients.end(), [](const auto& c) { return c->isConnected(); });
+            return std::all_of(clients.begin(), clients.end(),
+                               [](const auto& c) { return c->isConnected(); });
         },
         10000));
     for (int i = 0; i < 200; ++i) {
@@ -178,7 +183,8 @@ TEST(ClientLink, SortsCommandsOntoTheTwoWorkers) {
     link.onRequestCommand(nullptr);
     EXPECT_EQ(control.count(), 2);
     EXPECT_EQ(log.CountContaining("CommunAttribute does not match in the onRequestCommand."), 1);
-    EXPECT_TRUE(log.Has(log4cpp::Priority::WARN, "The client request command into parameter pointer is null."));
+    EXPECT_TRUE(
+        log.Has(log4cpp::Priority::WARN, "The client request command into parameter pointer is null."));
     link.Stop();
     link.Stop();
     link.UnInit();

@@ -133,7 +133,8 @@ TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
     TriggerObject* object = RegisterDue("p", {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
     ASSERT_TRUE(manager.Init());
     ASSERT_TRUE(manager.Start());
-    for (const char* now : {"2026-03-10 08:30:00.200", "2026-03-10 08:30:00.700", "2026-03-10 08:30:30.000"}) {
+    for (const char* now :
+         {"2026-03-10 08:30:00.200", "2026-03-10 08:30:00.700", "2026-03-10 08:30:30.000"}) {
         Poll(now);
     }
     EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
@@ -149,8 +150,9 @@ TEST_F(Firing, AMissedMinuteIsLoggedAndNotFired) {
     ASSERT_TRUE(manager.Init());
     Poll("2026-03-10 08:32:10");
     EXPECT_TRUE(link.CommandsOfType(600).empty());
-    EXPECT_TRUE(log.Has(log4cpp::Priority::WARN, "The AtTimeFire of scheduler[p] nextdatetime[2026-03-10 08:30:00] less "
-                                                 "than currdatetime[2026-03-10 08:32:10] in the onAtTimerOut."));
+    EXPECT_TRUE(log.Has(log4cpp::Priority::WARN,
+                        "The AtTimeFire of scheduler[p] nextdatetime[2026-03-10 08:30:00] less "
+                        "than currdatetime[2026-03-10 08:32:10] in the onAtTimerOut."));
     EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
 }
 
@@ -165,7 +167,8 @@ TEST_F(Firing, AFinishedTriggerEndsButStaysRegistered) {
     EXPECT_EQ(object->getObjectTriggerAttribute().getTriggerEndFlag(), 1u);
     EXPECT_EQ(work().DateTimeFireOf("once"), nullptr);
     EXPECT_EQ(registry->FindTriggerObject("once"), object);
-    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO, "The AtTimeFire of scheduler[once] trigger execution finished."));
+    EXPECT_TRUE(
+        log.Has(log4cpp::Priority::INFO, "The AtTimeFire of scheduler[once] trigger execution finished."));
 }
 
 TEST_F(Firing, AFreshTriggerIsComputedNotFiredOnItsFirstPoll) {
@@ -287,11 +290,13 @@ TEST_F(Firing, FiresCreatedAndRemovedWhileThePollRuns) {
     }
     std::vector<TriggerObject*> extra;
     for (int i = 0; i < 200; ++i) {
-        extra.push_back(Register(QString("extra-%1").arg(i), {i % 2 == 0 ? 2ULL : 257ULL, "2026-03-01 08:30:00"}));
+        extra.push_back(
+            Register(QString("extra-%1").arg(i), {i % 2 == 0 ? 2ULL : 257ULL, "2026-03-01 08:30:00"}));
     }
     ASSERT_TRUE(work().Init());
     for (TriggerObject* object : extra) {
-        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), object->getObjectTriggerAttribute().getTriggerType());
+        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(),
+                                              object->getObjectTriggerAttribute().getTriggerType());
     }
     std::atomic<bool> done{false};
     std::thread handler([&] {

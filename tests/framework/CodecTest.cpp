@@ -25,14 +25,13 @@ CommandPtr Own(CommCommand* command) {
 }
 
 TriggerAttribute SampleAttribute() {
-    TriggerAttribute attribute = MakeAttribute({4, "2026-01-01 10:00:00", "2027-01-01 00:00:00", 600, 3600, "1,3",
-                                                "6,12", "1,15", 1});
+    TriggerAttribute attribute =
+        MakeAttribute({4, "2026-01-01 10:00:00", "2027-01-01 00:00:00", 600, 3600, "1,3", "6,12", "1,15", 1});
     attribute.setTriggerEndFlag(1);
     return attribute;
 }
 
-template <typename Record>
-Record RoundTrip(const Record& record) {
+template <typename Record> Record RoundTrip(const Record& record) {
     QByteArray bytes;
     EXPECT_TRUE(CommandBuilder::DataToBytearray(&record, bytes));
     Record copy;
@@ -100,7 +99,8 @@ TEST_P(CommandCodec, RoundTripsEveryField) {
     if (auto* result = dynamic_cast<ResultCommand*>(command.get())) {
         result->setUintResult(1);
     }
-    CommandPtr copy = Own(CommandBuilder::BytearrayToCommand(CommandBuilder::CommandToBytearray(command.get())));
+    CommandPtr copy =
+        Own(CommandBuilder::BytearrayToCommand(CommandBuilder::CommandToBytearray(command.get())));
     ASSERT_TRUE(copy);
     EXPECT_EQ(copy->getCommandType(), GetParam().type);
     EXPECT_EQ(copy->getPlanUuid(), "{5d1e}");
@@ -118,9 +118,12 @@ TEST_P(CommandCodec, RoundTripsEveryField) {
 
 INSTANTIATE_TEST_SUITE_P(Types, CommandCodec,
                          ::testing::Values(CommandCase{"new_plan", 200}, CommandCase{"delete_plan", 203},
-                                           CommandCase{"modify_plan", 204}, CommandCase{"execute_trigger", 600},
+                                           CommandCase{"modify_plan", 204},
+                                           CommandCase{"execute_trigger", 600},
                                            CommandCase{"trigger_info", 601}, CommandCase{"result", 2000}),
-                         [](const ::testing::TestParamInfo<CommandCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<CommandCase>& info) {
+                             return std::string(info.param.name);
+                         });
 
 TEST(CommandCodec, BuilderRefusesTypeZeroAndNumbersTraces) {
     EXPECT_EQ(CommandBuilder::BuilderCommand(0), nullptr);
@@ -175,7 +178,8 @@ TEST(CommandDecoding, NeverCrashesOnHostileBytes) {
 }
 
 TEST(FrameReader, ReassemblesFramesSplitAnywhere) {
-    const QByteArray stream = FrameReader::Frame("first") + FrameReader::Frame("") + FrameReader::Frame("third");
+    const QByteArray stream =
+        FrameReader::Frame("first") + FrameReader::Frame("") + FrameReader::Frame("third");
     for (int cut = 0; cut <= stream.size(); ++cut) {
         FrameReader reader;
         reader.Append(stream.left(cut));

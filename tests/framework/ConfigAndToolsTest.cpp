@@ -35,7 +35,8 @@ TEST_F(ConfigReaderTest, MissingFileIsRefusedAndDefaultsStay) {
 }
 
 TEST_F(ConfigReaderTest, MissingKeysTakeTheirDefaults) {
-    Write(dir.filePath("config.ini"), "[Scheduler]\nDateTimeFireType=1\n[Communication]\nAgentPort=notaport\n");
+    Write(dir.filePath("config.ini"),
+          "[Scheduler]\nDateTimeFireType=1\n[Communication]\nAgentPort=notaport\n");
     ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
     EXPECT_EQ(ConfigReader::getDateTimeFireType(), 1u);
     EXPECT_EQ(ConfigReader::getAgentPort(), 6061);

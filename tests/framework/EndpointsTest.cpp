@@ -53,7 +53,8 @@ TEST(ProducerConsumerQueue, DeliversPackagesInOrderOnItsOwnThread) {
                          Release(package);
                      });
     for (int i = 0; i < 100; ++i) {
-        ASSERT_TRUE(CommunProducerConsumerManager::RequestCommunCommand(NewCommand(QString::number(i)), nullptr, 2, 3));
+        ASSERT_TRUE(CommunProducerConsumerManager::RequestCommunCommand(NewCommand(QString::number(i)),
+                                                                        nullptr, 2, 3));
     }
     EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 100; }, 5000));
     for (int i = 0; i < received.size(); ++i) {
@@ -92,7 +93,8 @@ TEST(CommunServer, FramesGoBothWaysAndOversizedFramesCloseTheConnection) {
 
     QByteArray oversized(4, '\x7f');
     client.write(oversized);
-    EXPECT_TRUE(QTest::qWaitFor([&client] { return client.state() == QAbstractSocket::UnconnectedState; }, 3000));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&client] { return client.state() == QAbstractSocket::UnconnectedState; }, 3000));
     server.Stop();
     server.Stop();
     server.UnInit();
@@ -122,14 +124,16 @@ TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect)
     work.moveToThread(&thread);
     thread.start();
     for (int i = 0; i < 20; ++i) {
-        QMetaObject::invokeMethod(&work, "onRequestData", Qt::QueuedConnection, Q_ARG(QByteArray, QByteArray::number(i)));
+        QMetaObject::invokeMethod(&work, "onRequestData", Qt::QueuedConnection,
+                                  Q_ARG(QByteArray, QByteArray::number(i)));
     }
     QTest::qWait(300);
 
     CommunServer agent;
     QStringList received;
-    QObject::connect(&agent, &CommunServer::incomingBlockData, &agent,
-                     [&received](quint64, QIODevice*, QByteArray bytes) { received << QString::fromUtf8(bytes); });
+    QObject::connect(
+        &agent, &CommunServer::incomingBlockData, &agent,
+        [&received](quint64, QIODevice*, QByteArray bytes) { received << QString::fromUtf8(bytes); });
     ASSERT_TRUE(agent.Start("127.0.0.1", port));
     EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 20; }, 10000));
     for (int i = 0; i < received.size(); ++i) {

@@ -61,7 +61,8 @@ struct InitFailure {
 
 TEST_F(Sequences, EachInitFailureWritesItsOneLine) {
     const InitFailure cases[] = {
-        {"no_configuration", [](ServiceFolder& f) { f.RemoveConfig(); }, "Failed to initialize the ConfigReader."},
+        {"no_configuration", [](ServiceFolder& f) { f.RemoveConfig(); },
+         "Failed to initialize the ConfigReader."},
         {"database_not_a_database",
          [](ServiceFolder& f) {
              QFile file(f.Path("data/alldb.db"));

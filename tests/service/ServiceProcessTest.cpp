@@ -23,7 +23,8 @@ TEST(ServiceProcess, StartsWithTheBannerAndStopsOnSigterm) {
     ASSERT_GE(messages.size(), 6);
     EXPECT_EQ(messages.mid(0, 4), (QStringList{kRule, kTitle, kRule, "Logger initial success."}));
     EXPECT_EQ(kTitle.size(), 113);
-    EXPECT_LT(messages.indexOf("SchedulerService initial success."), messages.indexOf("SchedulerService start success."));
+    EXPECT_LT(messages.indexOf("SchedulerService initial success."),
+              messages.indexOf("SchedulerService start success."));
     service.Signal(SIGTERM);
     ASSERT_TRUE(service.WaitForExit(2000));
     EXPECT_EQ(service.process().exitStatus(), QProcess::NormalExit);
@@ -44,7 +45,8 @@ TEST(ServiceProcess, WithoutConfigurationItLogsOneErrorAndIdles) {
         errors += line.contains("] ERROR ") ? 1 : 0;
     }
     EXPECT_EQ(errors, 1);
-    EXPECT_EQ(service.LogMessages().mid(0, 4), (QStringList{kRule, kTitle, kRule, "Logger initial success."}));
+    EXPECT_EQ(service.LogMessages().mid(0, 4),
+              (QStringList{kRule, kTitle, kRule, "Logger initial success."}));
     service.Signal(SIGTERM);
     ASSERT_TRUE(service.WaitForExit(2000));
     EXPECT_EQ(service.process().exitCode(), 0);
@@ -79,7 +81,9 @@ TEST_P(Crash, LeavesADumpAndEndsByTheSignal) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, Crash,
                          ::testing::Values(CrashCase{"segv", SIGSEGV}, CrashCase{"abort", SIGABRT}),
-                         [](const ::testing::TestParamInfo<CrashCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<CrashCase>& info) {
+                             return std::string(info.param.name);
+                         });
 
 TEST(ServiceProcess, CommandLine) {
     ServiceFolder folder;

@@ -10,17 +10,18 @@
 
 AgentStandIn::AgentStandIn(quint16 port) {
     m_server.Start("127.0.0.1", port);
-    QObject::connect(&m_server, &CommunServer::incomingBlockData, &m_server,
-                     [this](quint64, QIODevice* socket, QByteArray bytes) {
-                         std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
-                         if (!command) {
-                             return;
-                         }
-                         m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
-                         ResultCommand result;
-                         result.GetRequestCommandInfo(*command);
-                         m_server.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
-                     });
+    QObject::connect(
+        &m_server, &CommunServer::incomingBlockData, &m_server,
+        [this](quint64, QIODevice* socket, QByteArray bytes) {
+            std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
+            if (!command) {
+                return;
+            }
+            m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
+            ResultCommand result;
+            result.GetRequestCommandInfo(*command);
+            m_server.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+        });
 }
 
 int AgentStandIn::CountOf(quint64 type, const QString& planUuid) const {

@@ -16,7 +16,8 @@ QByteArray Encode(quint64 type, const QString& planUuid, const CommandObj* paylo
     std::unique_ptr<CommCommand> command(CommandBuilder::BuilderCommand(type));
     command->setPlanUuid(planUuid);
     if (payload != nullptr) {
-        CommandBuilder::DataToBytearray(payload, static_cast<RequestCommand*>(command.get())->getRfrnRequestData());
+        CommandBuilder::DataToBytearray(payload,
+                                        static_cast<RequestCommand*>(command.get())->getRfrnRequestData());
     }
     return FrameReader::Frame(CommandBuilder::CommandToBytearray(command.get()));
 }

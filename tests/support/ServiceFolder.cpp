@@ -22,12 +22,13 @@ quint16 ServiceFolder::FreePort() {
 void ServiceFolder::WriteConfig(quint64 fireType) {
     QFile file(Path("cfg/config.ini"));
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(QString("[Communication]\nAgentLocalServerName=127.0.0.1\nAgentPort=%1\n"
-                       "SchedulerLocalServerName=127.0.0.1\nSchedulerPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
-                   .arg(m_agentPort)
-                   .arg(m_schedulerPort)
-                   .arg(fireType)
-                   .toUtf8());
+    file.write(
+        QString("[Communication]\nAgentLocalServerName=127.0.0.1\nAgentPort=%1\n"
+                "SchedulerLocalServerName=127.0.0.1\nSchedulerPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
+            .arg(m_agentPort)
+            .arg(m_schedulerPort)
+            .arg(fireType)
+            .toUtf8());
 }
 
 void ServiceFolder::RemoveConfig() {

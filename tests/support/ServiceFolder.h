@@ -2,8 +2,8 @@
 
 #include "QtPrinters.h"
 
-#include <QTemporaryDir>
 #include <QString>
+#include <QTemporaryDir>
 
 // A throw-away application folder: cfg/config.ini with ports the test chose,
 // and data/ for the trigger database.

@@ -3,8 +3,8 @@
 // sanitizer cannot see, so every lock would look like no lock at all. These
 // definitions take the place of Qt's exported ones for calls from our code,
 // forward to them and tell the sanitizer what they did.
-#include <QCoreApplication>
 #include "TsanEventApplication.h"
+#include <QCoreApplication>
 
 #include <QMutex>
 #include <QWaitCondition>
@@ -13,8 +13,7 @@
 #include <sanitizer/tsan_interface.h>
 
 namespace {
-template <typename Function>
-Function Real(const char* symbol) {
+template <typename Function> Function Real(const char* symbol) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, symbol));
 }
 } // namespace
@@ -41,7 +40,8 @@ void QMutex::unlock() noexcept {
 }
 
 bool QWaitCondition::wait(QMutex* mutex, unsigned long time) {
-    static const auto real = Real<bool (*)(QWaitCondition*, QMutex*, unsigned long)>("_ZN14QWaitCondition4waitEP6QMutexm");
+    static const auto real =
+        Real<bool (*)(QWaitCondition*, QMutex*, unsigned long)>("_ZN14QWaitCondition4waitEP6QMutexm");
     __tsan_release(mutex);
     const bool woken = real(this, mutex, time);
     __tsan_acquire(mutex);
@@ -49,8 +49,8 @@ bool QWaitCondition::wait(QMutex* mutex, unsigned long time) {
 }
 
 bool QWaitCondition::wait(QMutex* mutex, QDeadlineTimer deadline) {
-    static const auto real =
-        Real<bool (*)(QWaitCondition*, QMutex*, QDeadlineTimer)>("_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
+    static const auto real = Real<bool (*)(QWaitCondition*, QMutex*, QDeadlineTimer)>(
+        "_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
     __tsan_release(mutex);
     const bool woken = real(this, mutex, deadline);
     __tsan_acquire(mutex);
@@ -65,8 +65,8 @@ bool QWaitCondition::wait(QMutex* mutex, QDeadlineTimer deadline) {
 char g_eventQueue;
 
 void QMetaObject::activate(QObject* sender, const QMetaObject* meta, int index, void** arguments) {
-    static const auto real =
-        Real<void (*)(QObject*, const QMetaObject*, int, void**)>("_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
+    static const auto real = Real<void (*)(QObject*, const QMetaObject*, int, void**)>(
+        "_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
     __tsan_release(&g_eventQueue);
     real(sender, meta, index, arguments);
 }

@@ -33,9 +33,9 @@ ToolRun Orvelctl(const QStringList& arguments) {
 }
 
 TEST(Preview, PrintsStartTimesOnly) {
-    const ToolRun run = Orvelctl({"preview", "--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5",
-                              "--interval", "600", "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count",
-                              "3"});
+    const ToolRun run =
+        Orvelctl({"preview", "--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5",
+                  "--interval", "600", "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count", "3"});
     EXPECT_EQ(run.code, 0);
     // 20:25 lies 1500 s into the 1800 s span, so one more repetition would overrun it.
     EXPECT_EQ(run.out, "2026-03-13 20:25:01\n2026-03-16 20:00:00\n2026-03-16 20:10:00\n");
@@ -43,12 +43,12 @@ TEST(Preview, PrintsStartTimesOnly) {
 }
 
 TEST(Preview, RefusesBadArgumentsWithOneLine) {
-    const QStringList base = {"preview", "--type", "4", "--start", "2026-01-01 10:00:00", "--now",
-                              "2026-01-01 00:00:00"};
+    const QStringList base = {
+        "preview", "--type", "4", "--start", "2026-01-01 10:00:00", "--now", "2026-01-01 00:00:00"};
     const QList<QStringList> cases = {
-        {"--week-days", "0"},      {"--week-days", "8"},  {"--months", "13"},          {"--month-days", "32"},
-        {"--month-days", "1,x"},   {"--day-last", "2"},   {"--interval", "-5"},        {"--count", "many"},
-        {"--mode", "sometimes"},   {"--end", "tomorrow"}, {"--bogus", "1"},            {"--interval"},
+        {"--week-days", "0"},    {"--week-days", "8"},  {"--months", "13"},   {"--month-days", "32"},
+        {"--month-days", "1,x"}, {"--day-last", "2"},   {"--interval", "-5"}, {"--count", "many"},
+        {"--mode", "sometimes"}, {"--end", "tomorrow"}, {"--bogus", "1"},     {"--interval"},
     };
     for (const QStringList& extra : cases) {
         SCOPED_TRACE(extra.join(' ').toStdString());
@@ -57,7 +57,10 @@ TEST(Preview, RefusesBadArgumentsWithOneLine) {
         EXPECT_TRUE(run.out.isEmpty());
         EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
     }
-    EXPECT_EQ(Orvelctl({"preview", "--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"}).code, 2);
+    EXPECT_EQ(
+        Orvelctl({"preview", "--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"})
+            .code,
+        2);
     EXPECT_EQ(Orvelctl({"preview", "--type", "1", "--start", "2026-01-01 10:00:00"}).code, 2);
     EXPECT_EQ(Orvelctl({"frobnicate"}).code, 2);
     const ToolRun help = Orvelctl({"preview", "--help"});
@@ -104,7 +107,8 @@ protected:
 };
 
 TEST_F(PlanRoad, AddRunDeleteThroughTheRealService) {
-    const ToolRun added = Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""});
+    const ToolRun added =
+        Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""});
     EXPECT_EQ(added.code, 0) << added.err.toStdString();
     EXPECT_TRUE(added.out.contains("result 0"));
     EXPECT_TRUE(AgentPrints(" 600 demo-once ", 2500)) << agentOut().toStdString();
@@ -122,8 +126,8 @@ TEST_F(PlanRoad, AddRunDeleteThroughTheRealService) {
 TEST_F(PlanRoad, WithoutTheServiceThePlanIsStillRecorded) {
     service.Signal(SIGTERM);
     ASSERT_TRUE(service.WaitForExit(5000));
-    const ToolRun run = Orvelctl(Tool(), {"plan", "add", "--plan", "offline", "--type", "2", "--start",
-                                      "2026-01-01 02:00:00"});
+    const ToolRun run = Orvelctl(
+        Tool(), {"plan", "add", "--plan", "offline", "--type", "2", "--start", "2026-01-01 02:00:00"});
     EXPECT_EQ(run.code, 1);
     EXPECT_EQ(run.err.count('\n'), 1);
     EXPECT_TRUE(run.err.contains("No scheduler service is listening"));

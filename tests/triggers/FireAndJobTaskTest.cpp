@@ -113,8 +113,9 @@ TEST(Fires, EveryNewStartIsReportedAndLogged) {
     EXPECT_EQ(next, At("2026-03-10 09:30:00"));
     ASSERT_EQ(link.CommandsOfType(601).size(), 1u);
     EXPECT_EQ(link.CommandsOfType(601)[0].nextStartTime, "2026-03-10 09:30:00");
-    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
-                        "The TimerFire of scheduler[P] next start time [2026-03-10 09:30:00] in the SeekNextStartTime."));
+    EXPECT_TRUE(log.Has(
+        log4cpp::Priority::INFO,
+        "The TimerFire of scheduler[P] next start time [2026-03-10 09:30:00] in the SeekNextStartTime."));
 }
 
 TEST(Fires, RefusedReportKeepsTheStartTime) {
@@ -158,7 +159,8 @@ TEST(TimerFire, NonPositiveWaitFailsTheFire) {
     fire.StartWaitTimer(0);
     EXPECT_EQ(fire.getFireState(), FireState::kError);
     EXPECT_FALSE(fire.isArmed());
-    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "The TimerFire of scheduler[T] waittime is less than or equal to 0."));
+    EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR,
+                        "The TimerFire of scheduler[T] waittime is less than or equal to 0."));
 }
 
 // Waits beyond the timer's 24.8-day limit are armed in steps; the signal comes

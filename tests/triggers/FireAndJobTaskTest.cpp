@@ -171,8 +171,7 @@ TEST(TimerFire, LongWaitsAreArmedInSteps) {
     TimerFire fire;
     fire.SetTriggerObject(&object);
     QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
-    const qint64 wait = At("2026-01-01 00:00:00").msecsTo(At("2026-06-01 00:00:00"));
-    fire.StartWaitTimer(wait);
+    fire.StartWaitTimer(At("2026-01-01 00:00:00"), At("2026-06-01 00:00:00"));
     EXPECT_EQ(fire.armedIntervalMSecs(), std::numeric_limits<int>::max());
     QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
     EXPECT_EQ(spy.count(), 0);

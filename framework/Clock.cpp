@@ -1,6 +1,7 @@
 #include "Clock.h"
 
 #include <atomic>
+#include <ctime>
 
 namespace {
 std::atomic<qint64> g_offsetMSecs{0};
@@ -28,4 +29,12 @@ void Clock::shiftTo(const QDateTime& target) {
 
 void Clock::reset() {
     setOffsetMSecs(0);
+}
+
+void Clock::PinLocalTimeZone() {
+    if (qEnvironmentVariableIsSet("TZ")) {
+        return;
+    }
+    qputenv("TZ", ":/etc/localtime");
+    tzset();
 }

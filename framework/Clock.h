@@ -14,4 +14,10 @@ public:
     // Shifts the clock so that now() reads the given local date-time.
     static void shiftTo(const QDateTime& target);
     static void reset();
+
+    // Local-time conversions ask the C library to re-check the zone each time;
+    // with TZ unset that is a stat() of /etc/localtime per conversion, which
+    // dominates the calendar arithmetic. Pinning TZ to the system zone file at
+    // start-up reads it once (a change of the system zone then needs a restart).
+    static void PinLocalTimeZone();
 };

@@ -3,6 +3,8 @@
 #include "PreviewCommand.h"
 #include "ToolOutput.h"
 
+#include "framework/Clock.h"
+
 #include <QCoreApplication>
 
 namespace {
@@ -16,6 +18,7 @@ QString Usage() {
 } // namespace
 
 int main(int argc, char** argv) {
+    Clock::PinLocalTimeZone();
     QCoreApplication app(argc, argv);
     const QStringList arguments = app.arguments().mid(1);
     const QString command = arguments.value(0);

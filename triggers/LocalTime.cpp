@@ -1,9 +1,42 @@
 #include "LocalTime.h"
 
 namespace {
-const QString kDateFormat = QStringLiteral("yyyy-MM-dd");
-const QString kTimeFormat = QStringLiteral("hh:mm:ss");
 constexpr int kTextLength = 19;
+
+// The fixed layout "yyyy-MM-dd hh:mm:ss" is read by hand: Qt's pattern parser
+// costs more than the rest of a start-time computation.
+bool Number(const QString& text, int from, int digits, int& value) {
+    value = 0;
+    for (int i = from; i < from + digits; ++i) {
+        const ushort c = text.at(i).unicode();
+        if (c < '0' || c > '9') {
+            return false;
+        }
+        value = value * 10 + (c - '0');
+    }
+    return true;
+}
+
+bool Fields(const QString& text, QDate& date, QTime& time) {
+    if (text.size() != kTextLength || text.at(4) != '-' || text.at(7) != '-' || text.at(10) != ' ' ||
+        text.at(13) != ':' || text.at(16) != ':') {
+        return false;
+    }
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    if (!Number(text, 0, 4, year) || !Number(text, 5, 2, month) || !Number(text, 8, 2, day) ||
+        !Number(text, 11, 2, hour) || !Number(text, 14, 2, minute) || !Number(text, 17, 2, second)) {
+        return false;
+    }
+    date = QDate(year, month, day);
+    time = QTime(hour, minute, second);
+    return date.isValid() && time.isValid();
+}
+
+void AppendNumber(QString& text, int value, int digits) {
+    for (int divisor = digits == 4 ? 1000 : 10; divisor > 0; divisor /= 10) {
+        text.append(QChar('0' + (value / divisor) % 10));
+    }
+}
 } // namespace
 
 QDateTime LocalTime::At(const QDate& date, const QTime& time) {
@@ -17,21 +50,41 @@ QDateTime LocalTime::At(const QDate& date, const QTime& time) {
 }
 
 QDateTime LocalTime::Parse(const QString& text) {
-    if (!IsWellFormed(text)) {
-        return QDateTime();
-    }
-    return At(QDate::fromString(text.left(10), kDateFormat), TimeOfDay(text));
+    QDate date;
+    QTime time;
+    return Fields(text, date, time) ? At(date, time) : QDateTime();
 }
 
 QTime LocalTime::TimeOfDay(const QString& text) {
-    return QTime::fromString(text.mid(11), kTimeFormat);
+    QDate date;
+    QTime time;
+    return Fields(text, date, time) ? time : QTime();
 }
 
 bool LocalTime::IsWellFormed(const QString& text) {
-    return text.size() == kTextLength && text.at(10) == ' ' &&
-           QDate::fromString(text.left(10), kDateFormat).isValid() && TimeOfDay(text).isValid();
+    QDate date;
+    QTime time;
+    return Fields(text, date, time);
 }
 
 QString LocalTime::Format(const QDateTime& t) {
-    return t.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    const QDate date = t.date();
+    const QTime time = t.time();
+    if (!date.isValid() || date.year() < 0 || date.year() > 9999) {
+        return t.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    }
+    QString text;
+    text.reserve(kTextLength);
+    AppendNumber(text, date.year(), 4);
+    text.append('-');
+    AppendNumber(text, date.month(), 2);
+    text.append('-');
+    AppendNumber(text, date.day(), 2);
+    text.append(' ');
+    AppendNumber(text, time.hour(), 2);
+    text.append(':');
+    AppendNumber(text, time.minute(), 2);
+    text.append(':');
+    AppendNumber(text, time.second(), 2);
+    return text;
 }

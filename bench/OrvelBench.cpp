@@ -1,0 +1,206 @@
+// Costs of the hot paths: one start-time computation per type, loading the
+// store at start-up, the poll over idle fires, the first poll after start-up
+// and arming timer fires. Run: build/bin/orvel_bench
+#include "BenchSupport.h"
+
+#include "communication/SchedulerClientCommunManager.h"
+#include "firing/TriggerFireManager.h"
+#include "firing/TriggerFireManagerWork.h"
+#include "framework/Clock.h"
+#include "framework/ConfigReader.h"
+#include "framework/Logger.h"
+#include "store/SchedulerDataStoreManager.h"
+#include "store/SchedulerMemoryObjects.h"
+#include "triggers/DateTimeFire.h"
+#include "triggers/TriggerObject.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+struct SeekCase {
+    quint64 type;
+    const char* weekDays;
+    const char* monthDays;
+    quint64 interval;
+};
+
+const SeekCase kSeekCases[] = {{1, "", "", 0},     {2, "", "", 0},   {3, "1,3,5", "", 0},
+                               {4, "", "1,15", 0}, {2, "", "", 600}, {3, "1,3,5", "", 600}};
+
+void SeekNextStartTime(benchmark::State& state, bool followUp) {
+    const SeekCase& c = kSeekCases[state.range(0)];
+    TriggerObject object;
+    object.setPlanUuid("bench");
+    TriggerAttribute& attribute = object.getObjectTriggerAttribute();
+    attribute.setTriggerType(c.type);
+    attribute.setStartTime(c.type == 1 ? "2099-01-01 08:00:00" : "2026-01-05 08:00:00");
+    attribute.setWeekDays(c.weekDays);
+    attribute.setMonthDays(c.monthDays);
+    attribute.setInterval(c.interval);
+    DateTimeFire fire;
+    fire.SetTriggerObject(&object);
+    const QDateTime now = QDateTime::fromString("2026-03-10 10:00:00", "yyyy-MM-dd hh:mm:ss");
+    QDateTime next;
+    for (auto _ : state) {
+        object.setFirstSeekDone(followUp ? 1 : 0);
+        object.setRepeatCount(0);
+        benchmark::DoNotOptimize(fire.SeekNextStartTime(now, next));
+    }
+    state.SetLabel(
+        QString("type %1%2").arg(c.type).arg(c.interval != 0 ? " with interval" : "").toStdString());
+}
+
+void BM_SeekFirst(benchmark::State& state) {
+    SeekNextStartTime(state, false);
+}
+void BM_SeekFollowUp(benchmark::State& state) {
+    SeekNextStartTime(state, true);
+}
+BENCHMARK(BM_SeekFirst)->DenseRange(0, 5);
+BENCHMARK(BM_SeekFollowUp)->DenseRange(1, 5);
+
+// Start-up: data/alldb.db with N plans into the registry.
+void BM_LoadStore(benchmark::State& state) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("alldb.db");
+    const int count = static_cast<int>(state.range(0));
+    BenchSupport::StorePlans(path, count);
+    // Freed pages are reused by later iterations; the first load tells the cost.
+    qint64 residentPerTrigger = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        SchedulerDataStoreManager store;
+        const qint64 before = BenchSupport::ResidentBytes();
+        state.ResumeTiming();
+        store.Init(path);
+        state.PauseTiming();
+        residentPerTrigger = qMax(residentPerTrigger, (BenchSupport::ResidentBytes() - before) / count);
+        store.UnInit();
+        state.ResumeTiming();
+    }
+    state.counters["resident_bytes_per_trigger"] = static_cast<double>(residentPerTrigger);
+    state.counters["per_trigger_ns"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_LoadStore)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// N registered plans with fires loaded in the configured mode.
+class FiredPlans {
+public:
+    FiredPlans(int count, quint64 fireType, bool computed) {
+        ConfigReader::setDateTimeFireType(fireType);
+        INSTANCE_SCHEDULER_MEMORY_OBJECTS->Init();
+        for (int i = 0; i < count; ++i) {
+            auto* object = new TriggerObject();
+            object->setPlanUuid(QString("plan-%1").arg(i));
+            object->setTriggerAttribute(BenchSupport::QuietTrigger(i));
+            if (computed) {
+                object->setFirstSeekDone(1);
+                object->setNextStartTime("2099-01-01 08:00:00");
+            }
+            INSTANCE_SCHEDULER_MEMORY_OBJECTS->InsertTriggerObject(object->getPlanUuid(), object);
+        }
+        manager.Init();
+    }
+    ~FiredPlans() {
+        manager.Stop();
+        manager.UnInit();
+        INSTANCE_SCHEDULER_MEMORY_OBJECTS->UnInit();
+        ConfigReader::ResetToDefaults();
+    }
+    TriggerFireManager manager;
+};
+
+void Poll() {
+    QMetaObject::invokeMethod(&TriggerFireManagerWork::Instance(), "onAtTimerOut", Qt::DirectConnection);
+}
+
+// Steady state: nothing is due, so a poll only reads the clock.
+void BM_PollIdle(benchmark::State& state) {
+    FiredPlans plans(static_cast<int>(state.range(0)), 0, true);
+    Poll();
+    for (auto _ : state) {
+        Poll();
+    }
+}
+BENCHMARK(BM_PollIdle)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
+
+// A full walk over fires that are not due, as after a plan was added: the
+// stored next start texts are compared, not parsed again.
+void BM_PollWalk(benchmark::State& state) {
+    FiredPlans plans(static_cast<int>(state.range(0)), 0, true);
+    Poll();
+    TriggerObject extra;
+    extra.setPlanUuid("extra");
+    extra.setTriggerAttribute(BenchSupport::QuietTrigger(0));
+    extra.setFirstSeekDone(1);
+    extra.setNextStartTime("2099-01-01 08:00:00");
+    for (auto _ : state) {
+        state.PauseTiming();
+        TriggerFireManager::NewTriggerFireCommand(&extra);
+        state.ResumeTiming();
+        Poll();
+        state.PauseTiming();
+        TriggerFireManager::RemoveTriggerFire("extra", extra.getObjectTriggerAttribute().getTriggerType());
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_PollWalk)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
+
+// The first poll after start-up: every trigger computes its first start and
+// hands its trigger-info command to the client link, with the log written to
+// a file as in production.
+void BM_FirstPoll(benchmark::State& state) {
+    QTemporaryDir dir;
+    Logger::Initialize(dir.path() + "/", "log", "bench.log");
+    SchedulerClientCommunManager link;
+    CommunAttribute attribute;
+    attribute.setProtocolType(2);
+    attribute.setDestSvrNameIp(ConfigReader::getAgentLocalServerName());
+    link.Init();
+    link.SetCommunAttribute(attribute);
+    link.Start();
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto* plans = new FiredPlans(static_cast<int>(state.range(0)), 0, false);
+        plans->manager.Start();
+        state.ResumeTiming();
+        Poll();
+        state.PauseTiming();
+        delete plans;
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+    }
+    link.Stop();
+    Logger::UnInitialize();
+}
+BENCHMARK(BM_FirstPoll)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// Timer mode: starting N timer fires, each computing its first start and
+// arming its timer.
+void BM_ArmTimerFires(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto* plans = new FiredPlans(static_cast<int>(state.range(0)), 1, false);
+        state.ResumeTiming();
+        plans->manager.Start();
+        state.PauseTiming();
+        delete plans;
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_ArmTimerFires)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+} // namespace
+
+int main(int argc, char** argv) {
+    Clock::PinLocalTimeZone();
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

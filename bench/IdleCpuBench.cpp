@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -26,10 +27,18 @@ double CpuSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
+quint16 FreePort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
 void WriteConfig(const QString& path, bool timerMode) {
     QFile file(path);
     file.open(QIODevice::WriteOnly);
-    file.write(QString("[Communication]\nSchedulerPort=0\nAgentPort=1\n[Scheduler]\nDateTimeFireType=%1\n")
+    file.write(QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
+                   .arg(FreePort())
+                   .arg(FreePort())
                    .arg(timerMode ? 1 : 0)
                    .toUtf8());
 }

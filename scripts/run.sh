@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD_DIR=${BUILD_DIR:-build}
-BUILD_DIR=$BUILD_DIR ./scripts/setup.sh -DBUILD_TESTING=OFF -DORVEL_BENCHMARKS=OFF
+BUILD_DIR=$BUILD_DIR TARGETS="OrvelSchedulerService orvelctl" ./scripts/setup.sh
 BIN="$BUILD_DIR/bin"
 
 "$BIN/orvelctl" agent &

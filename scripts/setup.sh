@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs (Debian packages, only those missing) and
-# builds the project into $BUILD_DIR (default: build). Extra arguments go to cmake.
+# builds the project into $BUILD_DIR (default: build); $TARGETS limits what is
+# built. Extra arguments go to cmake.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,4 +21,5 @@ fi
 
 BUILD_DIR=${BUILD_DIR:-build}
 cmake -S . -B "$BUILD_DIR" -G Ninja "$@" > /dev/null
-cmake --build "$BUILD_DIR"
+# shellcheck disable=SC2086
+cmake --build "$BUILD_DIR" ${TARGETS:+--target $TARGETS}

@@ -5,6 +5,6 @@ cd "$(dirname "$0")/.."
 BUILD_DIR=${BUILD_DIR:-build}
 WERROR=OFF
 [ -n "${CI:-}" ] && WERROR=ON
-BUILD_DIR=$BUILD_DIR ./scripts/setup.sh -DORVEL_WERROR=$WERROR "$@"
+BUILD_DIR=$BUILD_DIR ./scripts/setup.sh -DBUILD_TESTING=ON -DORVEL_WERROR=$WERROR "$@"
 cd "$BUILD_DIR"
 ctest --output-on-failure -j "$(nproc)" ${CTEST_ARGS:-}

@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStandardPaths>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -50,6 +51,22 @@ TEST(ServiceProcess, WithoutConfigurationItLogsOneErrorAndIdles) {
     service.Signal(SIGTERM);
     ASSERT_TRUE(service.WaitForExit(2000));
     EXPECT_EQ(service.process().exitCode(), 0);
+}
+
+// Under systemd the lines also reach the journal, with their levels.
+TEST(ServiceProcess, WritesToTheJournalUnderSystemd) {
+    ServiceFolder folder;
+    ServiceProcess service(folder);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("JOURNAL_STREAM", "8:12345");
+    service.process().setProcessEnvironment(environment);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+    service.Signal(SIGTERM);
+    ASSERT_TRUE(service.WaitForExit(2000));
+    const QString journal = QString::fromUtf8(service.process().readAllStandardError());
+    EXPECT_TRUE(journal.contains("<6>SchedulerService start success.\n")) << journal.toStdString();
+    EXPECT_TRUE(journal.contains("<6>SchedulerService stop success.\n"));
 }
 
 struct CrashCase {
@@ -117,6 +134,13 @@ TEST(ServiceProcess, InstallsAndRemovesItsSystemdUnit) {
     EXPECT_TRUE(text.contains("Type=notify"));
     EXPECT_TRUE(text.contains("ExecStart=" + install.Executable() + " -e"));
     EXPECT_TRUE(text.contains("WantedBy=multi-user.target"));
+
+    if (!QStandardPaths::findExecutable("systemd-analyze").isEmpty()) {
+        QProcess verify;
+        verify.start("systemd-analyze", {"verify", folder.Path("units/OrvelSchedulerService.service")});
+        ASSERT_TRUE(verify.waitForFinished(20000));
+        EXPECT_EQ(verify.exitCode(), 0) << verify.readAllStandardError().toStdString();
+    }
 
     ServiceProcess uninstall(folder);
     uninstall.process().setProcessEnvironment(environment);

@@ -15,17 +15,19 @@ namespace {
 constexpr quint64 kSuccess = 0;
 constexpr quint64 kFailure = 1;
 
-ResultCommand* NewResult() {
-    return static_cast<ResultCommand*>(CommandBuilder::BuilderCommand(CommandTypes::kResult));
-}
-
-ResultCommand* Finish(ResultCommand* result, quint64 value) {
-    result->setUintResult(value);
-    return result;
-}
-
 quint64 TypeOf(TriggerObject* object) {
     return object->getObjectTriggerAttribute().getTriggerType();
+}
+
+// Every handler answers with a new result command: 1 for a missing request,
+// otherwise what the handler's steps give. Null only when no result can be built.
+template <typename Steps> ResultCommand* Answer(CommCommand* request, Steps steps) {
+    auto* result = static_cast<ResultCommand*>(CommandBuilder::BuilderCommand(CommandTypes::kResult));
+    if (result == nullptr) {
+        return nullptr;
+    }
+    result->setUintResult(request == nullptr ? kFailure : steps(result));
+    return result;
 }
 } // namespace
 
@@ -50,35 +52,21 @@ quint64 SchedulerServerCommandDealwith::StartNewFire(TriggerObject* object) {
 }
 
 ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {
-    ResultCommand* result = NewResult();
-    if (result == nullptr) {
-        return nullptr;
-    }
-    if (request == nullptr) {
-        return Finish(result, kFailure);
-    }
-    TriggerObject* object = SchedulerDataStoreManager::AddTriggerObject(request);
-    if (object == nullptr) {
-        return Finish(result, kFailure);
-    }
-    return Finish(result, StartNewFire(object));
+    return Answer(request, [request](ResultCommand*) {
+        TriggerObject* object = SchedulerDataStoreManager::AddTriggerObject(request);
+        return object == nullptr ? kFailure : StartNewFire(object);
+    });
 }
 
 ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
-    ResultCommand* result = NewResult();
-    if (result == nullptr) {
-        return nullptr;
-    }
-    if (request == nullptr) {
-        return Finish(result, kFailure);
-    }
-    const QString planUuid = request->getPlanUuid();
-    TriggerObject* object = SchedulerDataStoreManager::GetTriggerObject(planUuid);
-    if (object == nullptr || !TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(object))) {
-        return Finish(result, kFailure);
-    }
-    const bool deleted = SchedulerDataStoreManager::DeleteTriggerObject(planUuid, result);
-    return Finish(result, deleted ? kSuccess : kFailure);
+    return Answer(request, [request](ResultCommand* result) {
+        const QString planUuid = request->getPlanUuid();
+        TriggerObject* object = SchedulerDataStoreManager::GetTriggerObject(planUuid);
+        if (object == nullptr || !TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(object))) {
+            return kFailure;
+        }
+        return SchedulerDataStoreManager::DeleteTriggerObject(planUuid, result) ? kSuccess : kFailure;
+    });
 }
 
 // The plan's current fire is removed before its trigger object is changed, by
@@ -86,33 +74,27 @@ ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand
 // rewritten, and a plan that moves between calendar and event triggers leaves
 // no fire of its old kind behind.
 ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand* request) {
-    ResultCommand* result = NewResult();
-    if (result == nullptr) {
-        return nullptr;
-    }
-    if (request == nullptr) {
-        return Finish(result, kFailure);
-    }
-    const QString planUuid = request->getPlanUuid();
-    SchedulerPlanData data;
-    const bool decoded =
-        CommandBuilder::BytearrayToData(static_cast<RequestCommand*>(request)->getRfrnRequestData(), &data);
-    if (!decoded || planUuid.isEmpty()) {
-        return Finish(result, kFailure);
-    }
-    TriggerObject* existing = SchedulerDataStoreManager::GetTriggerObject(planUuid);
-    if (existing != nullptr) {
-        TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(existing));
-    }
-    TriggerObject* object = SchedulerDataStoreManager::ModifyTriggerObject(request);
-    if (object == nullptr) {
-        return Finish(result, kFailure);
-    }
-    const quint64 newType = data.getRfrnSchedulerPlan().getObjectTriggerAttribute().getTriggerType();
-    if (!TriggerFireManager::RemoveTriggerFire(planUuid, newType)) {
-        return Finish(result, kFailure);
-    }
-    return Finish(result, StartNewFire(object));
+    return Answer(request, [request](ResultCommand*) {
+        const QString planUuid = request->getPlanUuid();
+        SchedulerPlanData data;
+        const QByteArray& payload = static_cast<RequestCommand*>(request)->getRfrnRequestData();
+        if (planUuid.isEmpty() || !CommandBuilder::BytearrayToData(payload, &data)) {
+            return kFailure;
+        }
+        TriggerObject* existing = SchedulerDataStoreManager::GetTriggerObject(planUuid);
+        if (existing != nullptr) {
+            TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(existing));
+        }
+        TriggerObject* object = SchedulerDataStoreManager::ModifyTriggerObject(request);
+        if (object == nullptr) {
+            return kFailure;
+        }
+        const quint64 newType = data.getRfrnSchedulerPlan().getObjectTriggerAttribute().getTriggerType();
+        if (!TriggerFireManager::RemoveTriggerFire(planUuid, newType)) {
+            return kFailure;
+        }
+        return StartNewFire(object);
+    });
 }
 
 ResultCommand* SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* request) {

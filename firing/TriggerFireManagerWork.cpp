@@ -25,6 +25,38 @@ bool IsTimerMode() {
     return ConfigReader::getDateTimeFireType() == 1;
 }
 
+// Fires are deleted on the thread they belong to (the application thread);
+// from another thread they are handed over to be deleted there.
+void DisposeFire(TriggerFire* fire) {
+    if (fire == nullptr) {
+        return;
+    }
+    if (fire->thread() == QThread::currentThread()) {
+        delete fire;
+    } else {
+        fire->deleteLater();
+    }
+}
+
+// Walks a fire table, taking out, stopping and deleting every fire for which
+// `ends` is true; false when an entry holds no fire.
+template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends ends) {
+    for (auto it = table.begin(); it != table.end();) {
+        TriggerFire* fire = it.value();
+        if (fire == nullptr) {
+            return false;
+        }
+        if (!ends(fire)) {
+            ++it;
+            continue;
+        }
+        it = table.erase(it);
+        fire->Stop();
+        DisposeFire(fire);
+    }
+    return true;
+}
+
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
 } // namespace
@@ -190,42 +222,15 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
 }
 
 bool TriggerFireManagerWork::StartAllTriggerFires() {
+    const auto finished = [this](TriggerFire* fire) { return StartTriggerFire(fire) == 2; };
     {
         QMutexLocker locker(&m_dateTimeMutex);
-        if (m_dateTimeFires != nullptr) {
-            for (auto it = m_dateTimeFires->begin(); it != m_dateTimeFires->end();) {
-                TriggerFire* fire = it.value();
-                if (fire == nullptr) {
-                    return false;
-                }
-                if (StartTriggerFire(fire) != 2) {
-                    ++it;
-                    continue;
-                }
-                it = m_dateTimeFires->erase(it);
-                fire->Stop();
-                DisposeFire(fire);
-            }
+        if (m_dateTimeFires != nullptr && !EndFiresWhere(*m_dateTimeFires, finished)) {
+            return false;
         }
     }
     QMutexLocker locker(&m_eventMutex);
-    if (m_eventFires == nullptr) {
-        return true;
-    }
-    for (auto it = m_eventFires->begin(); it != m_eventFires->end();) {
-        TriggerFire* fire = it.value();
-        if (fire == nullptr) {
-            return false;
-        }
-        if (StartTriggerFire(fire) != 2) {
-            ++it;
-            continue;
-        }
-        it = m_eventFires->erase(it);
-        fire->Stop();
-        DisposeFire(fire);
-    }
-    return true;
+    return m_eventFires == nullptr || EndFiresWhere(*m_eventFires, finished);
 }
 
 void TriggerFireManagerWork::StopAllTriggerFires() {
@@ -280,18 +285,10 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
         return false;
     }
     QMutexLocker locker(&m_eventMutex);
-    if (m_eventFires == nullptr) {
-        return true;
-    }
-    for (auto it = m_eventFires->begin(); it != m_eventFires->end();) {
-        auto* fire = static_cast<EventerFire*>(it.value());
-        if (fire == nullptr || fire->getPlanUuid() != planUuid) {
-            ++it;
-            continue;
-        }
-        it = m_eventFires->erase(it);
-        fire->Stop();
-        DisposeFire(fire);
+    if (m_eventFires != nullptr) {
+        EndFiresWhere(*m_eventFires, [&planUuid](TriggerFire* fire) {
+            return static_cast<EventerFire*>(fire)->getPlanUuid() == planUuid;
+        });
     }
     return true;
 }
@@ -327,33 +324,14 @@ void TriggerFireManagerWork::UnInit() {
     m_dateTimeFires = nullptr;
 }
 
-void TriggerFireManagerWork::DisposeFire(TriggerFire* fire) {
-    if (fire == nullptr) {
-        return;
-    }
-    if (fire->thread() == QThread::currentThread()) {
-        delete fire;
-    } else {
-        fire->deleteLater();
-    }
-}
-
 void TriggerFireManagerWork::onAtTimerOut() {
     QMutexLocker locker(&m_dateTimeMutex);
     if (m_dateTimeFires == nullptr || Clock::nowMSecsSinceEpoch() < m_pollIdleUntilMSecs) {
         return;
     }
     qint64 earliestDueMSecs = std::numeric_limits<qint64>::max();
-    for (auto it = m_dateTimeFires->begin(); it != m_dateTimeFires->end();) {
-        TriggerFire* fire = it.value();
-        if (PollOne(fire, earliestDueMSecs)) {
-            ++it;
-            continue;
-        }
-        it = m_dateTimeFires->erase(it);
-        fire->Stop();
-        DisposeFire(fire);
-    }
+    EndFiresWhere(*m_dateTimeFires,
+                  [this, &earliestDueMSecs](TriggerFire* fire) { return !PollOne(fire, earliestDueMSecs); });
     m_pollIdleUntilMSecs = earliestDueMSecs;
 }
 

@@ -58,7 +58,6 @@ private:
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
-    static void DisposeFire(TriggerFire* fire);
 
     QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;
     QMutex m_dateTimeMutex;

@@ -38,15 +38,16 @@ protected:
         Clock::reset();
     }
 
-    TriggerObject* Register(const QString& planUuid, const TriggerSpec& spec) {
-        auto* object = new TriggerObject(MakeTrigger(planUuid, spec));
+    TriggerObject* Register(const QString& planUuid, const TriggerDefinition& definition) {
+        auto* object = new TriggerObject(MakeTrigger(planUuid, definition));
         EXPECT_TRUE(registry->InsertTriggerObject(planUuid, object));
         return object;
     }
 
     // A trigger whose first start has been computed already and is due at `next`.
-    TriggerObject* RegisterDue(const QString& planUuid, const TriggerSpec& spec, const char* next) {
-        TriggerObject* object = Register(planUuid, spec);
+    TriggerObject* RegisterDue(const QString& planUuid, const TriggerDefinition& definition,
+                               const char* next) {
+        TriggerObject* object = Register(planUuid, definition);
         object->setFirstSeekDone(1);
         object->setNextStartTime(next);
         return object;

@@ -20,8 +20,8 @@ const QString kSession = QStringLiteral("org.freedesktop.login1.Session");
 QDBusMessage Signal(const QString& command, const QString& id) {
     const QString sessionPath = kManagerPath + "/session/_3" + id;
     if (command == "new" || command == "remove") {
-        QDBusMessage message =
-            QDBusMessage::createSignal(kManagerPath, kManager, command == "new" ? "SessionNew" : "SessionRemoved");
+        QDBusMessage message = QDBusMessage::createSignal(kManagerPath, kManager,
+                                                          command == "new" ? "SessionNew" : "SessionRemoved");
         message << id << QVariant::fromValue(QDBusObjectPath(sessionPath));
         return message;
     }

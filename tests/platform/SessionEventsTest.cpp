@@ -97,9 +97,11 @@ TEST_F(SessionEvents, EachNotificationFiresOnlyItsPlans) {
 
 TEST_F(SessionEvents, ALostBusIsLoggedOnceAndTheServiceGoesOn) {
     bus.Stop();
-    EXPECT_TRUE(service.WaitForLog("Lost the system bus connection; the service goes on without session events.", 5000));
+    EXPECT_TRUE(service.WaitForLog(
+        "Lost the system bus connection; the service goes on without session events.", 5000));
     QTest::qWait(300);
-    EXPECT_EQ(service.LogMessages().count("Lost the system bus connection; the service goes on without session events."),
+    EXPECT_EQ(service.LogMessages().count(
+                  "Lost the system bus connection; the service goes on without session events."),
               1);
     EXPECT_EQ(service.process().state(), QProcess::Running);
     service.Signal(SIGTERM);

@@ -137,21 +137,22 @@ TEST_F(DataStore, SkipsRowsThatCannotBeRead) {
     EXPECT_EQ(log.CountContaining("Skipped a stored trigger that cannot be read (plan [plan-0])"), 1);
 }
 
-CommCommand* NewPlanRequest(const QString& planUuid, const TriggerSpec& spec) {
+CommCommand* NewPlanRequest(const QString& planUuid, const TriggerDefinition& definition) {
     auto* request = static_cast<RequestCommand*>(CommandBuilder::BuilderCommand(200));
     request->setPlanUuid(planUuid);
     RequestNewOperationData data;
-    data.setTriggerAttribute(MakeAttribute(spec));
+    data.setTriggerAttribute(MakeAttribute(definition));
     CommandBuilder::DataToBytearray(&data, request->getRfrnRequestData());
     return request;
 }
 
-CommCommand* ModifyRequest(const QString& planUuid, const QString& name, const TriggerSpec& spec) {
+CommCommand* ModifyRequest(const QString& planUuid, const QString& name,
+                           const TriggerDefinition& definition) {
     auto* request = static_cast<RequestCommand*>(CommandBuilder::BuilderCommand(204));
     request->setPlanUuid(planUuid);
     SchedulerPlanData data;
     data.getRfrnSchedulerPlan().setPlanName(name);
-    data.getRfrnSchedulerPlan().getObjectTriggerAttribute() = MakeAttribute(spec);
+    data.getRfrnSchedulerPlan().getObjectTriggerAttribute() = MakeAttribute(definition);
     CommandBuilder::DataToBytearray(&data, request->getRfrnRequestData());
     return request;
 }

@@ -7,7 +7,7 @@
 #include <QDateTime>
 
 // Short-hand for trigger definitions in test tables.
-struct TriggerSpec {
+struct TriggerDefinition {
     quint64 type = 0;
     const char* start = "";
     const char* end = "";
@@ -19,24 +19,24 @@ struct TriggerSpec {
     quint64 dayLast = 0;
 };
 
-inline TriggerAttribute MakeAttribute(const TriggerSpec& spec) {
+inline TriggerAttribute MakeAttribute(const TriggerDefinition& definition) {
     TriggerAttribute attribute;
-    attribute.setTriggerType(spec.type);
-    attribute.setStartTime(spec.start);
-    attribute.setEndTime(spec.end);
-    attribute.setInterval(spec.interval);
-    attribute.setDuration(spec.duration);
-    attribute.setWeekDays(spec.weekDays);
-    attribute.setWhichMoths(spec.months);
-    attribute.setMonthDays(spec.monthDays);
-    attribute.setDayLastFlag(spec.dayLast);
+    attribute.setTriggerType(definition.type);
+    attribute.setStartTime(definition.start);
+    attribute.setEndTime(definition.end);
+    attribute.setInterval(definition.interval);
+    attribute.setDuration(definition.duration);
+    attribute.setWeekDays(definition.weekDays);
+    attribute.setWhichMoths(definition.months);
+    attribute.setMonthDays(definition.monthDays);
+    attribute.setDayLastFlag(definition.dayLast);
     return attribute;
 }
 
-inline TriggerObject MakeTrigger(const QString& planUuid, const TriggerSpec& spec) {
+inline TriggerObject MakeTrigger(const QString& planUuid, const TriggerDefinition& definition) {
     TriggerObject object;
     object.setPlanUuid(planUuid);
-    object.setTriggerAttribute(MakeAttribute(spec));
+    object.setTriggerAttribute(MakeAttribute(definition));
     return object;
 }
 

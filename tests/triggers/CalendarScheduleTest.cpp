@@ -11,7 +11,7 @@
 namespace {
 struct Row {
     const char* name;
-    TriggerSpec spec;
+    TriggerDefinition definition;
     const char* now;
     bool poll;
     const char* expected; // entries joined by '|'
@@ -236,7 +236,7 @@ class CalendarSchedule : public ::testing::TestWithParam<Row> {};
 
 TEST_P(CalendarSchedule, ComputesStartTimes) {
     const Row& row = GetParam();
-    TriggerObject object = MakeTrigger("plan", row.spec);
+    TriggerObject object = MakeTrigger("plan", row.definition);
     ClockShift clock(At(row.now));
     const QString expected = row.expected;
     const int count = expected.split('|').size();
@@ -252,7 +252,7 @@ INSTANTIATE_TEST_SUITE_P(Table, CalendarSchedule, ::testing::ValuesIn(kRows),
 
 struct EmptyStartRow {
     const char* name;
-    TriggerSpec spec;
+    TriggerDefinition definition;
     const char* now;
     const char* storedStart;
     const char* expected;
@@ -281,7 +281,7 @@ class EmptyStartTime : public ::testing::TestWithParam<EmptyStartRow> {};
 // An empty start time takes the current minute from the process clock.
 TEST_P(EmptyStartTime, TakesTheCurrentMinute) {
     const EmptyStartRow& row = GetParam();
-    TriggerObject object = MakeTrigger("plan", row.spec);
+    TriggerObject object = MakeTrigger("plan", row.definition);
     ClockShift clock(At(row.now));
     const QStringList got = StartTimeSeries::Compute(object, At(row.now), 2, false);
     EXPECT_EQ(object.getObjectTriggerAttribute().getStartTime().toStdString(), row.storedStart);
@@ -295,7 +295,7 @@ INSTANTIATE_TEST_SUITE_P(Table, EmptyStartTime, ::testing::ValuesIn(kEmptyStartR
 
 struct ProgressRow {
     const char* name;
-    TriggerSpec spec;
+    TriggerDefinition definition;
     const char* now;
     quint64 startOffset;
 };
@@ -318,7 +318,7 @@ class FirstComputation : public ::testing::TestWithParam<ProgressRow> {};
 
 TEST_P(FirstComputation, RecordsProgress) {
     const ProgressRow& row = GetParam();
-    TriggerObject object = MakeTrigger("plan", row.spec);
+    TriggerObject object = MakeTrigger("plan", row.definition);
     StartTimeSeries::Compute(object, At(row.now), 1, false);
     EXPECT_EQ(object.getStartOffsetSecs(), row.startOffset);
     EXPECT_EQ(object.getRepeatCount(), 0u);

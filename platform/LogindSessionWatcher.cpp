@@ -9,6 +9,7 @@ const QString kService = QStringLiteral("org.freedesktop.login1");
 const QString kManagerPath = QStringLiteral("/org/freedesktop/login1");
 const QString kManager = QStringLiteral("org.freedesktop.login1.Manager");
 const QString kSession = QStringLiteral("org.freedesktop.login1.Session");
+constexpr int kSetUpTimeoutMSecs = 2000;
 } // namespace
 
 LogindSessionWatcher* LogindSessionWatcher::OnSystemBus(Callback callback, QObject* parent) {
@@ -22,6 +23,8 @@ LogindSessionWatcher::LogindSessionWatcher(QDBusConnection connection, Callback 
                          .arg(m_connection.lastError().message()));
         return;
     }
+    // A bus that stops answering must not hold up the start for long.
+    m_connection.interface()->setTimeout(kSetUpTimeoutMSecs);
     if (!m_connection.interface()->isServiceRegistered(kService)) {
         Logger::Warn("logind is not on the system bus; the service runs without session events.");
         return;
@@ -38,7 +41,9 @@ LogindSessionWatcher::LogindSessionWatcher(QDBusConnection connection, Callback 
     if (!m_watching) {
         Logger::Warn(
             "Cannot subscribe to logind's session signals; the service runs without session events.");
+        return;
     }
+    Logger::Info("Watching logind for session events.");
 }
 
 qint64 LogindSessionWatcher::SessionNumber(const QString& text) {

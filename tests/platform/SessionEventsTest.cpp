@@ -52,7 +52,7 @@ protected:
         folder.StorePlan("on-unlock", 260);
         service.process().setProcessEnvironment(bus.Environment());
         ASSERT_TRUE(service.Start());
-        ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+        ASSERT_TRUE(service.WaitForLog("Watching logind for session events.", 10000));
     }
     void TearDown() override {
         logind.kill();

@@ -345,33 +345,31 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         earliestDueMSecs = qMin(earliestDueMSecs, nowMSecs);
         return true;
     }
-    const QString planUuid = object->getPlanUuid();
     const QString text = object->getNextStartTime();
-    bool fired = false;
-    if (!text.isEmpty()) {
-        qint64 nextMSecs = 0;
-        qint64 minuteStartMSecs = 0;
-        const bool valid = fire->CachedNextStart(text, nextMSecs, minuteStartMSecs);
-        if (valid && minuteStartMSecs <= nowMSecs && nowMSecs < minuteStartMSecs + kMinuteMSecs) {
-            fired = true;
-            if (fire->NowFire(object)) {
-                Logger::Info(
-                    QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
-                        .arg(planUuid));
-            } else {
-                Logger::Error(
-                    QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
-                        .arg(planUuid));
-            }
-        } else if (!valid || nextMSecs < nowMSecs) {
-            Logger::Warn(
-                QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
-                        "onAtTimerOut.")
-                    .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+    qint64 minuteStartMSecs = 0;
+    const bool valid = !text.isEmpty() && fire->CachedMinuteStart(text, minuteStartMSecs);
+    if (valid && nowMSecs < minuteStartMSecs) {
+        // Due in a later minute: the common case, kept free of any other work.
+        earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
+        return true;
+    }
+    const QString planUuid = object->getPlanUuid();
+    const bool fired = valid && nowMSecs < minuteStartMSecs + kMinuteMSecs;
+    if (fired) {
+        if (fire->NowFire(object)) {
+            Logger::Info(
+                QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
+                    .arg(planUuid));
         } else {
-            earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
-            return true;
+            Logger::Error(
+                QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
+                    .arg(planUuid));
         }
+    } else if (!text.isEmpty()) {
+        Logger::Warn(
+            QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
+                    "onAtTimerOut.")
+                .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
     const QDateTime base = StartTimeSeries::MinuteStart(current);

@@ -14,17 +14,15 @@ void AtTimeFire::Stop() {
     SetTriggerObject(nullptr);
 }
 
-bool AtTimeFire::CachedNextStart(const QString& text, qint64& nextMSecs, qint64& minuteStartMSecs) {
+bool AtTimeFire::CachedMinuteStart(const QString& text, qint64& minuteStartMSecs) {
     if (text != m_cachedText || m_cachedText.isEmpty()) {
         m_cachedText = text;
         const QDateTime next = LocalTime::Parse(text);
         m_cachedValid = next.isValid();
         if (m_cachedValid) {
-            m_cachedNextMSecs = next.toMSecsSinceEpoch();
             m_cachedMinuteStartMSecs = StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch();
         }
     }
-    nextMSecs = m_cachedNextMSecs;
     minuteStartMSecs = m_cachedMinuteStartMSecs;
     return m_cachedValid;
 }

@@ -15,16 +15,15 @@ public:
     bool getAtTimeFlag() const { return m_atTime; }
     void setAtTimeFlag(bool value) { m_atTime = value; }
 
-    // The next start time text parsed into milliseconds since the epoch, and
-    // the start of its minute. The text is parsed again only when it changed,
-    // so that a poll over fires that are not due parses nothing. False when the
-    // text is empty or does not parse.
-    bool CachedNextStart(const QString& text, qint64& nextMSecs, qint64& minuteStartMSecs);
+    // The start of the minute of the next start time text, in milliseconds
+    // since the epoch. The text is parsed again only when it changed, so that a
+    // poll over fires that are not due parses nothing. False when the text is
+    // empty or does not parse.
+    bool CachedMinuteStart(const QString& text, qint64& minuteStartMSecs);
 
 private:
     bool m_atTime = true;
     QString m_cachedText;
     bool m_cachedValid = false;
-    qint64 m_cachedNextMSecs = 0;
     qint64 m_cachedMinuteStartMSecs = 0;
 };

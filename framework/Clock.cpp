@@ -19,10 +19,6 @@ void Clock::setOffsetMSecs(qint64 offset) {
     g_offsetMSecs.store(offset, std::memory_order_relaxed);
 }
 
-qint64 Clock::offsetMSecs() {
-    return g_offsetMSecs.load(std::memory_order_relaxed);
-}
-
 void Clock::shiftTo(const QDateTime& target) {
     setOffsetMSecs(target.toMSecsSinceEpoch() - QDateTime::currentMSecsSinceEpoch());
 }

@@ -10,7 +10,6 @@ public:
     static qint64 nowMSecsSinceEpoch();
 
     static void setOffsetMSecs(qint64 offset);
-    static qint64 offsetMSecs();
     // Shifts the clock so that now() reads the given local date-time.
     static void shiftTo(const QDateTime& target);
     static void reset();

@@ -83,8 +83,3 @@ void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
 }
-
-void ConfigReader::setSchedulerEndpoint(const QString& name, quint16 port) {
-    Current().schedulerName = name;
-    Current().schedulerPort = port;
-}

@@ -19,5 +19,4 @@ public:
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
-    static void setSchedulerEndpoint(const QString& name, quint16 port);
 };

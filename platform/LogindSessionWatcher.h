@@ -19,8 +19,6 @@ public:
     // Watches the system bus (DBUS_SYSTEM_BUS_ADDRESS is honoured).
     static LogindSessionWatcher* OnSystemBus(Callback callback, QObject* parent = nullptr);
 
-    bool isWatching() const { return m_watching; }
-
 private Q_SLOTS:
     void onSessionNew(const QString& sessionId, const QDBusObjectPath& path);
     void onSessionRemoved(const QString& sessionId, const QDBusObjectPath& path);

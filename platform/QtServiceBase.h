@@ -25,16 +25,11 @@ public:
 
     int exec();
 
-    QString serviceName() const { return m_name; }
-    QString serviceDescription() const { return m_description; }
     void setServiceDescription(const QString& description) { m_description = description; }
-    int serviceFlags() const { return m_flags; }
-    void setServiceFlags(int flags) { m_flags = flags; }
-    StartupType startupType() const { return m_startupType; }
+    // systemd stops every service at shut-down, which is all the flags ask of
+    // the host here.
+    void setServiceFlags(int) {}
     void setStartupType(StartupType type) { m_startupType = type; }
-
-    // Hands a session event to the service, as logind's watcher does.
-    void deliverSessionChange(LogonEvent event, qint64 sessionId) { sessionChange(event, sessionId); }
 
     static QString usage(const QString& program);
 
@@ -58,7 +53,6 @@ private:
     char** m_argv;
     QString m_name;
     QString m_description;
-    int m_flags = Default;
     StartupType m_startupType = ManualStartup;
     bool m_stopped = false;
 };

@@ -14,12 +14,6 @@ public:
     SchedulerService(int argc, char** argv);
     ~SchedulerService() override;
 
-    TaskScheduler* taskScheduler() const { return m_taskScheduler; }
-
-    // Reachable for hosts other than the framework (and for tests).
-    void startService() { start(); }
-    void stopService() { stop(); }
-
 protected:
     void start() override;
     void stop() override;

@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -62,7 +63,7 @@ protected:
 
     SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
     TriggerFireManager manager;
-    FakeClientLink link;
+    std::optional<FakeClientLink> link{std::in_place};
     LogCapture log;
 };
 
@@ -121,9 +122,9 @@ TEST_F(Firing, PollFindsTheDueMinute) {
         RegisterDue("p", {2, "2026-03-01 08:30:00"}, row.storedNext);
         ASSERT_TRUE(manager.Init());
         ASSERT_TRUE(manager.Start());
-        link.Clear();
+        link->Clear();
         Poll(row.now);
-        EXPECT_EQ(link.CommandsOfType(600).size(), row.fires ? 1u : 0u);
+        EXPECT_EQ(link->CommandsOfType(600).size(), row.fires ? 1u : 0u);
         manager.Stop();
         manager.UnInit();
         registry->ClearTriggerObjects();
@@ -138,10 +139,10 @@ TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
          {"2026-03-10 08:30:00.200", "2026-03-10 08:30:00.700", "2026-03-10 08:30:30.000"}) {
         Poll(now);
     }
-    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
+    EXPECT_EQ(link->CommandsOfType(600).size(), 1u);
     EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
-    ASSERT_EQ(link.CommandsOfType(601).size(), 1u);
-    EXPECT_EQ(link.CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
+    ASSERT_EQ(link->CommandsOfType(601).size(), 1u);
+    EXPECT_EQ(link->CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
     EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
                         "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut."));
 }
@@ -150,7 +151,7 @@ TEST_F(Firing, AMissedMinuteIsLoggedAndNotFired) {
     TriggerObject* object = RegisterDue("p", {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
     ASSERT_TRUE(manager.Init());
     Poll("2026-03-10 08:32:10");
-    EXPECT_TRUE(link.CommandsOfType(600).empty());
+    EXPECT_TRUE(link->CommandsOfType(600).empty());
     EXPECT_TRUE(log.Has(log4cpp::Priority::WARN,
                         "The AtTimeFire of scheduler[p] nextdatetime[2026-03-10 08:30:00] less "
                         "than currdatetime[2026-03-10 08:32:10] in the onAtTimerOut."));
@@ -161,8 +162,8 @@ TEST_F(Firing, AFinishedTriggerEndsButStaysRegistered) {
     TriggerObject* object = RegisterDue("once", {1, "2026-03-10 08:30:00"}, "2026-03-10 08:30:00");
     ASSERT_TRUE(manager.Init());
     Poll("2026-03-10 08:30:10");
-    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
-    const auto reports = link.CommandsOfType(601);
+    EXPECT_EQ(link->CommandsOfType(600).size(), 1u);
+    const auto reports = link->CommandsOfType(601);
     ASSERT_EQ(reports.size(), 1u);
     EXPECT_EQ(reports[0].endFlag, 1u);
     EXPECT_EQ(object->getObjectTriggerAttribute().getTriggerEndFlag(), 1u);
@@ -172,11 +173,24 @@ TEST_F(Firing, AFinishedTriggerEndsButStaysRegistered) {
         log.Has(log4cpp::Priority::INFO, "The AtTimeFire of scheduler[once] trigger execution finished."));
 }
 
+// A trigger whose next start can no longer be found loses its fire, with
+// one error line, and stays registered.
+TEST_F(Firing, ATriggerWithoutFurtherStartLosesItsFire) {
+    TriggerObject* object = RegisterDue("stuck", {4, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+    ASSERT_TRUE(manager.Init());
+    object->getObjectTriggerAttribute().setMonthDays("30");
+    object->getObjectTriggerAttribute().setWhichMoths("2");
+    Poll("2026-03-10 08:30:05");
+    EXPECT_EQ(work().DateTimeFireOf("stuck"), nullptr);
+    EXPECT_EQ(log.Count("The AtTimeFire of scheduler[stuck] execution error."), 1);
+    EXPECT_EQ(registry->FindTriggerObject("stuck"), object);
+}
+
 TEST_F(Firing, AFreshTriggerIsComputedNotFiredOnItsFirstPoll) {
     TriggerObject* object = Register("p", {2, "2026-03-01 08:30:00"});
     ASSERT_TRUE(manager.Init());
     Poll("2026-03-10 08:00:20");
-    EXPECT_TRUE(link.CommandsOfType(600).empty());
+    EXPECT_TRUE(link->CommandsOfType(600).empty());
     EXPECT_EQ(object->getNextStartTime(), "2026-03-10 08:30:00");
 }
 
@@ -190,7 +204,7 @@ TEST_F(Firing, ShortIntervalsFireAtMostOnceAMinute) {
                             "2026-03-10 08:31:30.100", "2026-03-10 08:32:00.100"}) {
         Poll(now);
     }
-    EXPECT_EQ(link.CommandsOfType(600).size(), 3u);
+    EXPECT_EQ(link->CommandsOfType(600).size(), 3u);
     EXPECT_EQ(log.CountContaining("less than currdatetime"), 0);
 }
 
@@ -216,7 +230,7 @@ TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     clock.To(At("2026-03-10 08:30:00.000"));
     QMetaObject::invokeMethod(first, "ontimeout", Qt::DirectConnection);
     QCoreApplication::processEvents();
-    EXPECT_EQ(link.CommandsOfType(600).size(), 1u);
+    EXPECT_EQ(link->CommandsOfType(600).size(), 1u);
     auto* second = qobject_cast<TimerFire*>(work().DateTimeFireOf("t"));
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(first.isNull());
@@ -235,10 +249,30 @@ TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
     QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
     EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("gone", 2));
     log.Clear();
-    link.Clear();
+    link->Clear();
     QCoreApplication::processEvents();
-    EXPECT_TRUE(link.Commands().empty());
+    EXPECT_TRUE(link->Commands().empty());
     EXPECT_EQ(log.Messages(), QStringList{"The TimerFire of scheduler[gone] is not find  in the list."});
+}
+
+// In timer mode a run the client link refuses leaves the fire in place, to be
+// tried again one wait later.
+TEST_F(Firing, TimerModeKeepsTheFireWhenTheRunIsRefused) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("refused", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    QPointer<TimerFire> fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("refused"));
+    ASSERT_FALSE(fire.isNull());
+    // Without a live client link every command is refused.
+    link.reset();
+    clock.To(At("2026-03-10 08:30:00"));
+    QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(
+        log.Count("The TimerFire of scheduler[refused] NowFire execution failed in the onTimerTimeout."), 1);
+    EXPECT_EQ(work().DateTimeFireOf("refused"), fire.data());
 }
 
 TEST_F(Firing, ALogonFiresEveryPlanWaitingForIt) {
@@ -247,9 +281,9 @@ TEST_F(Firing, ALogonFiresEveryPlanWaitingForIt) {
     Register("lock", {259});
     ASSERT_TRUE(manager.Init());
     ASSERT_TRUE(manager.Start());
-    link.Clear();
+    link->Clear();
     EXPECT_TRUE(TriggerFireManager::FireEventTrigger(257));
-    const auto sent = link.CommandsOfType(600);
+    const auto sent = link->CommandsOfType(600);
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_NE(sent[0].planUuid, "lock");
     EXPECT_NE(sent[1].planUuid, "lock");

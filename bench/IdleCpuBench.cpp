@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -27,18 +26,12 @@ double CpuSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-quint16 FreePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
-
 void WriteConfig(const QString& path, bool timerMode) {
     QFile file(path);
     file.open(QIODevice::WriteOnly);
     file.write(QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
-                   .arg(FreePort())
-                   .arg(FreePort())
+                   .arg(BenchSupport::FreePort())
+                   .arg(BenchSupport::FreePort())
                    .arg(timerMode ? 1 : 0)
                    .toUtf8());
 }

@@ -17,7 +17,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <arpa/inet.h>
@@ -137,11 +136,6 @@ void Measure(quint16 port, int clients, int requests, int window) {
                 percentile(0.5) / 1000, percentile(0.99) / 1000);
 }
 
-quint16 FreePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -150,11 +144,13 @@ int main(int argc, char** argv) {
     const int requests = app.arguments().value(1, "4000").toInt();
     QTemporaryDir dir;
     QDir(dir.path()).mkpath("cfg");
-    const quint16 port = FreePort();
+    const quint16 port = BenchSupport::FreePort();
     QFile config(dir.filePath("cfg/config.ini"));
     config.open(QIODevice::WriteOnly);
-    config.write(
-        QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n").arg(port).arg(FreePort()).toUtf8());
+    config.write(QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n")
+                     .arg(port)
+                     .arg(BenchSupport::FreePort())
+                     .toUtf8());
     config.close();
     Logger::Initialize(dir.path() + "/", "log", "schedulerservice.log");
     TaskScheduler scheduler(nullptr);

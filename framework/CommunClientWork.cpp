@@ -28,11 +28,19 @@ void CommunClientWork::SetCommunAttribute(const CommunAttribute& attribute) {
     m_attribute = attribute;
 }
 
-QString CommunClientWork::Destination() const {
+// A destination port of 0 means the agent's configured port.
+void CommunClientWork::Endpoint(QString& name, quint16& port) const {
     QMutexLocker locker(&m_attributeMutex);
-    const quint64 port =
-        m_attribute.getDestPort() == 0 ? ConfigReader::getAgentPort() : m_attribute.getDestPort();
-    return QString("%1:%2").arg(m_attribute.getDestSvrNameIp()).arg(port);
+    name = m_attribute.getDestSvrNameIp();
+    port = m_attribute.getDestPort() == 0 ? ConfigReader::getAgentPort()
+                                          : static_cast<quint16>(m_attribute.getDestPort());
+}
+
+QString CommunClientWork::Destination() const {
+    QString name;
+    quint16 port = 0;
+    Endpoint(name, port);
+    return QString("%1:%2").arg(name).arg(port);
 }
 
 void CommunClientWork::onreconnectServer() {
@@ -84,17 +92,10 @@ void CommunClientWork::EnsureSocket() {
 
 void CommunClientWork::Connect() {
     QString name;
-    quint64 port = 0;
-    {
-        QMutexLocker locker(&m_attributeMutex);
-        name = m_attribute.getDestSvrNameIp();
-        port = m_attribute.getDestPort();
-    }
-    if (port == 0) {
-        port = ConfigReader::getAgentPort();
-    }
+    quint16 port = 0;
+    Endpoint(name, port);
     m_reader = FrameReader();
-    m_socket->connectToHost(name, static_cast<quint16>(port));
+    m_socket->connectToHost(name, port);
 }
 
 void CommunClientWork::Flush() {

@@ -48,6 +48,7 @@ private:
     void onReadyRead();
     void onThreadFinished();
     void ReleaseConnection();
+    void Endpoint(QString& name, quint16& port) const;
     QString Destination() const;
 
     mutable QMutex m_attributeMutex;

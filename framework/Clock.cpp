@@ -5,13 +5,18 @@
 
 namespace {
 std::atomic<qint64> g_offsetMSecs{0};
-}
+std::atomic<bool> g_frozen{false};
+std::atomic<qint64> g_frozenMSecs{0};
+} // namespace
 
 QDateTime Clock::now() {
     return QDateTime::fromMSecsSinceEpoch(nowMSecsSinceEpoch());
 }
 
 qint64 Clock::nowMSecsSinceEpoch() {
+    if (g_frozen.load(std::memory_order_acquire)) {
+        return g_frozenMSecs.load(std::memory_order_relaxed);
+    }
     return QDateTime::currentMSecsSinceEpoch() + g_offsetMSecs.load(std::memory_order_relaxed);
 }
 
@@ -20,10 +25,17 @@ void Clock::setOffsetMSecs(qint64 offset) {
 }
 
 void Clock::shiftTo(const QDateTime& target) {
+    g_frozen.store(false, std::memory_order_release);
     setOffsetMSecs(target.toMSecsSinceEpoch() - QDateTime::currentMSecsSinceEpoch());
 }
 
+void Clock::freezeAt(const QDateTime& moment) {
+    g_frozenMSecs.store(moment.toMSecsSinceEpoch(), std::memory_order_relaxed);
+    g_frozen.store(true, std::memory_order_release);
+}
+
 void Clock::reset() {
+    g_frozen.store(false, std::memory_order_release);
     setOffsetMSecs(0);
 }
 

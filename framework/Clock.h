@@ -12,6 +12,9 @@ public:
     static void setOffsetMSecs(qint64 offset);
     // Shifts the clock so that now() reads the given local date-time.
     static void shiftTo(const QDateTime& target);
+    // Stops the clock at the given local date-time until reset, for tests that
+    // look at single milliseconds.
+    static void freezeAt(const QDateTime& moment);
     static void reset();
 
     // Local-time conversions ask the C library to re-check the zone each time;

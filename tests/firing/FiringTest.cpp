@@ -55,7 +55,7 @@ protected:
     }
 
     void Poll(const char* now) {
-        Clock::shiftTo(At(now));
+        Clock::freezeAt(At(now));
         QMetaObject::invokeMethod(&work(), "onAtTimerOut", Qt::DirectConnection);
     }
 

@@ -5,11 +5,11 @@
 #include "framework/Logger.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
+#include "triggers/CalendarSchedule.h"
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
-#include "triggers/StartTimeSeries.h"
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
@@ -372,15 +372,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                 .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
-    const QDateTime base = StartTimeSeries::MinuteStart(current);
     QDateTime next;
-    quint64 state = fire->SeekNextStartTime(base, next);
-    // With an interval below a minute the next start can fall inside the minute
-    // just fired, which every later poll of that minute would find due again:
-    // polling fires a plan at most once a minute, so seek on from the next one.
-    if (fired && state == FireState::kScheduled && next < base.addSecs(60)) {
-        state = fire->SeekNextStartTime(base.addSecs(60), next);
-    }
+    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
@@ -388,7 +381,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                         "onAtTimerOut.")
                     .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch());
+        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch());
         return true;
     }
     if (state == FireState::kFinished) {

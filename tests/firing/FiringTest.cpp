@@ -205,6 +205,11 @@ TEST_F(Firing, ShortIntervalsFireAtMostOnceAMinute) {
         Poll(now);
     }
     EXPECT_EQ(link->CommandsOfType(600).size(), 3u);
+    // One report per run, each with the start that the next run keeps.
+    const auto reports = link->CommandsOfType(601);
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_EQ(reports[0].nextStartTime, "2026-03-10 08:31:20");
+    EXPECT_EQ(reports[2].nextStartTime, "2026-03-10 08:33:20");
     EXPECT_EQ(log.CountContaining("less than currdatetime"), 0);
 }
 

@@ -38,6 +38,25 @@ void DisposeFire(TriggerFire* fire) {
     }
 }
 
+// Stops and deletes a fire that has left its table, on the fire's own thread.
+void RetireFire(TriggerFire* fire) {
+    if (fire == nullptr) {
+        return;
+    }
+    if (fire->thread() == QThread::currentThread()) {
+        fire->Stop();
+        delete fire;
+        return;
+    }
+    QMetaObject::invokeMethod(
+        fire,
+        [fire] {
+            fire->Stop();
+            delete fire;
+        },
+        Qt::QueuedConnection);
+}
+
 // Walks a fire table, taking out, stopping and deleting every fire for which
 // `ends` is true; false when an entry holds no fire.
 template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends ends) {
@@ -51,8 +70,7 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
             continue;
         }
         it = table.erase(it);
-        fire->Stop();
-        DisposeFire(fire);
+        RetireFire(fire);
     }
     return true;
 }
@@ -179,6 +197,23 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFireCommand(TriggerObject* object
     return fire;
 }
 
+quint64 TriggerFireManagerWork::StartNewTriggerFire(TriggerObject* object) {
+    if (object == nullptr) {
+        return 1;
+    }
+    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    TriggerFire* fire = NewTriggerFire(type, object);
+    if (fire == nullptr) {
+        return 1;
+    }
+    const quint64 started = StartTriggerFire(fire);
+    if (started == 0 && InsertTriggerFire(object->getPlanUuid(), type, fire)) {
+        return 0;
+    }
+    RetireFire(fire);
+    return started == 0 ? 1 : started;
+}
+
 TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object) {
     TriggerFire* fire = NewTriggerFire(object->getObjectTriggerAttribute().getTriggerType(), object);
     if (fire == nullptr) {
@@ -274,11 +309,7 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
         if (m_dateTimeFires == nullptr) {
             return true;
         }
-        TriggerFire* fire = m_dateTimeFires->take(planUuid);
-        if (fire != nullptr) {
-            fire->Stop();
-            DisposeFire(fire);
-        }
+        RetireFire(m_dateTimeFires->take(planUuid));
         return true;
     }
     if (!TriggerTypes::IsEvent(type)) {
@@ -392,7 +423,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     return false;
 }
 
-void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
+void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId) {
     if (planName.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return;
@@ -406,6 +437,13 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     if (fire == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        return;
+    }
+    if (fire->fireId() != fireId) {
+        // Queued by a fire that a plan command has replaced since: the plan's
+        // current fire keeps its own time.
+        Logger::Info(
+            QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.").arg(planName));
         return;
     }
     TriggerObject* object = fire->GetTriggerObject();
@@ -432,8 +470,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
                           .arg(planName, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(
@@ -452,8 +489,7 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
         Logger::Error(QString("The TimerFire of scheduler[%1] execution error.").arg(planUuid));
     }
     m_dateTimeFires->remove(planUuid);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {

@@ -26,7 +26,9 @@ public:
     quint64 getFireState() const { return m_fireState; }
 
 Q_SIGNALS:
-    void timerFireTimeout(QString planName);
+    // `fireId` names the fire that timed out, so that a time-out still queued
+    // when its fire is replaced is recognised as stale.
+    void timerFireTimeout(QString planName, quint64 fireId);
 
 protected Q_SLOTS:
     virtual void onkillDateTimer();

@@ -30,7 +30,8 @@ Q_SIGNALS:
     // when its fire is replaced is recognised as stale.
     void timerFireTimeout(QString planName, quint64 fireId);
 
-protected Q_SLOTS:
+public Q_SLOTS:
+    // Stops the fire's timer, if it has one; the fire keeps its trigger.
     virtual void onkillDateTimer();
 
 protected:

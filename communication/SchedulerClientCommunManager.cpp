@@ -2,7 +2,9 @@
 
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
+#include "framework/WireFormat.h"
 #include "triggers/FireState.h"
 
 SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
@@ -63,7 +65,7 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
         Logger::Warn("The client request command into parameter pointer is null.");
         return;
     }
-    const QString trace = command->getTraceFlag();
+    const QString trace = LogText::Outside(command->getTraceFlag());
     bool differs = false;
     {
         QMutexLocker locker(&m_communAttributeMutex);
@@ -78,6 +80,17 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
     Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
                      .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
+    // The agent closes the link on a frame above the limit, and every command
+    // queued behind it would be lost with it.
+    if (static_cast<quint64>(bytes.size()) > WireFormat::kMaxFramePayload) {
+        Logger::Error(
+            QString("The client request plan%1 of %2 bytes is larger than a frame may be (%3 bytes) and "
+                    "is not sent, in the onRequestCommand.")
+                .arg(trace, 0)
+                .arg(bytes.size())
+                .arg(WireFormat::kMaxFramePayload));
+        return;
+    }
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);
     } else {

@@ -22,6 +22,9 @@ public:
     void UnInit();
     bool TriggerEvent(quint64 code);
 
+    // The line of the first failure of Init or Start, for systemd's status;
+    // empty while none failed.
+    QString getFailure() const;
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
 
 private Q_SLOTS:
@@ -29,6 +32,7 @@ private Q_SLOTS:
 
 private:
     void ConnectAgentServer();
+    bool Check(bool ok, const char* failure);
 
     ConfigReader m_configReader;
     SchedulerDataStoreManager m_dataStoreManager;
@@ -36,4 +40,5 @@ private:
     CommunProducerConsumerManager m_producerConsumerManager;
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
+    QString m_failure;
 };

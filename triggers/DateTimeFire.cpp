@@ -4,17 +4,16 @@
 #include "FireState.h"
 #include "JobTask.h"
 #include "LocalTime.h"
+#include "TriggerCheck.h"
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 namespace {
 constexpr qint64 kGraceMSecs = 180000;
 constexpr qint64 kOneSecondMSecs = 1000;
-// Intervals and durations beyond a century cannot come from a real plan; they
-// are refused before they can overflow the date arithmetic.
-constexpr quint64 kMaxSpanSecs = 100ULL * 366 * 24 * 3600;
 
 CalendarList WeekDays(const TriggerAttribute& attribute) {
     return CalendarList(attribute.getWeekDays(), 1, 7);
@@ -81,7 +80,8 @@ quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
         return m_fireState;
     }
     TriggerAttribute& attribute = object->getObjectTriggerAttribute();
-    if (attribute.getInterval() > kMaxSpanSecs || attribute.getDuration() > kMaxSpanSecs) {
+    if (attribute.getInterval() > TriggerCheck::kMaxSpanSecs ||
+        attribute.getDuration() > TriggerCheck::kMaxSpanSecs) {
         m_fireState = FireState::kError;
         return m_fireState;
     }
@@ -136,10 +136,10 @@ void DateTimeFire::Publish(const QDateTime& candidate) {
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
-                .arg(object->getPlanUuid()));
+                .arg(LogText::Outside(object->getPlanUuid())));
     }
     Logger::Info(QString("The TimerFire of scheduler[%1] next start time [%2] in the SeekNextStartTime.")
-                     .arg(object->getPlanUuid(), text));
+                     .arg(LogText::Outside(object->getPlanUuid()), text));
 }
 
 quint64 DateTimeFire::SeekFirstStartTime(const QDateTime& now, quint64 type, QDateTime& out) {

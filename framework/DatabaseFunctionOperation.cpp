@@ -84,7 +84,8 @@ bool DatabaseFunctionOperation::Init(const QString& path) {
     QString error;
     if (!Open(uri, "QSQLITE_OPEN_URI;QSQLITE_BUSY_TIMEOUT=5000", error) || !Exec("PRAGMA query_only = ON")) {
         m_failure = Reason(file);
-        Logger::Debug(QString("Cannot open %1 as a database: %2").arg(path, m_lastError.text()));
+        Logger::Debug(
+            QString("Cannot open %1 as a database: %2").arg(path, LogText::Outside(m_lastError.text())));
         UnInit();
         return false;
     }
@@ -113,7 +114,7 @@ QString DatabaseFunctionOperation::Reason(const QFileInfo& file) const {
         return "it holds no trigger table";
     }
     if (text.startsWith("no such column")) {
-        return QString("its trigger table lacks a column (%1)").arg(text);
+        return QString("its trigger table lacks a column (%1)").arg(LogText::Outside(text));
     }
     switch (m_lastError.nativeErrorCode().toInt() & 0xff) {
     case 26: // SQLITE_NOTADB
@@ -128,7 +129,8 @@ QString DatabaseFunctionOperation::Reason(const QFileInfo& file) const {
     case 14: // SQLITE_CANTOPEN
         return "it cannot be opened";
     default:
-        return QString("SQLite reports \"%1\"").arg(text.isEmpty() ? m_lastError.text() : text);
+        return QString("SQLite reports \"%1\"")
+            .arg(LogText::Outside(text.isEmpty() ? m_lastError.text() : text));
     }
 }
 
@@ -142,7 +144,7 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
     if (!query.exec(TriggerRow::kSelect)) {
         m_lastError = query.lastError();
         m_failure = Reason(QFileInfo(m_path));
-        Logger::Debug(QString("Cannot read the trigger table: %1").arg(m_lastError.text()));
+        Logger::Debug(QString("Cannot read the trigger table: %1").arg(LogText::Outside(m_lastError.text())));
         return false;
     }
     QVariantList row;

@@ -3,6 +3,7 @@
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
 #include "framework/Logger.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
@@ -209,6 +210,12 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     const quint64 state = fire->Start();
     if (state == FireState::kScheduled) {
         Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(object->getPlanUuid()));
+        // A calendar trigger's schedule reaches the run state with its
+        // trigger-info; an event trigger has no other moment to be listed.
+        const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+        if (TriggerTypes::IsEvent(type)) {
+            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        }
         return 0;
     }
     if (state == FireState::kFinished) {

@@ -4,6 +4,7 @@
 #include "framework/ConfigReader.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/CalendarSchedule.h"
@@ -246,6 +247,12 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     if (state == FireState::kScheduled) {
         Logger::Info(QString("The TriggerFire of scheduler[%1] start success.")
                          .arg(LogText::Outside(object->getPlanUuid())));
+        // A calendar trigger's schedule reaches the run state with its
+        // trigger-info; an event trigger has no other moment to be listed.
+        const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+        if (TriggerTypes::IsEvent(type)) {
+            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        }
         return 0;
     }
     if (state == FireState::kFinished) {

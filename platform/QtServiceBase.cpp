@@ -71,6 +71,10 @@ int QtServiceBase::exec() {
     return 2;
 }
 
+void QtServiceBase::NotifyStatus(const QString& line) {
+    sd_notifyf(0, "STATUS=%s", line.simplified().toUtf8().constData());
+}
+
 void QtServiceBase::StopOnce() {
     if (m_stopped) {
         return;
@@ -106,7 +110,7 @@ void QtServiceBase::NotifyStarted() {
         sd_notify(0, "READY=1");
         return;
     }
-    sd_notifyf(0, "STATUS=%s", m_startFailure.toUtf8().constData());
+    NotifyStatus(m_startFailure);
 }
 
 int QtServiceBase::Install() {

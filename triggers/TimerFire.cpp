@@ -4,20 +4,25 @@
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 #include <QThread>
 
+#include <atomic>
 #include <limits>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 constexpr qint64 kMaxTimerInterval = std::numeric_limits<int>::max();
+std::atomic<quint64> g_lastFireId{0};
 } // namespace
 
 // The timer is the fire's child so that it follows the fire to the thread the
 // fire is moved to.
-TimerFire::TimerFire(QObject* parent) : DateTimeFire(parent), m_timer(this) {
+TimerFire::TimerFire(QObject* parent)
+    : DateTimeFire(parent), m_timer(this),
+      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {
     m_timer.setTimerType(Qt::PreciseTimer);
 }
 
@@ -41,7 +46,8 @@ quint64 TimerFire::Start() {
     if (wait < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
-                          .arg(m_planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(m_planUuid), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
     }
     StartWaitTimer(current, next);
     return getFireState();
@@ -57,7 +63,7 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     if (wait <= 0) {
         TriggerObject* object = GetTriggerObject();
         Logger::Error(QString("The TimerFire of scheduler[%1] waittime is less than or equal to 0.")
-                          .arg(object != nullptr ? object->getPlanUuid() : m_planUuid));
+                          .arg(LogText::Outside(object != nullptr ? object->getPlanUuid() : m_planUuid)));
         setFireState(FireState::kError);
         return;
     }
@@ -98,7 +104,7 @@ void TimerFire::ontimeout() {
     // Unless the fire is replaced, it tries again one whole wait later.
     m_dueMSecs += m_waitMSecs;
     ArmFor(m_waitMSecs);
-    Q_EMIT timerFireTimeout(m_planUuid);
+    Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
 }
 
 void TimerFire::onkillDateTimer() {

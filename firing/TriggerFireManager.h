@@ -1,5 +1,7 @@
 #pragma once
 
+#include "framework/LocalZoneWatch.h"
+
 #include <QObject>
 #include <QTimer>
 
@@ -33,7 +35,11 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     void onkillAtTimer();
+    void onCheckLocalTimeZone();
 
 private:
     QTimer m_atTimer;
+    // Once a minute, in both modes, whether the system time zone changed.
+    QTimer m_zoneTimer;
+    LocalZoneWatch m_zoneWatch;
 };

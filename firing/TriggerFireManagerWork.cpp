@@ -505,6 +505,21 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     RetireFire(fire);
 }
 
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
+}
+
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
     QMutexLocker locker(&m_eventMutex);
     if (m_eventFires == nullptr) {

@@ -44,6 +44,10 @@ public:
     void DeleteAllTriggerFires();
     void UnInit();
     bool FireEventTrigger(quint64 eventType);
+    // After a change of the local time zone: timer fires aim again at their
+    // stored next start times, which keep meaning local time, and the poll
+    // reads the texts again. On the application thread.
+    void LocalTimeZoneChanged();
 
     // Inspection for tests and benchmarks.
     int DateTimeFireCount();

@@ -99,6 +99,13 @@ bool TriggerFireManagerWork::Init() {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
     }
+    if (m_catchUp == nullptr) {
+        m_catchUp =
+            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
+                return RunMissedStart(planUuid, missedStart);
+            });
+        m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
+    }
     if (!LoadTriggerFires()) {
         Logger::Error("Failed to load trigger fires.");
         return false;
@@ -348,6 +355,7 @@ void TriggerFireManagerWork::DeleteAllTriggerFires() {
 }
 
 void TriggerFireManagerWork::UnInit() {
+    m_catchUp.reset();
     DeleteAllTriggerFires();
     {
         QMutexLocker locker(&m_eventMutex);
@@ -395,6 +403,9 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
                     .arg(planUuid));
+            if (m_catchUp != nullptr) {
+                m_catchUp->NoteRun(planUuid);
+            }
         } else {
             Logger::Error(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
@@ -405,6 +416,9 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
                     "onAtTimerOut.")
                 .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+        if (valid && m_catchUp != nullptr) {
+            m_catchUp->NoteMissed(planUuid, text);
+        }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
     QDateTime next;
@@ -461,6 +475,9 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                 .arg(planName));
         return;
     }
+    if (m_catchUp != nullptr) {
+        m_catchUp->NoteRun(planName);
+    }
     const QDateTime current = Clock::now();
     QDateTime next;
     const quint64 state = fire->SeekNextStartTime(current, next);
@@ -494,6 +511,39 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     }
     m_dateTimeFires->remove(planUuid);
     RetireFire(fire);
+}
+
+void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
+        return;
+    }
+    // A poll still runs a start of the current minute itself; a timer fire
+    // runs only starts still to come.
+    const QDateTime current = Clock::now();
+    m_catchUp->Seed(runs,
+                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+}
+
+// The run goes out for the missed start, so that the agent and the run state
+// see which start it stands for; the plan's own next start stays as it is.
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    if (object == nullptr) {
+        return false;
+    }
+    const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";
+    TriggerObject run(*object);
+    run.setNextStartTime(missedStart);
+    if (!JobTask::FireJob(&run)) {
+        Logger::Error(QString("The %1 of scheduler[%2] could not catch up its missed start [%3].")
+                          .arg(fireClass, planUuid, missedStart));
+        return false;
+    }
+    Logger::Info(QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
+                     .arg(fireClass, planUuid, missedStart, LocalTime::Format(Clock::now())));
+    return true;
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {

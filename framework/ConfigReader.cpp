@@ -11,6 +11,8 @@ struct Values {
     quint16 schedulerPort = 6060;
     bool allowRemote = false;
     quint64 dateTimeFireType = 0;
+    QString missedRunPolicy = "skip";
+    quint64 missedRunSpreadSecs = 0;
 };
 
 Values& Current() {
@@ -43,6 +45,8 @@ bool ConfigReader::IniReader(const QString& path) {
     values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
+    values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
+    values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
     Current() = values;
     return true;
 }
@@ -82,4 +86,17 @@ void ConfigReader::setDateTimeFireType(quint64 value) {
 void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
+}
+
+QString ConfigReader::getMissedRunPolicy() {
+    return Current().missedRunPolicy;
+}
+
+quint64 ConfigReader::getMissedRunSpreadSecs() {
+    return Current().missedRunSpreadSecs;
+}
+
+void ConfigReader::setMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
+    Current().missedRunPolicy = policy;
+    Current().missedRunSpreadSecs = spreadSecs;
 }

@@ -15,8 +15,13 @@ public:
     static quint16 getSchedulerPort();
     static bool getAllowRemote();
     static quint64 getDateTimeFireType();
+    // [Scheduler] MissedRunPolicy as written ("skip" when absent) and
+    // MissedRunSpreadSecs.
+    static QString getMissedRunPolicy();
+    static quint64 getMissedRunSpreadSecs();
 
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
+    static void setMissedRunPolicy(const QString& policy, quint64 spreadSecs);
 };

@@ -1,5 +1,6 @@
 #include "MissedRunCatchUp.h"
 
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 #include <QRandomGenerator>
@@ -16,7 +17,7 @@ void MissedRunCatchUp::Configure(const QString& policy, quint64 spreadSecs) {
     if (name != "skip" && name != "once" && !name.isEmpty()) {
         Logger::Warn(QString("[Scheduler] MissedRunPolicy '%1' is neither skip nor once; missed starts are "
                              "skipped.")
-                         .arg(policy.left(40)));
+                         .arg(LogText::Outside(policy)));
     }
     m_once = name == "once";
     m_spreadSecs = qMin(spreadSecs, kMaxSpreadSecs);

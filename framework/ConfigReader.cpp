@@ -10,6 +10,9 @@ struct Values {
     QString schedulerName = "127.0.0.1";
     quint16 schedulerPort = 6060;
     bool allowRemote = false;
+    QStringList allowedUsers{"root"};
+    QStringList allowedGroups;
+    bool allowedGroupsSet = false;
     quint64 dateTimeFireType = 0;
     QString missedRunPolicy = "skip";
     quint64 missedRunSpreadSecs = 0;
@@ -44,6 +47,9 @@ bool ConfigReader::IniReader(const QString& path) {
         settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
     values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
+    values.allowedUsers = settings.value("Communication/AllowedUsers", defaults.allowedUsers).toStringList();
+    values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
+    values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
     values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
     values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
@@ -75,6 +81,18 @@ bool ConfigReader::getAllowRemote() {
     return Current().allowRemote;
 }
 
+QStringList ConfigReader::getAllowedUsers() {
+    return Current().allowedUsers;
+}
+
+QStringList ConfigReader::getAllowedGroups() {
+    return Current().allowedGroups;
+}
+
+bool ConfigReader::hasAllowedGroups() {
+    return Current().allowedGroupsSet;
+}
+
 quint64 ConfigReader::getDateTimeFireType() {
     return Current().dateTimeFireType;
 }
@@ -99,4 +117,10 @@ quint64 ConfigReader::getMissedRunSpreadSecs() {
 void ConfigReader::setMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
     Current().missedRunPolicy = policy;
     Current().missedRunSpreadSecs = spreadSecs;
+}
+
+void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& groups) {
+    Current().allowedUsers = users;
+    Current().allowedGroups = groups;
+    Current().allowedGroupsSet = true;
 }

@@ -233,24 +233,21 @@ bool TriggerFireManagerWork::StartAllTriggerFires() {
     return m_eventFires == nullptr || EndFiresWhere(*m_eventFires, finished);
 }
 
+// Each fire's timer is stopped by a direct call: a signal connected to every
+// fire would cost a connection per fire and a duplicate check per connect,
+// quadratic in the number of fires.
 void TriggerFireManagerWork::StopAllTriggerFires() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
         if (m_dateTimeFires != nullptr) {
-            // One emission after connecting every fire stops all their timers;
-            // emitting once per fire would reach the fires connected so far
-            // again and again.
             for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
-                if (fire != nullptr) {
-                    connect(this, SIGNAL(killDateTimer()), fire, SLOT(onkillDateTimer()),
-                            Qt::UniqueConnection);
+                if (fire == nullptr) {
+                    continue;
                 }
-            }
-            Q_EMIT killDateTimer();
-            for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
-                if (fire != nullptr) {
-                    fire->Stop();
+                if (auto* dateTimeFire = qobject_cast<DateTimeFire*>(fire)) {
+                    dateTimeFire->onkillDateTimer();
                 }
+                fire->Stop();
             }
         }
     }

@@ -42,9 +42,6 @@ public:
     int EventFireCount(quint64 eventType);
     TriggerFire* DateTimeFireOf(const QString& planUuid);
 
-Q_SIGNALS:
-    void killDateTimer();
-
 private Q_SLOTS:
     void onAtTimerOut();
     void onTimerFireTimeout(QString planName);

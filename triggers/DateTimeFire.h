@@ -30,7 +30,8 @@ public:
 Q_SIGNALS:
     void timerFireTimeout(QString planName);
 
-protected Q_SLOTS:
+public Q_SLOTS:
+    // Stops the fire's timer, if it has one; the fire keeps its trigger.
     virtual void onkillDateTimer();
 
 protected:

@@ -218,6 +218,25 @@ TEST_F(Firing, PollingManagerRunsThePollUntilStopped) {
     manager.Stop();
 }
 
+TEST_F(Firing, StopDisarmsEveryTimerAndKeepsTheFiresListed) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    const QStringList plans = {"a", "b", "c"};
+    for (const QString& plan : plans) {
+        Register(plan, {2, "2026-03-01 08:30:00"});
+    }
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    manager.Stop();
+    EXPECT_EQ(work().DateTimeFireCount(), plans.size());
+    for (const QString& plan : plans) {
+        auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf(plan));
+        ASSERT_NE(fire, nullptr);
+        EXPECT_FALSE(fire->isArmed()) << plan.toStdString();
+        EXPECT_EQ(fire->GetTriggerObject(), nullptr);
+    }
+}
+
 TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));

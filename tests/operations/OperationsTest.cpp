@@ -71,6 +71,7 @@ TEST(TestBackupOperation, ProgressAndStop) {
 
     CTestBackupOperation running("long", 5);
     ASSERT_TRUE(running.Start());
+    QThread::msleep(50);
     EXPECT_TRUE(running.IsRunning());
     EXPECT_LE(running.getCurrentProgress(), running.getTotalProgress());
     running.Stop();

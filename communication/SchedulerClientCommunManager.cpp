@@ -1,9 +1,41 @@
 #include "SchedulerClientCommunManager.h"
 
+#include "framework/Clock.h"
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
 #include "framework/Logger.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
+#include "store/RunStateStore.h"
 #include "triggers/FireState.h"
+#include "triggers/LocalTime.h"
+
+namespace {
+// What the link is handed is what the run state records: a run when its
+// execute-trigger goes to the agent, a schedule when its trigger-info does.
+// An execute-trigger carries the start it runs for; an event's carries none and
+// runs for the moment it is handed.
+void RecordHanded(const CommCommand* command) {
+    const quint64 type = command->getCommandType();
+    const auto* request = dynamic_cast<const RequestCommand*>(command);
+    if (request == nullptr || (type != CommandTypes::kExecuteTrigger && type != CommandTypes::kTriggerInfo)) {
+        return;
+    }
+    RequestTriggerExecuteInfoData data;
+    CommandBuilder::BytearrayToData(request->getRfrnRequestData(), &data);
+    if (type == CommandTypes::kTriggerInfo) {
+        RunStateStore::RecordSchedule(command->getPlanUuid(), command->getTriggerType(),
+                                      data.getTriggerEndFlag() != 0 ? QString() : data.getNextStartTime(),
+                                      data.getTriggerEndFlag());
+        return;
+    }
+    const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString due = data.getNextStartTime().isEmpty()
+                            ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))
+                            : data.getNextStartTime();
+    RunStateStore::RecordRun(command->getPlanUuid(), command->getTriggerType(), due, nowMSecs);
+}
+} // namespace
 
 SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
 
@@ -78,6 +110,7 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
     Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
                      .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
+    RecordHanded(command);
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);
     } else {

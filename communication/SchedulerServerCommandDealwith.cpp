@@ -33,22 +33,10 @@ template <typename Steps> ResultCommand* Answer(CommCommand* request, Steps step
 
 SchedulerServerCommandDealwith::SchedulerServerCommandDealwith(QObject* parent) : QObject(parent) {}
 
-// Creates, lists and starts the fire of a registered trigger object: 0 when the
-// plan is served (started, or finished at once and removed again), 1 when it
-// has no fire.
+// Starts and lists the fire of a registered trigger object: 0 when the plan is
+// served (started, or finished at once), 1 when it has no fire.
 quint64 SchedulerServerCommandDealwith::StartNewFire(TriggerObject* object) {
-    TriggerFire* fire = TriggerFireManager::NewTriggerFireCommand(object);
-    if (fire == nullptr) {
-        return kFailure;
-    }
-    const quint64 started = TriggerFireManager::StartTriggerFire(fire);
-    if (started == 1) {
-        return kFailure;
-    }
-    if (started == 2) {
-        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), TypeOf(object));
-    }
-    return kSuccess;
+    return TriggerFireManager::StartNewTriggerFire(object) == 1 ? kFailure : kSuccess;
 }
 
 ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {

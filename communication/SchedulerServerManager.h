@@ -3,12 +3,11 @@
 #include "SchedulerServerCommandDealwith.h"
 
 #include "framework/CommunServer.h"
-
-#include <QThread>
+#include "framework/ResultCommand.h"
+#include "framework/ServiceThread.h"
+#include "framework/SocketCommandPackage.h"
 
 class QIODevice;
-#include "framework/ResultCommand.h"
-#include "framework/SocketCommandPackage.h"
 
 // The command server: requests arrive on the endpoint, go through the
 // producer/consumer queue, are handled on the dealing thread and answered on
@@ -40,6 +39,6 @@ private:
     void ReleaseLater(SocketCommandPackage* package);
 
     CommunServer m_communServer;
-    QThread m_dealThread;
+    ServiceThread m_dealThread;
     SchedulerServerCommandDealwith m_commandDealwith;
 };

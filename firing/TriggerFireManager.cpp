@@ -46,6 +46,10 @@ quint64 TriggerFireManager::StartTriggerFire(TriggerFire* fire) {
     return TriggerFireManagerWork::Instance().StartTriggerFire(fire);
 }
 
+quint64 TriggerFireManager::StartNewTriggerFire(TriggerObject* object) {
+    return TriggerFireManagerWork::Instance().StartNewTriggerFire(object);
+}
+
 bool TriggerFireManager::RemoveTriggerFire(const QString& planUuid, quint64 type) {
     return TriggerFireManagerWork::Instance().RemoveTriggerFire(planUuid, type);
 }

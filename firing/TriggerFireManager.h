@@ -22,6 +22,7 @@ public:
 
     static TriggerFire* NewTriggerFireCommand(TriggerObject* object);
     static quint64 StartTriggerFire(TriggerFire* fire);
+    static quint64 StartNewTriggerFire(TriggerObject* object);
     static bool RemoveTriggerFire(const QString& planUuid, quint64 type);
     static bool FireEventTrigger(quint64 eventType);
 

@@ -3,13 +3,14 @@
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
 #include "framework/Logger.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
+#include "triggers/CalendarSchedule.h"
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
-#include "triggers/StartTimeSeries.h"
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
@@ -38,6 +39,25 @@ void DisposeFire(TriggerFire* fire) {
     }
 }
 
+// Stops and deletes a fire that has left its table, on the fire's own thread.
+void RetireFire(TriggerFire* fire) {
+    if (fire == nullptr) {
+        return;
+    }
+    if (fire->thread() == QThread::currentThread()) {
+        fire->Stop();
+        delete fire;
+        return;
+    }
+    QMetaObject::invokeMethod(
+        fire,
+        [fire] {
+            fire->Stop();
+            delete fire;
+        },
+        Qt::QueuedConnection);
+}
+
 // Walks a fire table, taking out, stopping and deleting every fire for which
 // `ends` is true; false when an entry holds no fire.
 template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends ends) {
@@ -51,8 +71,7 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
             continue;
         }
         it = table.erase(it);
-        fire->Stop();
-        DisposeFire(fire);
+        RetireFire(fire);
     }
     return true;
 }
@@ -179,6 +198,23 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFireCommand(TriggerObject* object
     return fire;
 }
 
+quint64 TriggerFireManagerWork::StartNewTriggerFire(TriggerObject* object) {
+    if (object == nullptr) {
+        return 1;
+    }
+    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    TriggerFire* fire = NewTriggerFire(type, object);
+    if (fire == nullptr) {
+        return 1;
+    }
+    const quint64 started = StartTriggerFire(fire);
+    if (started == 0 && InsertTriggerFire(object->getPlanUuid(), type, fire)) {
+        return 0;
+    }
+    RetireFire(fire);
+    return started == 0 ? 1 : started;
+}
+
 TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object) {
     TriggerFire* fire = NewTriggerFire(object->getObjectTriggerAttribute().getTriggerType(), object);
     if (fire == nullptr) {
@@ -209,6 +245,12 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     const quint64 state = fire->Start();
     if (state == FireState::kScheduled) {
         Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(object->getPlanUuid()));
+        // A calendar trigger's schedule reaches the run state with its
+        // trigger-info; an event trigger has no other moment to be listed.
+        const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+        if (TriggerTypes::IsEvent(type)) {
+            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        }
         return 0;
     }
     if (state == FireState::kFinished) {
@@ -271,11 +313,7 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
         if (m_dateTimeFires == nullptr) {
             return true;
         }
-        TriggerFire* fire = m_dateTimeFires->take(planUuid);
-        if (fire != nullptr) {
-            fire->Stop();
-            DisposeFire(fire);
-        }
+        RetireFire(m_dateTimeFires->take(planUuid));
         return true;
     }
     if (!TriggerTypes::IsEvent(type)) {
@@ -369,15 +407,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                 .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
-    const QDateTime base = StartTimeSeries::MinuteStart(current);
     QDateTime next;
-    quint64 state = fire->SeekNextStartTime(base, next);
-    // With an interval below a minute the next start can fall inside the minute
-    // just fired, which every later poll of that minute would find due again:
-    // polling fires a plan at most once a minute, so seek on from the next one.
-    if (fired && state == FireState::kScheduled && next < base.addSecs(60)) {
-        state = fire->SeekNextStartTime(base.addSecs(60), next);
-    }
+    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
@@ -385,7 +416,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                         "onAtTimerOut.")
                     .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch());
+        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch());
         return true;
     }
     if (state == FireState::kFinished) {
@@ -396,7 +427,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     return false;
 }
 
-void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
+void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId) {
     if (planName.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return;
@@ -410,6 +441,13 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     if (fire == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        return;
+    }
+    if (fire->fireId() != fireId) {
+        // Queued by a fire that a plan command has replaced since: the plan's
+        // current fire keeps its own time.
+        Logger::Info(
+            QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.").arg(planName));
         return;
     }
     TriggerObject* object = fire->GetTriggerObject();
@@ -436,8 +474,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
                           .arg(planName, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(
@@ -456,8 +493,7 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
         Logger::Error(QString("The TimerFire of scheduler[%1] execution error.").arg(planUuid));
     }
     m_dateTimeFires->remove(planUuid);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {

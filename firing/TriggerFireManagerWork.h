@@ -17,8 +17,9 @@ class TriggerObject;
 //
 // Every fire is moved to this object's thread (the application thread) when it
 // is created, so that timers are only ever armed, stopped and destroyed there.
-// A fire removed from another thread is stopped under the table lock and then
-// deleted on the application thread.
+// A fire removed from another thread leaves its table under the lock and is
+// stopped and deleted on the application thread: no thread but its own ever
+// touches a fire that has left its table.
 class TriggerFireManagerWork : public QObject {
     Q_OBJECT
 public:
@@ -30,6 +31,13 @@ public:
     bool InsertTriggerFire(const QString& planUuid, quint64 type, TriggerFire* fire);
     TriggerFire* NewTriggerFireCommand(TriggerObject* object);
     quint64 StartTriggerFire(TriggerFire* fire);
+    // Creates and starts the fire of a plan command and lists it once it is
+    // started: 0 started and listed, 1 no fire, 2 finished or failed (not
+    // listed). Until it is listed no other thread can reach the fire, so no
+    // poll or time-out can end and delete it while it starts; starting it
+    // under the table lock instead would hold up every poll for the start's
+    // report to the agent.
+    quint64 StartNewTriggerFire(TriggerObject* object);
     bool StartAllTriggerFires();
     void StopAllTriggerFires();
     bool RemoveTriggerFire(const QString& planUuid, quint64 type);
@@ -44,7 +52,7 @@ public:
 
 private Q_SLOTS:
     void onAtTimerOut();
-    void onTimerFireTimeout(QString planName);
+    void onTimerFireTimeout(QString planName, quint64 fireId);
 
 private:
     friend class TriggerFireManager;

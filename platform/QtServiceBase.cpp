@@ -71,6 +71,10 @@ int QtServiceBase::exec() {
     return 2;
 }
 
+void QtServiceBase::NotifyStatus(const QString& line) {
+    sd_notifyf(0, "STATUS=%s", line.simplified().toUtf8().constData());
+}
+
 void QtServiceBase::StopOnce() {
     if (m_stopped) {
         return;

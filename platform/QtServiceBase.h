@@ -32,6 +32,8 @@ public:
     void setStartupType(StartupType type) { m_startupType = type; }
 
     static QString usage(const QString& program);
+    // The one-line status that systemd shows beside the unit.
+    static void NotifyStatus(const QString& line);
 
 protected:
     virtual void start() = 0;

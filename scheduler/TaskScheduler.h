@@ -5,6 +5,7 @@
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
 #include "framework/ConfigReader.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
 #include <QObject>
@@ -23,12 +24,18 @@ public:
     bool TriggerEvent(quint64 code);
 
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
+    // One line for systemd: how many plans there are and which runs next.
+    QString StatusLine() const;
+
+Q_SIGNALS:
+    void statusChanged(QString line);
 
 private Q_SLOTS:
     void onClientRequestCommandResult(QByteArray blocks);
 
 private:
     void ConnectAgentServer();
+    void OpenRunState(const QString& appDir);
 
     ConfigReader m_configReader;
     SchedulerDataStoreManager m_dataStoreManager;
@@ -36,4 +43,5 @@ private:
     CommunProducerConsumerManager m_producerConsumerManager;
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
+    RunStateStore m_runState;
 };

@@ -50,6 +50,8 @@ void SchedulerService::start() {
         Logger::Info("SchedulerService initial success.");
         if (m_taskScheduler->Start()) {
             Logger::Info("SchedulerService start success.");
+            QObject::connect(m_taskScheduler, &TaskScheduler::statusChanged, &QtServiceBase::NotifyStatus);
+            QtServiceBase::NotifyStatus(m_taskScheduler->StatusLine());
             return;
         }
         m_taskScheduler->Stop();

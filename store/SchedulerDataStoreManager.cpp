@@ -1,5 +1,6 @@
 #include "SchedulerDataStoreManager.h"
 
+#include "RunStateStore.h"
 #include "SchedulerMemoryObjects.h"
 
 #include "framework/CommandBuilder.h"
@@ -143,6 +144,7 @@ bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, Res
         return false;
     }
     delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
+    RunStateStore::RecordRemoval(planUuid);
     result->setUintResult(0);
     return true;
 }

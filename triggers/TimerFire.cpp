@@ -8,16 +8,20 @@
 
 #include <QThread>
 
+#include <atomic>
 #include <limits>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 constexpr qint64 kMaxTimerInterval = std::numeric_limits<int>::max();
+std::atomic<quint64> g_lastFireId{0};
 } // namespace
 
 // The timer is the fire's child so that it follows the fire to the thread the
 // fire is moved to.
-TimerFire::TimerFire(QObject* parent) : DateTimeFire(parent), m_timer(this) {
+TimerFire::TimerFire(QObject* parent)
+    : DateTimeFire(parent), m_timer(this),
+      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {
     m_timer.setTimerType(Qt::PreciseTimer);
 }
 
@@ -98,7 +102,7 @@ void TimerFire::ontimeout() {
     // Unless the fire is replaced, it tries again one whole wait later.
     m_dueMSecs += m_waitMSecs;
     ArmFor(m_waitMSecs);
-    Q_EMIT timerFireTimeout(m_planUuid);
+    Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
 }
 
 void TimerFire::onkillDateTimer() {

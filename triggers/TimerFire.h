@@ -25,6 +25,8 @@ public:
     // timer aims at `due` itself, whatever time passed since `current`.
     void StartWaitTimer(const QDateTime& current, const QDateTime& due);
 
+    // Unique in the process for the life of the process.
+    quint64 fireId() const { return m_fireId; }
     int armedIntervalMSecs() const { return m_timer.interval(); }
     bool isArmed() const { return m_timer.isActive(); }
 
@@ -37,6 +39,7 @@ private:
     void ArmFor(qint64 remaining);
 
     QTimer m_timer;
+    const quint64 m_fireId;
     QString m_planUuid;
     qint64 m_waitMSecs = 0;
     qint64 m_dueMSecs = 0;

@@ -69,39 +69,6 @@ TEST(ServiceProcess, WritesToTheJournalUnderSystemd) {
     EXPECT_TRUE(journal.contains("<6>SchedulerService stop success.\n"));
 }
 
-struct CrashCase {
-    const char* name;
-    int signal;
-};
-
-class Crash : public ::testing::TestWithParam<CrashCase> {};
-
-TEST_P(Crash, LeavesADumpAndEndsByTheSignal) {
-    ServiceFolder folder;
-    ServiceProcess service(folder);
-    ASSERT_TRUE(service.Start());
-    ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
-    service.Signal(GetParam().signal);
-    ASSERT_TRUE(service.WaitForExit(20000));
-    EXPECT_EQ(service.process().exitStatus(), QProcess::CrashExit);
-    const QStringList dumps = QDir(folder.Path("dump")).entryList({"schedulerservice*.dmp"});
-    ASSERT_EQ(dumps.size(), 1);
-    EXPECT_TRUE(QRegularExpression(R"(^schedulerservice\d{14}\.dmp$)").match(dumps.first()).hasMatch());
-    QFile dump(folder.Path("dump/" + dumps.first()));
-    ASSERT_TRUE(dump.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(dump.readAll());
-    EXPECT_TRUE(text.contains(QString("signal: %1 ").arg(GetParam().signal)));
-    EXPECT_TRUE(text.contains(QRegularExpression(R"(thread id: \d+)")));
-    EXPECT_TRUE(text.contains("Stack trace")) << text.left(2000).toStdString();
-    EXPECT_TRUE(text.contains("/proc/self/maps:"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Signals, Crash,
-                         ::testing::Values(CrashCase{"segv", SIGSEGV}, CrashCase{"abort", SIGABRT}),
-                         [](const ::testing::TestParamInfo<CrashCase>& info) {
-                             return std::string(info.param.name);
-                         });
-
 TEST(ServiceProcess, CommandLine) {
     ServiceFolder folder;
     ServiceProcess unknown(folder);

@@ -6,8 +6,9 @@
 
 #include <csignal>
 
-ServiceProcess::ServiceProcess(ServiceFolder& folder) : m_folder(folder) {
-    QFile::copy(QString(ORVEL_BIN_DIR) + "/OrvelSchedulerService", Executable());
+ServiceProcess::ServiceProcess(ServiceFolder& folder, const QString& program)
+    : m_folder(folder), m_program(program) {
+    QFile::copy(QString(ORVEL_BIN_DIR) + "/" + program, Executable());
     m_process.setProgram(Executable());
     m_process.setWorkingDirectory(folder.Dir());
 }
@@ -20,7 +21,7 @@ ServiceProcess::~ServiceProcess() {
 }
 
 QString ServiceProcess::Executable() const {
-    return m_folder.Path("OrvelSchedulerService");
+    return m_folder.Path(m_program);
 }
 
 bool ServiceProcess::Start(const QStringList& arguments) {

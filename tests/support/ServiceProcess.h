@@ -9,7 +9,8 @@
 // so that its log, data and dumps land beside it as in production.
 class ServiceProcess {
 public:
-    explicit ServiceProcess(ServiceFolder& folder);
+    // program: an executable of the build's bin/ folder.
+    explicit ServiceProcess(ServiceFolder& folder, const QString& program = "OrvelSchedulerService");
     ~ServiceProcess();
 
     bool Start(const QStringList& arguments = {});
@@ -27,5 +28,6 @@ public:
 
 private:
     ServiceFolder& m_folder;
+    QString m_program;
     QProcess m_process;
 };

@@ -3,9 +3,11 @@
 #include "framework/Clock.h"
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/RequestCommand.h"
 #include "framework/RequestTriggerExecuteInfoData.h"
+#include "framework/WireFormat.h"
 #include "store/RunStateStore.h"
 #include "triggers/FireState.h"
 #include "triggers/LocalTime.h"
@@ -95,7 +97,7 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
         Logger::Warn("The client request command into parameter pointer is null.");
         return;
     }
-    const QString trace = command->getTraceFlag();
+    const QString trace = LogText::Outside(command->getTraceFlag());
     bool differs = false;
     {
         QMutexLocker locker(&m_communAttributeMutex);
@@ -110,6 +112,17 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
     Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
                      .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
+    // The agent closes the link on a frame above the limit, and every command
+    // queued behind it would be lost with it.
+    if (static_cast<quint64>(bytes.size()) > WireFormat::kMaxFramePayload) {
+        Logger::Error(
+            QString("The client request plan%1 of %2 bytes is larger than a frame may be (%3 bytes) and "
+                    "is not sent, in the onRequestCommand.")
+                .arg(trace, 0)
+                .arg(bytes.size())
+                .arg(WireFormat::kMaxFramePayload));
+        return;
+    }
     RecordHanded(command);
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);

@@ -3,6 +3,7 @@
 #include "framework/CommandBuilder.h"
 #include "framework/CommunProducerConsumerManager.h"
 #include "framework/ConfigReader.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/SocketCommandPackage.h"
@@ -134,7 +135,7 @@ void SchedulerServerManager::onDealCommandResult(SocketCommandPackage* ppackage,
         Logger::Error("Server result command pointer is NULL in the onDealCommandResult.");
         return;
     }
-    const QString trace = pretcommand->getTraceFlag();
+    const QString trace = LogText::Outside(pretcommand->getTraceFlag());
     if (socket == nullptr) {
         Logger::Error(QString("Server result command%1 socket pointer is NULL.").arg(trace, 0));
         CommandBuilder::DestroyCommand(pretcommand);

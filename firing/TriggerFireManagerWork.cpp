@@ -2,6 +2,7 @@
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
@@ -231,10 +232,10 @@ void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fi
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
-                          .arg(fireClass, object->getPlanUuid()));
+                          .arg(fireClass, LogText::Outside(object->getPlanUuid())));
     }
-    Logger::Info(
-        QString("The %1 of scheduler[%2] trigger execution finished.").arg(fireClass, object->getPlanUuid()));
+    Logger::Info(QString("The %1 of scheduler[%2] trigger execution finished.")
+                     .arg(fireClass, LogText::Outside(object->getPlanUuid())));
 }
 
 quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
@@ -244,7 +245,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     }
     const quint64 state = fire->Start();
     if (state == FireState::kScheduled) {
-        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(object->getPlanUuid()));
+        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.")
+                         .arg(LogText::Outside(object->getPlanUuid())));
         // A calendar trigger's schedule reaches the run state with its
         // trigger-info; an event trigger has no other moment to be listed.
         const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
@@ -259,7 +261,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
         }
         return 2;
     }
-    Logger::Error(QString("The TriggerFire of scheduler[%1] execution error.").arg(object->getPlanUuid()));
+    Logger::Error(QString("The TriggerFire of scheduler[%1] execution error.")
+                      .arg(LogText::Outside(object->getPlanUuid())));
     return 2;
 }
 
@@ -394,17 +397,18 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         if (fire->NowFire(object)) {
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
-                    .arg(planUuid));
+                    .arg(LogText::Outside(planUuid)));
         } else {
             Logger::Error(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
-                    .arg(planUuid));
+                    .arg(LogText::Outside(planUuid)));
         }
     } else if (!text.isEmpty()) {
         Logger::Warn(
             QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
                     "onAtTimerOut.")
-                .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+                .arg(LogText::Outside(planUuid), text,
+                     LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
     QDateTime next;
@@ -414,7 +418,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Error(
                 QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                         "onAtTimerOut.")
-                    .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                    .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
+                         current.toString(kPreciseFormat)));
         }
         earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch());
         return true;
@@ -422,7 +427,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     if (state == FireState::kFinished) {
         EndTrigger(object, "AtTimeFire");
     } else {
-        Logger::Error(QString("The AtTimeFire of scheduler[%1] execution error.").arg(planUuid));
+        Logger::Error(
+            QString("The AtTimeFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     return false;
 }
@@ -434,13 +440,14 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     }
     QMutexLocker locker(&m_dateTimeMutex);
     if (m_dateTimeFires == nullptr || !m_dateTimeFires->contains(planName)) {
-        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.").arg(planName));
+        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.")
+                          .arg(LogText::Outside(planName)));
         return;
     }
     auto* fire = qobject_cast<TimerFire*>(m_dateTimeFires->value(planName));
     if (fire == nullptr) {
-        Logger::Error(
-            QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.")
+                          .arg(LogText::Outside(planName)));
         return;
     }
     if (fire->fireId() != fireId) {
@@ -458,7 +465,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     if (!fire->NowFire(object)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
-                .arg(planName));
+                .arg(LogText::Outside(planName)));
         return;
     }
     const QDateTime current = Clock::now();
@@ -471,7 +478,8 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     if (next < current) {
         Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "onTimerFireTimeout.")
-                          .arg(planName, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(planName), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
     RetireFire(fire);
@@ -479,7 +487,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     if (replacement == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")
-                .arg(planName));
+                .arg(LogText::Outside(planName)));
         return;
     }
     replacement->StartWaitTimer(current, next);
@@ -490,7 +498,8 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     if (state == FireState::kFinished) {
         EndTrigger(object, "TimerFire");
     } else {
-        Logger::Error(QString("The TimerFire of scheduler[%1] execution error.").arg(planUuid));
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     m_dateTimeFires->remove(planUuid);
     RetireFire(fire);
@@ -508,9 +517,11 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
-            Logger::Info(QString("Fire to the EventFire[%1] job success.").arg(fire->getPlanUuid()));
+            Logger::Info(
+                QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {
-            Logger::Error(QString("Failed to fire the EventFire[%1] job.").arg(fire->getPlanUuid()));
+            Logger::Error(
+                QString("Failed to fire the EventFire[%1] job.").arg(LogText::Outside(fire->getPlanUuid())));
         }
     }
     return true;

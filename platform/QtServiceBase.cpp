@@ -93,11 +93,24 @@ int QtServiceBase::RunForeground() {
     start();
     LogindSessionWatcher* watcher = LogindSessionWatcher::OnSystemBus(
         [this](int event, qint64 sessionId) { sessionChange(static_cast<LogonEvent>(event), sessionId); });
-    sd_notify(0, "READY=1");
+    NotifyStarted();
     executeApplication();
     delete watcher;
     StopOnce();
     return 0;
+}
+
+void QtServiceBase::reportStartFailure(const QString& status) {
+    m_startFailed = true;
+    m_startFailure = status.isEmpty() ? QString("The service could not start.") : status;
+}
+
+void QtServiceBase::NotifyStarted() {
+    if (!m_startFailed) {
+        sd_notify(0, "READY=1");
+        return;
+    }
+    NotifyStatus(m_startFailure);
 }
 
 int QtServiceBase::Install() {

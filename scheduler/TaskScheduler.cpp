@@ -2,20 +2,27 @@
 
 #include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "triggers/FireState.h"
 
-namespace {
-bool Check(bool ok, const char* failure) {
+TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+
+bool TaskScheduler::Check(bool ok, const char* failure) {
     if (!ok) {
         Logger::Error(failure);
+        if (m_failure.isEmpty()) {
+            m_failure = failure;
+        }
     }
     return ok;
 }
-} // namespace
 
-TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+QString TaskScheduler::getFailure() const {
+    const QString store = m_dataStoreManager.getFailure();
+    return store.isEmpty() ? m_failure : store;
+}
 
 bool TaskScheduler::Init(const QString& appDir) {
     if (appDir.isEmpty()) {
@@ -126,7 +133,7 @@ void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
         Logger::Warn("Client read result command unsuccessfully.");
         return;
     }
-    const QString trace = command->getTraceFlag();
+    const QString trace = LogText::Outside(command->getTraceFlag());
     // Taken as a result command without a type test: any other command reads
     // as result 0 here.
     auto* result = dynamic_cast<ResultCommand*>(command);

@@ -23,6 +23,9 @@ public:
     void UnInit();
     bool TriggerEvent(quint64 code);
 
+    // The line of the first failure of Init or Start, for systemd's status;
+    // empty while none failed.
+    QString getFailure() const;
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
     // One line for systemd: how many plans there are and which runs next.
     QString StatusLine() const;
@@ -36,6 +39,7 @@ private Q_SLOTS:
 private:
     void ConnectAgentServer();
     void OpenRunState(const QString& appDir);
+    bool Check(bool ok, const char* failure);
 
     ConfigReader m_configReader;
     SchedulerDataStoreManager m_dataStoreManager;
@@ -44,4 +48,5 @@ private:
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
     RunStateStore m_runState;
+    QString m_failure;
 };

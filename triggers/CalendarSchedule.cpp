@@ -2,14 +2,12 @@
 
 #include "CalendarList.h"
 #include "LocalTime.h"
+#include "TriggerCheck.h"
 #include "TriggerObject.h"
 
 namespace {
 constexpr qint64 kGraceMSecs = 180000;
 constexpr qint64 kOneSecondMSecs = 1000;
-// Intervals and durations beyond a century cannot come from a real plan; they
-// are refused before they can overflow the date arithmetic.
-constexpr quint64 kMaxSpanSecs = 100ULL * 366 * 24 * 3600;
 
 CalendarList WeekDays(const TriggerAttribute& attribute) {
     return CalendarList(attribute.getWeekDays(), 1, 7);
@@ -95,7 +93,8 @@ ScheduleResult CalendarSchedule::ComputePolled(const TriggerAttribute& attribute
 }
 
 quint64 CalendarSchedule::Run(const QDateTime& now, const QDateTime& current, QDateTime& out) {
-    if (m_attribute.getInterval() > kMaxSpanSecs || m_attribute.getDuration() > kMaxSpanSecs) {
+    if (m_attribute.getInterval() > TriggerCheck::kMaxSpanSecs ||
+        m_attribute.getDuration() > TriggerCheck::kMaxSpanSecs) {
         return FireState::kError;
     }
     const QDateTime end = LocalTime::Parse(m_attribute.getEndTime());

@@ -6,6 +6,7 @@
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 DateTimeFire::DateTimeFire(QObject* parent) : TriggerFire(parent) {
@@ -59,8 +60,8 @@ void DateTimeFire::Publish(const ScheduleResult& result, QDateTime& next) {
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
-                .arg(object->getPlanUuid()));
+                .arg(LogText::Outside(object->getPlanUuid())));
     }
     Logger::Info(QString("The TimerFire of scheduler[%1] next start time [%2] in the SeekNextStartTime.")
-                     .arg(object->getPlanUuid(), object->getNextStartTime()));
+                     .arg(LogText::Outside(object->getPlanUuid()), object->getNextStartTime()));
 }

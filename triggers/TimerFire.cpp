@@ -4,6 +4,7 @@
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 #include <QThread>
@@ -45,7 +46,8 @@ quint64 TimerFire::Start() {
     if (wait < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
-                          .arg(m_planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(m_planUuid), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
     }
     StartWaitTimer(current, next);
     return getFireState();
@@ -61,7 +63,7 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     if (wait <= 0) {
         TriggerObject* object = GetTriggerObject();
         Logger::Error(QString("The TimerFire of scheduler[%1] waittime is less than or equal to 0.")
-                          .arg(object != nullptr ? object->getPlanUuid() : m_planUuid));
+                          .arg(LogText::Outside(object != nullptr ? object->getPlanUuid() : m_planUuid)));
         setFireState(FireState::kError);
         return;
     }

@@ -80,13 +80,51 @@ TEST_F(CommandRoad, ModifyRegistersAndReplacesTheFire) {
     EXPECT_TRUE(agent.WaitFor(600, "m", 10000));
 }
 
-TEST_F(CommandRoad, PlansWithoutAFireAreAnsweredWithFailure) {
+struct Impossible {
+    const char* name;
+    TriggerDefinition definition;
+    const char* fault;
+};
+
+// A definition that could never be scheduled is answered 1 with one line
+// naming the plan and the field, and changes nothing, for a new plan as for a
+// modified one. A plan that is merely over is still accepted.
+TEST_F(CommandRoad, ImpossibleDefinitionsAreRefusedAtTheDoor) {
+    const Impossible cases[] = {
+        {"no-such-day", {1, "2026-02-30 25:61:00"}, "start time \"2026-02-30 25:61:00\" is not a valid"},
+        {"word-end", {2, "2026-01-01 03:00:00", "soon"}, "end time \"soon\" is not a valid"},
+        {"month-day-99", {4, "", "", 0, 0, "", "", "99"}, "month days \"99\" hold \"99\""},
+        {"week-day-8", {3, "", "", 0, 0, "8"}, "week days \"8\" hold \"8\""},
+        {"type-9", {9}, "trigger type 9 has no fire"},
+        {"type-0", {0}, "trigger type 0 has no fire"},
+        {"endless", {2, "", "", 3162240001ULL}, "interval 3162240001 s is beyond a century"},
+    };
     PlanClient client(scheduler.commandServerPort());
-    client.SendNewPlan("odd", MakeAttribute({9}));
+    client.SendNewPlan("kept", MakeAttribute({2, "2026-01-01 03:00:00"}));
+    ASSERT_EQ(client.NextResult(), 0);
+    for (const Impossible& c : cases) {
+        SCOPED_TRACE(c.name);
+        log.Clear();
+        client.SendNewPlan(c.name, MakeAttribute(c.definition));
+        EXPECT_EQ(client.NextResult(), 1);
+        EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject(c.name), nullptr);
+        client.SendModifyPlan("kept", MakeAttribute(c.definition));
+        EXPECT_EQ(client.NextResult(), 1);
+        EXPECT_EQ(log.CountContaining(QString("The plan[%1] command[200#").arg(c.name)), 1);
+        EXPECT_EQ(log.CountContaining(QString("is refused: %1").arg(c.fault)), 2)
+            << log.Messages().join("\n").toStdString();
+    }
+    TriggerObject* kept = SchedulerDataStoreManager::GetTriggerObject("kept");
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->getObjectTriggerAttribute().getTriggerType(), 2u);
+
+    client.SendNewPlan(QString(256, 'u'), MakeAttribute({257}));
     EXPECT_EQ(client.NextResult(), 1);
-    EXPECT_NE(SchedulerDataStoreManager::GetTriggerObject("odd"), nullptr);
-    client.SendDeletePlan("odd");
+    client.SendDeletePlan(QString(256, 'u'));
     EXPECT_EQ(client.NextResult(), 1);
+    EXPECT_EQ(log.CountContaining("the plan UUID is 256 bytes long, more than 255"), 2);
+    client.SendNewPlan(QString(255, 'u'), MakeAttribute({257}));
+    EXPECT_EQ(client.NextResult(), 0);
     client.SendNewPlan("ended", MakeAttribute({1, "2020-01-01 00:00:00"}));
     EXPECT_EQ(client.NextResult(), 0);
 }
@@ -183,6 +221,13 @@ TEST(ClientLink, SortsCommandsOntoTheTwoWorkers) {
     elsewhere->getObjectCommunAttribute().setDestSvrNameIp("10.0.0.1");
     link.onRequestCommand(elsewhere.get());
     link.onRequestCommand(nullptr);
+    // A frame the agent would refuse, closing the link, never reaches it.
+    std::unique_ptr<CommCommand> huge(CommandBuilder::BuilderCommand(601));
+    huge->getObjectCommunAttribute() = attribute;
+    huge->setPlanUuid(QString(600 * 1024, 'u'));
+    link.onRequestCommand(huge.get());
+    EXPECT_EQ(refresh.count(), 1);
+    EXPECT_EQ(log.CountContaining("is larger than a frame may be (1048576 bytes) and is not sent"), 1);
     EXPECT_EQ(control.count(), 2);
     EXPECT_EQ(log.CountContaining("CommunAttribute does not match in the onRequestCommand."), 1);
     EXPECT_TRUE(

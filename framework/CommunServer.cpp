@@ -115,6 +115,25 @@ QString CommunServer::serverAddress() const {
     return m_server != nullptr ? m_server->serverAddress().toString() : QString();
 }
 
+PeerCredentials CommunServer::Peer(QIODevice* socket) const {
+    const auto it = m_clients.constFind(socket);
+    return it != m_clients.constEnd() ? it->peer : PeerCredentials();
+}
+
+bool CommunServer::IsAdmitted(QIODevice* socket) const {
+    const auto it = m_clients.constFind(socket);
+    return it != m_clients.constEnd() && it->admitted;
+}
+
+bool CommunServer::FirstRefusal(QIODevice* socket) {
+    const auto it = m_clients.find(socket);
+    if (it == m_clients.end() || it->refusalReported) {
+        return false;
+    }
+    it->refusalReported = true;
+    return true;
+}
+
 void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
     if (socket == nullptr || !m_clients.contains(socket)) {
         return;
@@ -124,7 +143,10 @@ void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
 
 void CommunServer::onNewConnection() {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        m_clients.insert(socket, FrameReader());
+        Client client;
+        client.peer = PeerCredentials::OfSocket(static_cast<int>(socket->socketDescriptor()));
+        client.admitted = !m_accessCheck || m_accessCheck(client.peer);
+        m_clients.insert(socket, client);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] { onDisconnected(socket); });
     }
@@ -135,15 +157,16 @@ void CommunServer::onReadyRead(QTcpSocket* socket) {
     if (it == m_clients.end()) {
         return;
     }
-    it->Append(socket->readAll());
+    FrameReader& reader = it->reader;
+    reader.Append(socket->readAll());
     QByteArray payload;
-    while (it->Next(payload)) {
+    while (reader.Next(payload)) {
         Q_EMIT incomingBlockData(kRequestCommType, socket, payload);
     }
-    if (it->Failed()) {
+    if (reader.Failed()) {
         Logger::Warn(
             QString("Refused a frame of %1 bytes from %2:%3 (the limit is %4 bytes); connection closed.")
-                .arg(it->RefusedLength())
+                .arg(reader.RefusedLength())
                 .arg(socket->peerAddress().toString())
                 .arg(socket->peerPort())
                 .arg(WireFormat::kMaxFramePayload));

@@ -10,6 +10,9 @@ struct Values {
     QString schedulerName = "127.0.0.1";
     quint16 schedulerPort = 6060;
     bool allowRemote = false;
+    QStringList allowedUsers{"root"};
+    QStringList allowedGroups;
+    bool allowedGroupsSet = false;
     quint64 dateTimeFireType = 0;
 };
 
@@ -44,6 +47,9 @@ bool ConfigReader::IniReader(const QString& path) {
         settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
     values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort, 0);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
+    values.allowedUsers = settings.value("Communication/AllowedUsers", defaults.allowedUsers).toStringList();
+    values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
+    values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
     Current() = values;
     return true;
@@ -73,6 +79,18 @@ bool ConfigReader::getAllowRemote() {
     return Current().allowRemote;
 }
 
+QStringList ConfigReader::getAllowedUsers() {
+    return Current().allowedUsers;
+}
+
+QStringList ConfigReader::getAllowedGroups() {
+    return Current().allowedGroups;
+}
+
+bool ConfigReader::hasAllowedGroups() {
+    return Current().allowedGroupsSet;
+}
+
 quint64 ConfigReader::getDateTimeFireType() {
     return Current().dateTimeFireType;
 }
@@ -84,4 +102,10 @@ void ConfigReader::setDateTimeFireType(quint64 value) {
 void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
+}
+
+void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& groups) {
+    Current().allowedUsers = users;
+    Current().allowedGroups = groups;
+    Current().allowedGroupsSet = true;
 }

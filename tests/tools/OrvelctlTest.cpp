@@ -8,11 +8,13 @@
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <unistd.h>
 
 namespace {
 struct ToolRun {
@@ -154,5 +156,19 @@ TEST_F(PlanRoad, WithoutTheServiceThePlanIsStillRecorded) {
     ServiceProcess restarted(folder);
     ASSERT_TRUE(restarted.Start());
     EXPECT_TRUE(AgentPrints(" 601 offline ")) << agentOut().toStdString();
+}
+} // namespace
+
+namespace {
+TEST(PlanAccess, AUserWhoMayNotChangePlansIsToldSoInOneLine) {
+    if (::geteuid() != 0 || QStandardPaths::findExecutable("setpriv").isEmpty()) {
+        GTEST_SKIP() << "needs root and setpriv to act as another user";
+    }
+    const ToolRun run =
+        Orvelctl("setpriv", {"--reuid=nobody", "--regid=nogroup", "--clear-groups", "--",
+                             QString(ORVEL_BIN_DIR) + "/orvelctl", "plan", "delete", "--plan", "nightly"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.out.isEmpty());
+    EXPECT_EQ(run.err, "not allowed: user nobody (65534) is not in AllowedUsers or AllowedGroups\n");
 }
 } // namespace

@@ -453,8 +453,8 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     if (fire->fireId() != fireId) {
         // Queued by a fire that a plan command has replaced since: the plan's
         // current fire keeps its own time.
-        Logger::Info(
-            QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.").arg(planName));
+        Logger::Info(QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.")
+                         .arg(LogText::Outside(planName)));
         return;
     }
     TriggerObject* object = fire->GetTriggerObject();

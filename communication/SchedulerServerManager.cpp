@@ -54,6 +54,11 @@ bool SchedulerServerManager::Start() {
                               ConfigReader::getSchedulerPort())) {
         return false;
     }
+    // With SchedulerPort=0 the system chose the port; this line is the only
+    // place a client (or a test) can learn it.
+    Logger::Info(QString("The command server listens on %1:%2.")
+                     .arg(m_communServer.serverAddress())
+                     .arg(m_communServer.serverPort()));
     m_commandDealwith.moveToThread(&m_dealThread);
     m_dealThread.start(QThread::InheritPriority);
     return true;

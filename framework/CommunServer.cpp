@@ -53,9 +53,7 @@ bool CommunServer::Start(const QString& name, quint16 port) {
     if (!IsListenAllowed(name, address)) {
         return false;
     }
-    m_server = new QTcpServer(this);
-    m_server->setMaxPendingConnections(1024);
-    connect(m_server, &QTcpServer::newConnection, this, &CommunServer::onNewConnection);
+    Serve();
     if (!m_server->listen(QHostAddress(address), port)) {
         Logger::Error(QString("The command server cannot listen on %1:%2: %3.")
                           .arg(address)
@@ -66,6 +64,28 @@ bool CommunServer::Start(const QString& name, quint16 port) {
         return false;
     }
     return true;
+}
+
+bool CommunServer::StartOnDescriptor(qintptr descriptor) {
+    if (m_server != nullptr) {
+        return false;
+    }
+    Serve();
+    if (!m_server->setSocketDescriptor(descriptor)) {
+        Logger::Error(QString("The command server cannot serve descriptor %1: %2.")
+                          .arg(descriptor)
+                          .arg(m_server->errorString()));
+        delete m_server;
+        m_server = nullptr;
+        return false;
+    }
+    return true;
+}
+
+void CommunServer::Serve() {
+    m_server = new QTcpServer(this);
+    m_server->setMaxPendingConnections(1024);
+    connect(m_server, &QTcpServer::newConnection, this, &CommunServer::onNewConnection);
 }
 
 void CommunServer::Stop() {
@@ -89,6 +109,10 @@ void CommunServer::UnInit() {}
 
 quint16 CommunServer::serverPort() const {
     return m_server != nullptr ? m_server->serverPort() : 0;
+}
+
+QString CommunServer::serverAddress() const {
+    return m_server != nullptr ? m_server->serverAddress().toString() : QString();
 }
 
 PeerCredentials CommunServer::Peer(QIODevice* socket) const {

@@ -31,12 +31,16 @@ public:
     bool Init(quint64 protocolType);
     void setAccessCheck(AccessCheck check) { m_accessCheck = std::move(check); }
     bool Start(const QString& name, quint16 port);
+    // Serves a socket that is already bound and listening, such as one handed
+    // over by a parent process; the server takes ownership of the descriptor.
+    bool StartOnDescriptor(qintptr descriptor);
     void Stop();
     void UnInit();
     // Frames the reply onto the socket it came from; nothing if that socket
     // has gone in the meantime.
     void SendResult(QIODevice* socket, const QByteArray& bytes);
     quint16 serverPort() const;
+    QString serverAddress() const;
     // The peer of a connection, looked up once when it was accepted; Unknown
     // once the connection has gone.
     PeerCredentials Peer(QIODevice* socket) const;
@@ -51,6 +55,7 @@ Q_SIGNALS:
     void incomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
 
 private:
+    void Serve();
     void onNewConnection();
     void onReadyRead(QTcpSocket* socket);
     void onDisconnected(QTcpSocket* socket);

@@ -14,6 +14,8 @@ struct Values {
     QStringList allowedGroups;
     bool allowedGroupsSet = false;
     quint64 dateTimeFireType = 0;
+    QString missedRunPolicy = "skip";
+    quint64 missedRunSpreadSecs = 0;
 };
 
 Values& Current() {
@@ -21,10 +23,12 @@ Values& Current() {
     return values;
 }
 
-quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback) {
+// The lowest port a key accepts: the command server may take 0, any free port,
+// which it then logs; the agent's port must be a real one.
+quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, uint lowest) {
     bool ok = false;
     const uint port = settings.value(key, fallback).toUInt(&ok);
-    return ok && port > 0 && port <= 65535 ? static_cast<quint16>(port) : fallback;
+    return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
 }
 } // namespace
 
@@ -40,15 +44,17 @@ bool ConfigReader::IniReader(const QString& path) {
     const Values defaults;
     Values values;
     values.agentName = settings.value("Communication/AgentLocalServerName", defaults.agentName).toString();
-    values.agentPort = PortValue(settings, "Communication/AgentPort", defaults.agentPort);
+    values.agentPort = PortValue(settings, "Communication/AgentPort", defaults.agentPort, 1);
     values.schedulerName =
         settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
-    values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort);
+    values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort, 0);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
     values.allowedUsers = settings.value("Communication/AllowedUsers", defaults.allowedUsers).toStringList();
     values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
     values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
+    values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
+    values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
     Current() = values;
     return true;
 }
@@ -100,6 +106,19 @@ void ConfigReader::setDateTimeFireType(quint64 value) {
 void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
+}
+
+QString ConfigReader::getMissedRunPolicy() {
+    return Current().missedRunPolicy;
+}
+
+quint64 ConfigReader::getMissedRunSpreadSecs() {
+    return Current().missedRunSpreadSecs;
+}
+
+void ConfigReader::setMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
+    Current().missedRunPolicy = policy;
+    Current().missedRunSpreadSecs = spreadSecs;
 }
 
 void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& groups) {

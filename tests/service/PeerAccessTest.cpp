@@ -37,7 +37,8 @@ TEST(PeerAccess, AnotherUserIsRefusedOnceAndRootIsServed) {
     ServiceProcess service(folder);
     ASSERT_TRUE(service.Start());
     ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
-    const quint16 port = folder.schedulerPort();
+    const quint16 port = service.WaitForCommandPort();
+    ASSERT_NE(port, 0);
 
     const QStringList nobody{"--reuid=nobody", "--regid=nogroup", "--clear-groups"};
     EXPECT_EQ(DeleteAs(nobody, port, "kept", 2), (QStringList{"1", "1"}));

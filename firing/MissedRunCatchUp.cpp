@@ -53,9 +53,12 @@ void MissedRunCatchUp::NoteRun(const QString& planUuid) {
     }
 }
 
-void MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missedStart) {
-    if (!m_once || !m_ranBefore.contains(planUuid) || m_byPlan.contains(planUuid)) {
-        return;
+bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missedStart) {
+    if (!m_once || !m_ranBefore.contains(planUuid)) {
+        return false;
+    }
+    if (m_byPlan.contains(planUuid)) {
+        return true;
     }
     const qint64 delayMSecs =
         m_spreadSecs == 0 ? 0
@@ -63,6 +66,7 @@ void MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missed
     const auto entry = m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart});
     m_byPlan.insert(planUuid, entry);
     Arm();
+    return true;
 }
 
 void MissedRunCatchUp::Arm() {

@@ -42,8 +42,9 @@ public:
     void Seed(const QHash<QString, RunStateStore::StoredRun>& runs, const QString& dueBefore);
     // A plan ran on its schedule: it has run, and a waiting catch-up is void.
     void NoteRun(const QString& planUuid);
-    // A start of the plan passed without a run.
-    void NoteMissed(const QString& planUuid, const QString& missedStart);
+    // A start of the plan passed without a run. True when a catch-up of the
+    // plan waits now.
+    bool NoteMissed(const QString& planUuid, const QString& missedStart);
     int WaitingCount() const { return static_cast<int>(m_byPlan.size()); }
 
 private Q_SLOTS:

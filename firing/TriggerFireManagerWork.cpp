@@ -2,6 +2,7 @@
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "store/RunStateStore.h"
@@ -476,14 +477,16 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
         Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
         return;
     }
-    if (!fire->NowFire(object)) {
-        Logger::Error(
-            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
-                .arg(LogText::Outside(planName)));
-        return;
-    }
-    if (m_catchUp != nullptr) {
-        m_catchUp->NoteRun(planName);
+    if (!CaughtUpLater(planName, fire, object)) {
+        if (!fire->NowFire(object)) {
+            Logger::Error(
+                QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
+                    .arg(LogText::Outside(planName)));
+            return;
+        }
+        if (m_catchUp != nullptr) {
+            m_catchUp->NoteRun(planName);
+        }
     }
     const QDateTime current = Clock::now();
     QDateTime next;
@@ -508,6 +511,18 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
         return;
     }
     replacement->StartWaitTimer(current, next);
+}
+
+// A timer whose due instant a clock step or a sleep passed over runs once when
+// the queue notices, under either policy, as a late timer always did. With
+// policy once that run is the plan's catch-up instead: spread, and named as
+// such.
+bool TriggerFireManagerWork::CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp() ||
+        Clock::nowMSecsSinceEpoch() - fire->expiredDueMSecs() <= DeadlineQueue::kStepToleranceMSecs) {
+        return false;
+    }
+    return m_catchUp->NoteMissed(planUuid, object->getNextStartTime());
 }
 
 void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object,

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+class TimerFire;
 class TriggerFire;
 class TriggerObject;
 
@@ -73,6 +74,7 @@ private:
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
+    bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
     bool RunMissedStart(const QString& planUuid, const QString& missedStart);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
 

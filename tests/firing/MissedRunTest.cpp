@@ -1,5 +1,6 @@
 // The missed-run policy: starts that passed while the service was down or
 // while the clock jumped, with the process clock moved instead of waited for.
+#include "support/ClockShift.h"
 #include "support/FakeClientLink.h"
 #include "support/LogCapture.h"
 #include "support/TriggerBuilder.h"
@@ -8,6 +9,7 @@
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "store/SchedulerMemoryObjects.h"
 
 #include <QCoreApplication>
@@ -80,6 +82,7 @@ public:
 // Every minute from 10:00.
 const TriggerDefinition kEveryMinute{2, "2026-03-10 10:00:00", "", 60};
 const TriggerDefinition kDaily{2, "2026-03-01 02:00:00"};
+const TriggerDefinition kDaily0800{2, "2026-03-01 08:00:00"};
 
 struct GapCase {
     const char* name;
@@ -232,6 +235,69 @@ TEST_F(MissedRuns, ASpreadCatchUpStillComesAndARunOnScheduleBeforeItMakesItVoid)
     EXPECT_EQ(Runs(), (QStringList{"2026-03-10 10:00:00", "2026-03-10 02:00:00"}));
     EXPECT_EQ(log.CountContaining(kCatchUpLine), 1);
 }
+
+struct TimerStepCase {
+    const char* name;
+    const char* policy;
+    bool ranBefore;
+    const char* movedTo;
+    QStringList runs;
+    int catchUps;
+};
+
+class MissedRunTimerStep : public MissedRuns, public ::testing::WithParamInterface<TimerStepCase> {};
+
+// A timer whose start a step or a sleep passed over runs once when the queue
+// notices, under either policy; with once, for a plan that ran before, that run
+// is its catch-up.
+TEST_P(MissedRunTimerStep, RunsThePassedOverStartOnce) {
+    const TimerStepCase& c = GetParam();
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 07:59:50"));
+    Register("plan", kDaily0800);
+    Start(c.policy);
+    ASSERT_TRUE(manager.Start());
+    DeadlineQueue& queue = DeadlineQueue::ForCurrentThread();
+    const auto look = [&queue] {
+        for (int i = 0; i < 3; ++i) {
+            queue.Recheck();
+            Settle();
+        }
+    };
+    if (c.ranBefore) {
+        clock.To(At("2026-03-10 08:00:00"));
+        look();
+    }
+    clock.To(At(c.movedTo));
+    look();
+    EXPECT_EQ(Runs(), c.runs);
+    EXPECT_EQ(log.CountContaining(kCatchUpLine), c.catchUps);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, MissedRunTimerStep,
+    ::testing::Values(
+        TimerStepCase{"stepSkip",
+                      "skip",
+                      true,
+                      "2026-03-11 08:06:00",
+                      {"2026-03-10 08:00:00", "2026-03-11 08:00:00"},
+                      0},
+        TimerStepCase{"stepOnce",
+                      "once",
+                      true,
+                      "2026-03-11 08:06:00",
+                      {"2026-03-10 08:00:00", "2026-03-11 08:00:00"},
+                      1},
+        TimerStepCase{"resumeOverThreeStartsOnce",
+                      "once",
+                      true,
+                      "2026-03-13 09:30:00",
+                      {"2026-03-10 08:00:00", "2026-03-11 08:00:00"},
+                      1},
+        TimerStepCase{
+            "stepBeforeTheFirstRunOnce", "once", false, "2026-03-10 08:06:00", {"2026-03-10 08:00:00"}, 0}),
+    [](const ::testing::TestParamInfo<TimerStepCase>& info) { return std::string(info.param.name); });
 
 TEST_F(MissedRuns, AnUnknownPolicyIsSaidOnceAndSkips) {
     Register("plan", kDaily);

@@ -8,11 +8,11 @@
 
 #include <memory>
 
-CountingAgent::CountingAgent(quint16 port, int plans) : m_reported(static_cast<size_t>(plans), 0) {
+CountingAgent::CountingAgent(qintptr descriptor, int plans) : m_reported(static_cast<size_t>(plans), 0) {
     moveToThread(&m_thread);
     m_thread.start();
     QMetaObject::invokeMethod(
-        this, [this, port] { Listen(port); }, Qt::BlockingQueuedConnection);
+        this, [this, descriptor] { Listen(descriptor); }, Qt::BlockingQueuedConnection);
 }
 
 CountingAgent::~CountingAgent() {
@@ -22,9 +22,9 @@ CountingAgent::~CountingAgent() {
     m_thread.wait();
 }
 
-void CountingAgent::Listen(quint16 port) {
+void CountingAgent::Listen(qintptr descriptor) {
     m_server = new CommunServer();
-    m_server->Start("127.0.0.1", port);
+    m_server->StartOnDescriptor(descriptor);
     connect(m_server, &CommunServer::incomingBlockData, this,
             [this](quint64, QIODevice* socket, QByteArray bytes) { OnBlock(socket, bytes); });
 }

@@ -17,8 +17,9 @@ class CountingAgent : public QObject {
 public:
     using Steady = std::chrono::steady_clock;
 
-    // `plans` bounds the plan indexes (ScalePlans::IndexOf) it counts.
-    CountingAgent(quint16 port, int plans);
+    // Listens on the descriptor of a reserved port; `plans` bounds the plan
+    // indexes (ScalePlans::IndexOf) it counts.
+    CountingAgent(qintptr descriptor, int plans);
     ~CountingAgent() override;
 
     int ReportedPlans() const { return m_reportedPlans; }
@@ -29,7 +30,7 @@ public:
     }
 
 private:
-    void Listen(quint16 port);
+    void Listen(qintptr descriptor);
     void OnBlock(QIODevice* socket, const QByteArray& bytes);
 
     QThread m_thread;

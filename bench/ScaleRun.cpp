@@ -7,7 +7,7 @@
 // memory per plan, and the time from SIGTERM to exit.
 // Usage: scale_run --help
 #include "BenchClient.h"
-#include "BenchSupport.h"
+#include "ReservedPort.h"
 #include "CountingAgent.h"
 #include "ScalePlans.h"
 #include "ServiceUnderTest.h"
@@ -57,7 +57,7 @@ public:
         double milliseconds;
     };
 
-    explicit CommandProbe(quint16 port) : m_thread([this, port] { Run(port); }) {}
+    explicit CommandProbe(ServiceUnderTest& service) : m_thread([this, &service] { Run(service); }) {}
     ~CommandProbe() { Finish(); }
 
     std::vector<double> LatenciesBetween(Steady::time_point from, Steady::time_point to) {
@@ -80,11 +80,11 @@ private:
         }
     }
 
-    void Run(quint16 port) {
+    void Run(const ServiceUnderTest& service) {
         std::unique_ptr<BenchClient> client;
         while (!m_stop && !client) {
             client = std::make_unique<BenchClient>();
-            if (!client->Connect(port)) {
+            if (service.CommandPort() == 0 || !client->Connect(service.CommandPort())) {
                 client.reset();
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
@@ -107,12 +107,12 @@ private:
     std::thread m_thread;
 };
 
-void WriteConfig(const QString& path, quint16 schedulerPort, quint16 agentPort, bool timerMode) {
+// The command server takes any free port and logs it.
+void WriteConfig(const QString& path, quint16 agentPort, bool timerMode) {
     QFile file(path);
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(QString("[Communication]\nAgentPort=%1\nSchedulerPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
+    file.write(QString("[Communication]\nAgentPort=%1\nSchedulerPort=0\n[Scheduler]\nDateTimeFireType=%2\n")
                    .arg(agentPort)
-                   .arg(schedulerPort)
                    .arg(timerMode ? 1 : 0)
                    .toUtf8());
 }
@@ -126,9 +126,8 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
     dir.setAutoRemove(!options.keep);
     QDir(dir.path()).mkpath("cfg");
     QDir(dir.path()).mkpath("data");
-    const quint16 schedulerPort = BenchSupport::FreePort();
-    const quint16 agentPort = BenchSupport::FreePort();
-    WriteConfig(dir.filePath("cfg/config.ini"), schedulerPort, agentPort, mode == "timer");
+    ReservedPort agentPort;
+    WriteConfig(dir.filePath("cfg/config.ini"), agentPort.port(), mode == "timer");
 
     const auto generating = Steady::now();
     ScalePlans generator(Clock::now(), options.quietMinutes, options.seed);
@@ -142,14 +141,14 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
                 options.keep ? qPrintable(" in " + dir.path()) : "");
     std::fflush(stdout);
 
-    CountingAgent agent(agentPort, plans);
+    CountingAgent agent(agentPort.Listen(), plans);
     ServiceUnderTest service(dir.path());
     const auto spawned = Steady::now();
     if (!service.Spawn(options.executable)) {
         std::fprintf(stderr, "cannot start %s\n", qPrintable(options.executable));
         return false;
     }
-    std::unique_ptr<CommandProbe> probe(options.commands ? new CommandProbe(schedulerPort) : nullptr);
+    std::unique_ptr<CommandProbe> probe(options.commands ? new CommandProbe(service) : nullptr);
 
     const auto deadline = spawned + std::chrono::seconds(options.timeoutSecs);
     qint64 startedAt = -1;
@@ -161,7 +160,8 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
                         agent.ReportedPlans(), expected);
             return false;
         }
-        if (startedAt < 0 && (startedAt = service.FindLogLine("SchedulerService start success.")) >= 0) {
+        service.ScanLog();
+        if (startedAt < 0 && (startedAt = service.StartSuccessMSecs()) >= 0) {
             started = spawned + std::chrono::milliseconds(startedAt - service.SpawnedAtMSecs());
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 
 #include <signal.h>
 #include <spawn.h>
@@ -60,27 +61,29 @@ bool ServiceUnderTest::HasExited() {
     return false;
 }
 
-qint64 ServiceUnderTest::FindLogLine(const QByteArray& message) {
+void ServiceUnderTest::ScanLog() {
     QFile file(m_folder + "/log/schedulerservice.log");
     if (!file.open(QIODevice::ReadOnly)) {
-        return -1;
+        return;
     }
     if (file.size() < m_logOffset) {
         m_logOffset = 0;
         m_logTail.clear();
     }
     file.seek(m_logOffset);
-    QByteArray text = m_logTail + file.readAll();
+    const QByteArray text = m_logTail + file.readAll();
     m_logOffset = file.pos();
     const int lastBreak = text.lastIndexOf('\n');
     m_logTail = text.mid(lastBreak + 1);
-    text.truncate(lastBreak + 1);
-    const int at = text.indexOf(message + '\n');
-    if (at < 0) {
-        return -1;
+    if (m_commandPort == 0) {
+        static const QRegularExpression listening(R"(The command server listens on \S+:(\d+)\.\n)");
+        const QRegularExpressionMatch match = listening.match(QString::fromUtf8(text.left(lastBreak + 1)));
+        m_commandPort = match.hasMatch() ? static_cast<quint16>(match.captured(1).toUInt()) : 0;
     }
-    const int lineStart = text.lastIndexOf('\n', at) + 1;
-    return LineTimeMSecs(text.mid(lineStart));
+    const int at = m_startSuccessMSecs < 0 ? text.indexOf(" SchedulerService start success.\n") : -1;
+    if (at >= 0 && at < lastBreak) {
+        m_startSuccessMSecs = LineTimeMSecs(text.mid(text.lastIndexOf('\n', at) + 1));
+    }
 }
 
 qint64 ServiceUnderTest::CpuNanos() const {

@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+#include <atomic>
+
 // The real service executable, copied into a folder of its own (it finds its
 // configuration, database and log beside itself) and run as a child process
 // that is watched only from outside: its log file and /proc.
@@ -19,10 +21,15 @@ public:
     // Wall-clock milliseconds since the epoch at the moment of the spawn.
     qint64 SpawnedAtMSecs() const { return m_spawnedAtMSecs; }
     bool HasExited();
-    // The time stamp (milliseconds since the epoch) of the first log line
-    // that ends with `message`, or -1 while there is none. Reads only what
-    // was written since the last call, and follows the file across rotation.
-    qint64 FindLogLine(const QByteArray& message);
+    // Reads what the log gained since the last call (following the file
+    // across rotation) for the two lines a run waits for.
+    void ScanLog();
+    // The time stamp (milliseconds since the epoch) of "SchedulerService
+    // start success.", or -1 while it has not been logged.
+    qint64 StartSuccessMSecs() const { return m_startSuccessMSecs; }
+    // The port the command server reports listening on, or 0; read from any
+    // thread.
+    quint16 CommandPort() const { return m_commandPort; }
     // CPU time of every thread of the process, in nanoseconds.
     qint64 CpuNanos() const;
     qint64 ResidentBytes() const;
@@ -36,4 +43,6 @@ private:
     qint64 m_spawnedAtMSecs = 0;
     qint64 m_logOffset = 0;
     QByteArray m_logTail;
+    qint64 m_startSuccessMSecs = -1;
+    std::atomic<quint16> m_commandPort{0};
 };

@@ -1,9 +1,43 @@
 #include "SchedulerClientCommunManager.h"
 
+#include "framework/Clock.h"
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
+#include "framework/WireFormat.h"
+#include "store/RunStateStore.h"
 #include "triggers/FireState.h"
+#include "triggers/LocalTime.h"
+
+namespace {
+// What the link is handed is what the run state records: a run when its
+// execute-trigger goes to the agent, a schedule when its trigger-info does.
+// An execute-trigger carries the start it runs for; an event's carries none and
+// runs for the moment it is handed.
+void RecordHanded(const CommCommand* command) {
+    const quint64 type = command->getCommandType();
+    const auto* request = dynamic_cast<const RequestCommand*>(command);
+    if (request == nullptr || (type != CommandTypes::kExecuteTrigger && type != CommandTypes::kTriggerInfo)) {
+        return;
+    }
+    RequestTriggerExecuteInfoData data;
+    CommandBuilder::BytearrayToData(request->getRfrnRequestData(), &data);
+    if (type == CommandTypes::kTriggerInfo) {
+        RunStateStore::RecordSchedule(command->getPlanUuid(), command->getTriggerType(),
+                                      data.getTriggerEndFlag() != 0 ? QString() : data.getNextStartTime(),
+                                      data.getTriggerEndFlag());
+        return;
+    }
+    const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString due = data.getNextStartTime().isEmpty()
+                            ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))
+                            : data.getNextStartTime();
+    RunStateStore::RecordRun(command->getPlanUuid(), command->getTriggerType(), due, nowMSecs);
+}
+} // namespace
 
 SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
 
@@ -63,7 +97,7 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
         Logger::Warn("The client request command into parameter pointer is null.");
         return;
     }
-    const QString trace = command->getTraceFlag();
+    const QString trace = LogText::Outside(command->getTraceFlag());
     bool differs = false;
     {
         QMutexLocker locker(&m_communAttributeMutex);
@@ -78,6 +112,18 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
     Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
                      .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
+    // The agent closes the link on a frame above the limit, and every command
+    // queued behind it would be lost with it.
+    if (static_cast<quint64>(bytes.size()) > WireFormat::kMaxFramePayload) {
+        Logger::Error(
+            QString("The client request plan%1 of %2 bytes is larger than a frame may be (%3 bytes) and "
+                    "is not sent, in the onRequestCommand.")
+                .arg(trace, 0)
+                .arg(bytes.size())
+                .arg(WireFormat::kMaxFramePayload));
+        return;
+    }
+    RecordHanded(command);
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);
     } else {

@@ -2,8 +2,7 @@
 
 #include "framework/ClientCommunManager.h"
 #include "framework/CommunClientWork.h"
-
-#include <QThread>
+#include "framework/ServiceThread.h"
 
 // The client link to the agent: trigger-info commands (601) go through the
 // refresh worker, every other command through the control worker, each on its
@@ -31,8 +30,8 @@ public Q_SLOTS:
 private:
     void Wire(CommunClientWork& work, void (SchedulerClientCommunManager::*request)(QByteArray));
 
-    QThread m_refreshThread;
+    ServiceThread m_refreshThread;
     CommunClientWork m_refreshClientWork;
-    QThread m_controlThread;
+    ServiceThread m_controlThread;
     CommunClientWork m_controlClientWork;
 };

@@ -2,13 +2,16 @@
 
 #include "firing/TriggerFireManager.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/RequestCommand.h"
+#include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
 #include "framework/SocketCommandPackage.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/FireState.h"
+#include "triggers/TriggerCheck.h"
 #include "triggers/TriggerObject.h"
 
 namespace {
@@ -17,6 +20,46 @@ constexpr quint64 kFailure = 1;
 
 quint64 TypeOf(TriggerObject* object) {
     return object->getObjectTriggerAttribute().getTriggerType();
+}
+
+const QByteArray& Payload(CommCommand* request) {
+    return static_cast<RequestCommand*>(request)->getRfrnRequestData();
+}
+
+// Why a plan command cannot be carried out at all, or empty. A definition
+// that could never be scheduled is refused here, before anything changes,
+// instead of being registered with a fire that fails to start.
+QString DoorFault(CommCommand* request) {
+    const QString planUuid = request->getPlanUuid();
+    switch (request->getCommandType()) {
+    case CommandTypes::kNewPlan: {
+        RequestNewOperationData data;
+        if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
+            return "its plan data do not decode";
+        }
+        return TriggerCheck::Fault(planUuid, data.getTriggerAttribute());
+    }
+    case CommandTypes::kModifyPlan: {
+        SchedulerPlanData data;
+        if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
+            return "its plan data do not decode";
+        }
+        return TriggerCheck::Fault(planUuid, data.getRfrnSchedulerPlan().getObjectTriggerAttribute());
+    }
+    default:
+        return TriggerCheck::PlanUuidFault(planUuid);
+    }
+}
+
+bool PassesDoor(CommCommand* request) {
+    const QString fault = DoorFault(request);
+    if (fault.isEmpty()) {
+        return true;
+    }
+    Logger::Error(
+        QString("The plan[%1] command%2 is refused: %3.")
+            .arg(LogText::Outside(request->getPlanUuid()), LogText::Outside(request->getTraceFlag()), fault));
+    return false;
 }
 
 // Every handler answers with a new result command: 1 for a missing request,
@@ -33,26 +76,17 @@ template <typename Steps> ResultCommand* Answer(CommCommand* request, Steps step
 
 SchedulerServerCommandDealwith::SchedulerServerCommandDealwith(QObject* parent) : QObject(parent) {}
 
-// Creates, lists and starts the fire of a registered trigger object: 0 when the
-// plan is served (started, or finished at once and removed again), 1 when it
-// has no fire.
+// Starts and lists the fire of a registered trigger object: 0 when the plan is
+// served (started, or finished at once), 1 when it has no fire.
 quint64 SchedulerServerCommandDealwith::StartNewFire(TriggerObject* object) {
-    TriggerFire* fire = TriggerFireManager::NewTriggerFireCommand(object);
-    if (fire == nullptr) {
-        return kFailure;
-    }
-    const quint64 started = TriggerFireManager::StartTriggerFire(fire);
-    if (started == 1) {
-        return kFailure;
-    }
-    if (started == 2) {
-        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), TypeOf(object));
-    }
-    return kSuccess;
+    return TriggerFireManager::StartNewTriggerFire(object) == 1 ? kFailure : kSuccess;
 }
 
 ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand*) {
+        if (!PassesDoor(request)) {
+            return kFailure;
+        }
         TriggerObject* object = SchedulerDataStoreManager::AddTriggerObject(request);
         return object == nullptr ? kFailure : StartNewFire(object);
     });
@@ -60,6 +94,9 @@ ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* r
 
 ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand* result) {
+        if (!PassesDoor(request)) {
+            return kFailure;
+        }
         const QString planUuid = request->getPlanUuid();
         TriggerObject* object = SchedulerDataStoreManager::GetTriggerObject(planUuid);
         if (object == nullptr || !TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(object))) {
@@ -75,12 +112,12 @@ ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand
 // no fire of its old kind behind.
 ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand*) {
-        const QString planUuid = request->getPlanUuid();
-        SchedulerPlanData data;
-        const QByteArray& payload = static_cast<RequestCommand*>(request)->getRfrnRequestData();
-        if (planUuid.isEmpty() || !CommandBuilder::BytearrayToData(payload, &data)) {
+        if (!PassesDoor(request)) {
             return kFailure;
         }
+        const QString planUuid = request->getPlanUuid();
+        SchedulerPlanData data;
+        CommandBuilder::BytearrayToData(Payload(request), &data);
         TriggerObject* existing = SchedulerDataStoreManager::GetTriggerObject(planUuid);
         if (existing != nullptr) {
             TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(existing));
@@ -119,7 +156,7 @@ ResultCommand* SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* r
     if (result == nullptr) {
         return nullptr;
     }
-    const QString trace = request->getTraceFlag();
+    const QString trace = LogText::Outside(request->getTraceFlag());
     if (result->getUintResult() != kSuccess) {
         Logger::Error(QString("Server deal with request command%1 unsuccessfully.").arg(trace, 0));
     } else {
@@ -138,7 +175,7 @@ void SchedulerServerCommandDealwith::onDealQueuePackageCommand(SocketCommandPack
         Logger::Error("Server command deal with into the command pointer is null.");
         return;
     }
-    const QString trace = request->getTraceFlag();
+    const QString trace = LogText::Outside(request->getTraceFlag());
     Logger::Info(
         QString("Server command%1 reach SchedulerServerCommandDealwith in the onDealQueuePackageCommand.")
             .arg(trace, 0));

@@ -3,12 +3,12 @@
 #include "SchedulerServerCommandDealwith.h"
 
 #include "framework/CommunServer.h"
-
-#include <QThread>
+#include "framework/PeerAccessPolicy.h"
+#include "framework/ResultCommand.h"
+#include "framework/ServiceThread.h"
+#include "framework/SocketCommandPackage.h"
 
 class QIODevice;
-#include "framework/ResultCommand.h"
-#include "framework/SocketCommandPackage.h"
 
 // The command server: requests arrive on the endpoint, go through the
 // producer/consumer queue, are handled on the dealing thread and answered on
@@ -38,8 +38,11 @@ private Q_SLOTS:
 
 private:
     void ReleaseLater(SocketCommandPackage* package);
+    bool Admit(QIODevice* socket, const CommCommand& command);
+    void Refuse(QIODevice* socket, CommCommand* command);
 
     CommunServer m_communServer;
-    QThread m_dealThread;
+    PeerAccessPolicy m_accessPolicy;
+    ServiceThread m_dealThread;
     SchedulerServerCommandDealwith m_commandDealwith;
 };

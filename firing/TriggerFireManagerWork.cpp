@@ -2,14 +2,17 @@
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
+#include "triggers/CalendarSchedule.h"
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
-#include "triggers/StartTimeSeries.h"
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
@@ -38,6 +41,25 @@ void DisposeFire(TriggerFire* fire) {
     }
 }
 
+// Stops and deletes a fire that has left its table, on the fire's own thread.
+void RetireFire(TriggerFire* fire) {
+    if (fire == nullptr) {
+        return;
+    }
+    if (fire->thread() == QThread::currentThread()) {
+        fire->Stop();
+        delete fire;
+        return;
+    }
+    QMetaObject::invokeMethod(
+        fire,
+        [fire] {
+            fire->Stop();
+            delete fire;
+        },
+        Qt::QueuedConnection);
+}
+
 // Walks a fire table, taking out, stopping and deleting every fire for which
 // `ends` is true; false when an entry holds no fire.
 template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends ends) {
@@ -51,8 +73,7 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
             continue;
         }
         it = table.erase(it);
-        fire->Stop();
-        DisposeFire(fire);
+        RetireFire(fire);
     }
     return true;
 }
@@ -79,6 +100,13 @@ bool TriggerFireManagerWork::Init() {
         if (m_eventFires == nullptr) {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
+    }
+    if (m_catchUp == nullptr) {
+        m_catchUp =
+            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
+                return RunMissedStart(planUuid, missedStart);
+            });
+        m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
     }
     if (!LoadTriggerFires()) {
         Logger::Error("Failed to load trigger fires.");
@@ -179,6 +207,23 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFireCommand(TriggerObject* object
     return fire;
 }
 
+quint64 TriggerFireManagerWork::StartNewTriggerFire(TriggerObject* object) {
+    if (object == nullptr) {
+        return 1;
+    }
+    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    TriggerFire* fire = NewTriggerFire(type, object);
+    if (fire == nullptr) {
+        return 1;
+    }
+    const quint64 started = StartTriggerFire(fire);
+    if (started == 0 && InsertTriggerFire(object->getPlanUuid(), type, fire)) {
+        return 0;
+    }
+    RetireFire(fire);
+    return started == 0 ? 1 : started;
+}
+
 TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object) {
     TriggerFire* fire = NewTriggerFire(object->getObjectTriggerAttribute().getTriggerType(), object);
     if (fire == nullptr) {
@@ -195,10 +240,10 @@ void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fi
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
-                          .arg(fireClass, object->getPlanUuid()));
+                          .arg(fireClass, LogText::Outside(object->getPlanUuid())));
     }
-    Logger::Info(
-        QString("The %1 of scheduler[%2] trigger execution finished.").arg(fireClass, object->getPlanUuid()));
+    Logger::Info(QString("The %1 of scheduler[%2] trigger execution finished.")
+                     .arg(fireClass, LogText::Outside(object->getPlanUuid())));
 }
 
 quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
@@ -208,7 +253,14 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     }
     const quint64 state = fire->Start();
     if (state == FireState::kScheduled) {
-        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(object->getPlanUuid()));
+        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.")
+                         .arg(LogText::Outside(object->getPlanUuid())));
+        // A calendar trigger's schedule reaches the run state with its
+        // trigger-info; an event trigger has no other moment to be listed.
+        const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+        if (TriggerTypes::IsEvent(type)) {
+            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        }
         return 0;
     }
     if (state == FireState::kFinished) {
@@ -217,7 +269,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
         }
         return 2;
     }
-    Logger::Error(QString("The TriggerFire of scheduler[%1] execution error.").arg(object->getPlanUuid()));
+    Logger::Error(QString("The TriggerFire of scheduler[%1] execution error.")
+                      .arg(LogText::Outside(object->getPlanUuid())));
     return 2;
 }
 
@@ -271,11 +324,7 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
         if (m_dateTimeFires == nullptr) {
             return true;
         }
-        TriggerFire* fire = m_dateTimeFires->take(planUuid);
-        if (fire != nullptr) {
-            fire->Stop();
-            DisposeFire(fire);
-        }
+        RetireFire(m_dateTimeFires->take(planUuid));
         return true;
     }
     if (!TriggerTypes::IsEvent(type)) {
@@ -310,6 +359,7 @@ void TriggerFireManagerWork::DeleteAllTriggerFires() {
 }
 
 void TriggerFireManagerWork::UnInit() {
+    m_catchUp.reset();
     DeleteAllTriggerFires();
     {
         QMutexLocker locker(&m_eventMutex);
@@ -356,60 +406,70 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         if (fire->NowFire(object)) {
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
-                    .arg(planUuid));
+                    .arg(LogText::Outside(planUuid)));
+            if (m_catchUp != nullptr) {
+                m_catchUp->NoteRun(planUuid);
+            }
         } else {
             Logger::Error(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
-                    .arg(planUuid));
+                    .arg(LogText::Outside(planUuid)));
         }
     } else if (!text.isEmpty()) {
         Logger::Warn(
             QString("The AtTimeFire of scheduler[%1] nextdatetime[%2] less than currdatetime[%3] in the "
                     "onAtTimerOut.")
-                .arg(planUuid, text, LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+                .arg(LogText::Outside(planUuid), text,
+                     LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+        if (valid && m_catchUp != nullptr) {
+            m_catchUp->NoteMissed(planUuid, text);
+        }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
-    const QDateTime base = StartTimeSeries::MinuteStart(current);
     QDateTime next;
-    quint64 state = fire->SeekNextStartTime(base, next);
-    // With an interval below a minute the next start can fall inside the minute
-    // just fired, which every later poll of that minute would find due again:
-    // polling fires a plan at most once a minute, so seek on from the next one.
-    if (fired && state == FireState::kScheduled && next < base.addSecs(60)) {
-        state = fire->SeekNextStartTime(base.addSecs(60), next);
-    }
+    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
                 QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                         "onAtTimerOut.")
-                    .arg(planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                    .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
+                         current.toString(kPreciseFormat)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch());
+        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch());
         return true;
     }
     if (state == FireState::kFinished) {
         EndTrigger(object, "AtTimeFire");
     } else {
-        Logger::Error(QString("The AtTimeFire of scheduler[%1] execution error.").arg(planUuid));
+        Logger::Error(
+            QString("The AtTimeFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     return false;
 }
 
-void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
+void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId) {
     if (planName.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return;
     }
     QMutexLocker locker(&m_dateTimeMutex);
     if (m_dateTimeFires == nullptr || !m_dateTimeFires->contains(planName)) {
-        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.").arg(planName));
+        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.")
+                          .arg(LogText::Outside(planName)));
         return;
     }
     auto* fire = qobject_cast<TimerFire*>(m_dateTimeFires->value(planName));
     if (fire == nullptr) {
-        Logger::Error(
-            QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.").arg(planName));
+        Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.")
+                          .arg(LogText::Outside(planName)));
+        return;
+    }
+    if (fire->fireId() != fireId) {
+        // Queued by a fire that a plan command has replaced since: the plan's
+        // current fire keeps its own time.
+        Logger::Info(QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.")
+                         .arg(LogText::Outside(planName)));
         return;
     }
     TriggerObject* object = fire->GetTriggerObject();
@@ -417,11 +477,16 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
         Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
         return;
     }
-    if (!fire->NowFire(object)) {
-        Logger::Error(
-            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
-                .arg(planName));
-        return;
+    if (!CaughtUpLater(planName, fire, object)) {
+        if (!fire->NowFire(object)) {
+            Logger::Error(
+                QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
+                    .arg(LogText::Outside(planName)));
+            return;
+        }
+        if (m_catchUp != nullptr) {
+            m_catchUp->NoteRun(planName);
+        }
     }
     const QDateTime current = Clock::now();
     QDateTime next;
@@ -433,19 +498,31 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName) {
     if (next < current) {
         Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "onTimerFireTimeout.")
-                          .arg(planName, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(planName), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")
-                .arg(planName));
+                .arg(LogText::Outside(planName)));
         return;
     }
     replacement->StartWaitTimer(current, next);
+}
+
+// A timer whose due instant a clock step or a sleep passed over runs once when
+// the queue notices, under either policy, as a late timer always did. With
+// policy once that run is the plan's catch-up instead: spread, and named as
+// such.
+bool TriggerFireManagerWork::CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp() ||
+        Clock::nowMSecsSinceEpoch() - fire->expiredDueMSecs() <= DeadlineQueue::kStepToleranceMSecs) {
+        return false;
+    }
+    return m_catchUp->NoteMissed(planUuid, object->getNextStartTime());
 }
 
 void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object,
@@ -453,11 +530,60 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     if (state == FireState::kFinished) {
         EndTrigger(object, "TimerFire");
     } else {
-        Logger::Error(QString("The TimerFire of scheduler[%1] execution error.").arg(planUuid));
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     m_dateTimeFires->remove(planUuid);
-    fire->Stop();
-    DisposeFire(fire);
+    RetireFire(fire);
+}
+
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
+}
+
+void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
+        return;
+    }
+    // A poll still runs a start of the current minute itself; a timer fire
+    // runs only starts still to come.
+    const QDateTime current = Clock::now();
+    m_catchUp->Seed(runs,
+                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+}
+
+// The run goes out for the missed start, so that the agent and the run state
+// see which start it stands for; the plan's own next start stays as it is.
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    if (object == nullptr) {
+        return false;
+    }
+    const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";
+    TriggerObject run(*object);
+    run.setNextStartTime(missedStart);
+    if (!JobTask::FireJob(&run)) {
+        Logger::Error(QString("The %1 of scheduler[%2] could not catch up its missed start [%3].")
+                          .arg(fireClass, LogText::Outside(planUuid), missedStart));
+        return false;
+    }
+    Logger::Info(
+        QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
+            .arg(fireClass, LogText::Outside(planUuid), missedStart, LocalTime::Format(Clock::now())));
+    return true;
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
@@ -472,9 +598,11 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
-            Logger::Info(QString("Fire to the EventFire[%1] job success.").arg(fire->getPlanUuid()));
+            Logger::Info(
+                QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {
-            Logger::Error(QString("Failed to fire the EventFire[%1] job.").arg(fire->getPlanUuid()));
+            Logger::Error(
+                QString("Failed to fire the EventFire[%1] job.").arg(LogText::Outside(fire->getPlanUuid())));
         }
     }
     return true;

@@ -1,11 +1,16 @@
 #pragma once
 
+#include "MissedRunCatchUp.h"
+
 #include <QHash>
 #include <QMultiHash>
 #include <QMutex>
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
+class TimerFire;
 class TriggerFire;
 class TriggerObject;
 
@@ -17,8 +22,9 @@ class TriggerObject;
 //
 // Every fire is moved to this object's thread (the application thread) when it
 // is created, so that timers are only ever armed, stopped and destroyed there.
-// A fire removed from another thread is stopped under the table lock and then
-// deleted on the application thread.
+// A fire removed from another thread leaves its table under the lock and is
+// stopped and deleted on the application thread: no thread but its own ever
+// touches a fire that has left its table.
 class TriggerFireManagerWork : public QObject {
     Q_OBJECT
 public:
@@ -30,12 +36,26 @@ public:
     bool InsertTriggerFire(const QString& planUuid, quint64 type, TriggerFire* fire);
     TriggerFire* NewTriggerFireCommand(TriggerObject* object);
     quint64 StartTriggerFire(TriggerFire* fire);
+    // Creates and starts the fire of a plan command and lists it once it is
+    // started: 0 started and listed, 1 no fire, 2 finished or failed (not
+    // listed). Until it is listed no other thread can reach the fire, so no
+    // poll or time-out can end and delete it while it starts; starting it
+    // under the table lock instead would hold up every poll for the start's
+    // report to the agent.
+    quint64 StartNewTriggerFire(TriggerObject* object);
     bool StartAllTriggerFires();
     void StopAllTriggerFires();
     bool RemoveTriggerFire(const QString& planUuid, quint64 type);
     void DeleteAllTriggerFires();
     void UnInit();
     bool FireEventTrigger(quint64 eventType);
+    // After a change of the local time zone: timer fires aim again at their
+    // stored next start times, which keep meaning local time, and the poll
+    // reads the texts again. On the application thread.
+    void LocalTimeZoneChanged();
+    // Catches up, under the missed-run policy, the starts that passed while the
+    // service was down; call once the fires have started.
+    void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
     // Inspection for tests and benchmarks.
     int DateTimeFireCount();
@@ -44,7 +64,7 @@ public:
 
 private Q_SLOTS:
     void onAtTimerOut();
-    void onTimerFireTimeout(QString planName);
+    void onTimerFireTimeout(QString planName, quint64 fireId);
 
 private:
     friend class TriggerFireManager;
@@ -54,12 +74,16 @@ private:
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
+    bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
+    bool RunMissedStart(const QString& planUuid, const QString& missedStart);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
 
     QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;
     QMutex m_dateTimeMutex;
     QMultiHash<quint64, TriggerFire*>* m_eventFires = nullptr;
     QMutex m_eventMutex;
+    // Created by Init on the application thread; touched only there.
+    std::unique_ptr<MissedRunCatchUp> m_catchUp;
     // No fire of the date-time table is due before this time, so polls until
     // then need not walk the table. Any insertion clears it. Guarded by
     // m_dateTimeMutex.

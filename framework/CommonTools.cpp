@@ -1,7 +1,5 @@
 #include "CommonTools.h"
 
-#include <QFileInfo>
-
 void CommonTools::StringToList(const QString& text, QList<quint64>& values) {
     values.clear();
     const QStringList tokens = text.split(',', Qt::SkipEmptyParts);
@@ -16,8 +14,4 @@ void CommonTools::StringToList(const QString& text, QList<quint64>& values) {
             values.append(value);
         }
     }
-}
-
-bool CommonTools::IsFileExist(const QString& path) {
-    return !path.isEmpty() && QFileInfo(path).isFile();
 }

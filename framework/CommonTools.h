@@ -8,5 +8,4 @@ public:
     // Comma-separated unsigned decimal values, blanks around them allowed;
     // tokens that are not such numbers are skipped.
     static void StringToList(const QString& text, QList<quint64>& values);
-    static bool IsFileExist(const QString& path);
 };

@@ -1,6 +1,7 @@
 #include "CommunClientWork.h"
 
 #include "ConfigReader.h"
+#include "LogText.h"
 #include "Logger.h"
 
 #include <QTcpSocket>
@@ -52,20 +53,31 @@ void CommunClientWork::onreconnectServer() {
 
 void CommunClientWork::onRequestData(QByteArray blocks) {
     EnsureSocket();
-    if (m_pending.size() >= kBufferLimit) {
-        m_pending.pop_front();
-        // One line per outage, not one per dropped command.
-        if (m_dropped++ == 0) {
-            Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest are being dropped.")
-                             .arg(Destination())
-                             .arg(kBufferLimit));
-        }
+    if (m_socket->state() == QAbstractSocket::ConnectedState && m_pending.Empty()) {
+        m_socket->write(FrameReader::Frame(blocks));
+        return;
     }
-    m_pending.push_back(FrameReader::Frame(blocks));
+    Buffer(blocks);
     if (m_socket->state() == QAbstractSocket::ConnectedState) {
         Flush();
     } else if (m_socket->state() == QAbstractSocket::UnconnectedState && !m_retryTimer->isActive()) {
         Connect();
+    }
+}
+
+void CommunClientWork::Buffer(const QByteArray& blocks) {
+    const PendingFrames::Outcome outcome = m_pending.Push(blocks);
+    // One line per outage, not one per dropped command.
+    if (outcome.droppedOldest && m_dropped++ == 0) {
+        Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest are being dropped.")
+                         .arg(Destination())
+                         .arg(kBufferLimit));
+    }
+    if (outcome.mergedRun && !m_mergedPlans.contains(outcome.planUuid)) {
+        m_mergedPlans.insert(outcome.planUuid);
+        Logger::Info(QString("Runs of plan[%1] that wait for the agent at %2 were merged; it runs once "
+                             "when the agent is back.")
+                         .arg(LogText::Outside(outcome.planUuid), Destination()));
     }
 }
 
@@ -99,9 +111,8 @@ void CommunClientWork::Connect() {
 }
 
 void CommunClientWork::Flush() {
-    while (!m_pending.empty()) {
-        m_socket->write(m_pending.front());
-        m_pending.pop_front();
+    while (!m_pending.Empty()) {
+        m_socket->write(m_pending.TakeFront());
     }
 }
 
@@ -122,6 +133,7 @@ void CommunClientWork::onConnected() {
             QString("%1 commands to the agent were dropped while it was unreachable.").arg(m_dropped));
         m_dropped = 0;
     }
+    m_mergedPlans.clear();
     Flush();
 }
 

@@ -2,27 +2,29 @@
 
 #include "CommunAttribute.h"
 #include "FrameReader.h"
+#include "PendingFrames.h"
 
 #include <QByteArray>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 
 #include <atomic>
-#include <deque>
 
 class QTcpSocket;
 class QTimer;
 
 // One connection to the agent, living on its own thread. It connects on the
 // first request or reconnect request, reconnects with a growing delay, keeps
-// frames that cannot go out yet in a bounded buffer, and emits every frame it
-// receives with returnResult.
+// frames that cannot go out yet in a bounded buffer (per plan only the newest
+// run and the newest trigger-info), and emits every frame it receives with
+// returnResult.
 class CommunClientWork : public QObject {
     Q_OBJECT
 public:
     static constexpr size_t kBufferLimit = 1000;
     static constexpr int kFirstRetryMSecs = 1000;
-    static constexpr int kLastRetryMSecs = 30000;
+    static constexpr int kLastRetryMSecs = 5000;
 
     explicit CommunClientWork(QObject* parent = nullptr);
     ~CommunClientWork() override;
@@ -42,6 +44,7 @@ private:
     void EnsureSocket();
     void Connect();
     void Flush();
+    void Buffer(const QByteArray& blocks);
     void ScheduleRetry();
     void onConnected();
     void onDisconnected();
@@ -61,6 +64,8 @@ private:
     bool m_reportedFailure = false;
     quint64 m_dropped = 0;
     FrameReader m_reader;
-    std::deque<QByteArray> m_pending;
+    PendingFrames m_pending{kBufferLimit};
+    // Plans whose waiting runs were merged during this outage, named once each.
+    QSet<QString> m_mergedPlans;
     std::atomic<bool> m_releasedOnThread{false};
 };

@@ -1,6 +1,7 @@
 #include "CommunProducerConsumerManager.h"
 
 #include "CommandBuilder.h"
+#include "SignalStack.h"
 #include "SocketCommandPackage.h"
 
 namespace {
@@ -32,7 +33,10 @@ bool CommunProducerConsumerManager::Start() {
         return true;
     }
     m_running = true;
-    m_consumer = std::thread([this] { ConsumeLoop(); });
+    m_consumer = std::thread([this] {
+        SignalStack stack;
+        ConsumeLoop();
+    });
     return true;
 }
 

@@ -1,14 +1,19 @@
 #include "DatabaseFunctionOperation.h"
 
+#include "LogText.h"
 #include "Logger.h"
 #include "TriggerAttribute.h"
+#include "TriggerRow.h"
 
+#include <QFileInfo>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QUrl>
 #include <QVariant>
 
 #include <atomic>
+#include <memory>
 
 namespace {
 std::atomic<int> g_connectionSequence{0};
@@ -27,42 +32,9 @@ constexpr const char* kCreateTable = "CREATE TABLE IF NOT EXISTS triggers ("
                                      "day_last_flag INTEGER NOT NULL DEFAULT 0,"
                                      "end_flag INTEGER NOT NULL DEFAULT 0)";
 
-constexpr const char* kSelect = "SELECT plan_uuid, trigger_type, start_time, end_time, interval_secs, "
-                                "duration_secs, week_days, months, month_days, day_last_flag, end_flag "
-                                "FROM triggers";
-
 // A null text would bind as SQL NULL, which the NOT NULL columns refuse.
 QString Text(const QString& text) {
     return text.isNull() ? QStringLiteral("") : text;
-}
-
-bool ReadUnsigned(const QVariant& value, quint64& out) {
-    bool ok = false;
-    out = value.toULongLong(&ok);
-    return ok || value.isNull();
-}
-
-TriggerAttribute* ReadRow(const QSqlQuery& query) {
-    auto* attribute = new TriggerAttribute();
-    quint64 numbers[5] = {};
-    const int numberColumns[5] = {1, 4, 5, 9, 10};
-    for (int i = 0; i < 5; ++i) {
-        if (!ReadUnsigned(query.value(numberColumns[i]), numbers[i])) {
-            delete attribute;
-            return nullptr;
-        }
-    }
-    attribute->setTriggerType(numbers[0]);
-    attribute->setInterval(numbers[1]);
-    attribute->setDuration(numbers[2]);
-    attribute->setDayLastFlag(numbers[3]);
-    attribute->setTriggerEndFlag(numbers[4]);
-    attribute->setStartTime(query.value(2).toString());
-    attribute->setEndTime(query.value(3).toString());
-    attribute->setWeekDays(query.value(6).toString());
-    attribute->setWhichMoths(query.value(7).toString());
-    attribute->setMonthDays(query.value(8).toString());
-    return attribute;
 }
 } // namespace
 
@@ -73,56 +45,127 @@ DatabaseFunctionOperation::~DatabaseFunctionOperation() {
     UnInit();
 }
 
-bool DatabaseFunctionOperation::Open(const QString& path, const QString& options, QString& error) {
+bool DatabaseFunctionOperation::Open(const QString& name, const QString& options, QString& error) {
     UnInit();
     {
         QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", m_connectionName);
-        db.setDatabaseName(path);
+        db.setDatabaseName(name);
         db.setConnectOptions(options);
         m_open = true;
         if (!db.open()) {
-            error = db.lastError().text();
+            m_lastError = db.lastError();
+            error = m_lastError.text();
             return false;
         }
         // SQLite opens lazily: the first statement tells whether this is a database.
         QSqlQuery query(db);
         if (!query.exec("PRAGMA user_version") || !query.next()) {
-            error = query.lastError().text();
+            m_lastError = query.lastError();
+            error = m_lastError.text();
             return false;
         }
     }
     return true;
 }
 
+// Opened for writing as far as the file allows, so that SQLite can roll back
+// the hot journal of a writer that died inside a transaction, as every SQLite
+// reader does; query_only then keeps every statement of the service from
+// changing the file. "mode=rw" never creates a file.
 bool DatabaseFunctionOperation::Init(const QString& path) {
+    m_failure.clear();
+    m_path = path;
+    const QFileInfo file(path);
+    if (file.exists() && !file.isFile()) {
+        m_failure = "it is not a regular file";
+        return false;
+    }
+    const QString uri = QString("%1?mode=rw").arg(QUrl::fromLocalFile(file.absoluteFilePath()).toString());
     QString error;
-    if (!Open(path, "QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000", error)) {
-        Logger::Debug(QString("Cannot open %1 as a database: %2").arg(path, error));
+    if (!Open(uri, "QSQLITE_OPEN_URI;QSQLITE_BUSY_TIMEOUT=5000", error) || !Exec("PRAGMA query_only = ON")) {
+        m_failure = Reason(file);
+        Logger::Debug(
+            QString("Cannot open %1 as a database: %2").arg(path, LogText::Outside(m_lastError.text())));
         UnInit();
         return false;
     }
     return true;
 }
 
-bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes) {
+bool DatabaseFunctionOperation::Exec(const char* statement) {
+    QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
+    if (!query.exec(statement)) {
+        m_lastError = query.lastError();
+        return false;
+    }
+    return true;
+}
+
+// The last SQLite error in words a user can act on.
+QString DatabaseFunctionOperation::Reason(const QFileInfo& file) const {
+    if (file.exists() && file.size() == 0) {
+        return "the file is empty";
+    }
+    if (file.exists() && !file.isReadable()) {
+        return "the service may not read it";
+    }
+    const QString text = m_lastError.databaseText();
+    if (text.startsWith("no such table")) {
+        return "it holds no trigger table";
+    }
+    if (text.startsWith("no such column")) {
+        return QString("its trigger table lacks a column (%1)").arg(LogText::Outside(text));
+    }
+    switch (m_lastError.nativeErrorCode().toInt() & 0xff) {
+    case 26: // SQLITE_NOTADB
+        return "it is not an SQLite database";
+    case 11: // SQLITE_CORRUPT
+        return "the database is damaged";
+    case 5: // SQLITE_BUSY
+    case 6: // SQLITE_LOCKED
+        return "another process has kept it locked for more than 5 seconds";
+    case 8: // SQLITE_READONLY: a hot journal the service may not roll back
+        return "a writer died while changing it, and the service may not write the file to roll that back";
+    case 14: // SQLITE_CANTOPEN
+        return "it cannot be opened";
+    default:
+        return QString("SQLite reports \"%1\"")
+            .arg(LogText::Outside(text.isEmpty() ? m_lastError.text() : text));
+    }
+}
+
+bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes,
+                                                      const RowCheck& check) {
     if (!m_open) {
         return false;
     }
     QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
     query.setForwardOnly(true);
-    if (!query.exec(kSelect)) {
-        Logger::Debug(QString("Cannot read the trigger table: %1").arg(query.lastError().text()));
+    if (!query.exec(TriggerRow::kSelect)) {
+        m_lastError = query.lastError();
+        m_failure = Reason(QFileInfo(m_path));
+        Logger::Debug(QString("Cannot read the trigger table: %1").arg(LogText::Outside(m_lastError.text())));
         return false;
     }
+    QVariantList row;
+    row.reserve(TriggerRow::kColumns);
     while (query.next()) {
-        const QString planUuid = query.value(0).toString();
-        TriggerAttribute* attribute = planUuid.isEmpty() ? nullptr : ReadRow(query);
-        if (attribute == nullptr) {
-            Logger::Warn(QString("Skipped a stored trigger that cannot be read (plan [%1]).").arg(planUuid));
+        row.clear();
+        for (int column = 0; column < TriggerRow::kColumns; ++column) {
+            row.append(query.value(column));
+        }
+        QString planUuid;
+        auto attribute = std::make_unique<TriggerAttribute>();
+        QString fault = TriggerRow::Read(row, planUuid, *attribute);
+        if (fault.isEmpty() && check) {
+            fault = check(planUuid, *attribute);
+        }
+        if (!fault.isEmpty()) {
+            Logger::Warn(QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(planUuid), fault));
             continue;
         }
         delete attributes.value(planUuid, nullptr);
-        attributes.insert(planUuid, attribute);
+        attributes.insert(planUuid, attribute.release());
     }
     return true;
 }

@@ -1,8 +1,12 @@
 #pragma once
 
 #include <QHash>
+#include <QSqlError>
 #include <QString>
 
+#include <functional>
+
+class QFileInfo;
 class TriggerAttribute;
 
 // The trigger table of data/alldb.db (SQLite through Qt SQL). The service only
@@ -22,14 +26,21 @@ public:
     DatabaseFunctionOperation(const DatabaseFunctionOperation&) = delete;
     DatabaseFunctionOperation& operator=(const DatabaseFunctionOperation&) = delete;
 
-    // Opens an existing file read-only; false when it is not a readable
-    // SQLite database. Never changes the file.
+    // Opens an existing file for reading; false when it is not a readable
+    // SQLite database. Never writes a row; a hot journal of a crashed writer
+    // is rolled back.
     bool Init(const QString& path);
+    // Empty when a stored plan can be used; otherwise why not, for its log line.
+    using RowCheck = std::function<QString(const QString& planUuid, const TriggerAttribute& attribute)>;
+
     // Fills the hash with heap attributes the caller owns; false when the
-    // trigger table cannot be read. Rows that cannot be read are logged and
-    // skipped.
-    bool LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes);
+    // trigger table cannot be read. A row that cannot be read, or that the
+    // check refuses, is skipped with one warn line naming the plan and why.
+    bool LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes, const RowCheck& check = {});
     void UnInit();
+    // Why Init or LoadTriggerAttributes last failed, in words ("it is not an
+    // SQLite database"); empty after a success.
+    QString Failure() const { return m_failure; }
 
     // Opens (creating if needed) the file for writing and ensures the schema.
     bool OpenForWriting(const QString& path, QString& error);
@@ -42,10 +53,15 @@ public:
     bool RemoveTrigger(const QString& planUuid, QString& error);
 
 private:
-    bool Open(const QString& path, const QString& options, QString& error);
+    bool Open(const QString& name, const QString& options, QString& error);
+    bool Exec(const char* statement);
+    QString Reason(const QFileInfo& file) const;
     bool WriteTrigger(const char* onConflict, const QString& planUuid, const QString& planName,
                       const TriggerAttribute& attribute, QString& error);
 
     QString m_connectionName;
     bool m_open = false;
+    QString m_path;
+    QSqlError m_lastError;
+    QString m_failure;
 };

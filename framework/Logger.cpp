@@ -1,6 +1,7 @@
 #include "Logger.h"
 
 #include "JournalLayout.h"
+#include "LogText.h"
 
 #include <QDir>
 
@@ -66,17 +67,17 @@ log4cpp::Category& Logger::GetFileLogHandle() {
 }
 
 void Logger::Debug(const QString& line) {
-    Category().debug(line.toStdString());
+    Category().debug(LogText::OneLine(line).toStdString());
 }
 
 void Logger::Info(const QString& line) {
-    Category().info(line.toStdString());
+    Category().info(LogText::OneLine(line).toStdString());
 }
 
 void Logger::Warn(const QString& line) {
-    Category().warn(line.toStdString());
+    Category().warn(LogText::OneLine(line).toStdString());
 }
 
 void Logger::Error(const QString& line) {
-    Category().error(line.toStdString());
+    Category().error(LogText::OneLine(line).toStdString());
 }

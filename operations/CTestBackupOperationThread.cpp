@@ -1,5 +1,7 @@
 #include "CTestBackupOperationThread.h"
 
+#include "framework/SignalStack.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
@@ -17,6 +19,7 @@ bool CTestBackupOperationThread::IsFinished() {
 }
 
 void CTestBackupOperationThread::run() {
+    SignalStack stack;
     SetFinished(false);
     QElapsedTimer timer;
     timer.start();

@@ -32,6 +32,8 @@ public:
     void setStartupType(StartupType type) { m_startupType = type; }
 
     static QString usage(const QString& program);
+    // The one-line status that systemd shows beside the unit.
+    static void NotifyStatus(const QString& line);
 
 protected:
     virtual void start() = 0;
@@ -41,6 +43,9 @@ protected:
     virtual void processCommand(int code);
     virtual void sessionChange(LogonEvent event, qint64 sessionId);
     virtual void createApplication(int& argc, char** argv) = 0;
+    // Called by start() when the service could not come up: systemd gets the
+    // line as its status instead of READY=1, and the process stays up idle.
+    void reportStartFailure(const QString& status);
     virtual int executeApplication() = 0;
 
 private:
@@ -48,11 +53,14 @@ private:
     int Install();
     int Uninstall();
     void StopOnce();
+    void NotifyStarted();
 
     int m_argc;
     char** m_argv;
     QString m_name;
     QString m_description;
+    bool m_startFailed = false;
+    QString m_startFailure;
     StartupType m_startupType = ManualStartup;
     bool m_stopped = false;
 };

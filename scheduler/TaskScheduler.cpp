@@ -1,19 +1,28 @@
 #include "TaskScheduler.h"
 
+#include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
+#include "triggers/FireState.h"
 
-namespace {
-bool Check(bool ok, const char* failure) {
+TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+
+bool TaskScheduler::Check(bool ok, const char* failure) {
     if (!ok) {
         Logger::Error(failure);
+        if (m_failure.isEmpty()) {
+            m_failure = failure;
+        }
     }
     return ok;
 }
-} // namespace
 
-TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+QString TaskScheduler::getFailure() const {
+    const QString store = m_dataStoreManager.getFailure();
+    return store.isEmpty() ? m_failure : store;
+}
 
 bool TaskScheduler::Init(const QString& appDir) {
     if (appDir.isEmpty()) {
@@ -27,9 +36,42 @@ bool TaskScheduler::Init(const QString& appDir) {
         !Check(m_clientManager.Init(), "Failed to initialize the ClientCommunManager.")) {
         return false;
     }
+    OpenRunState(appDir);
     ConnectAgentServer();
     return Check(m_serverManager.Init(), "Failed to initialize the SchedulerServerManager.") &&
            Check(m_triggerFireManager.Init(), "Failed to initialize the TriggerFireManager.");
+}
+
+// The service runs on without its run state when the state file cannot be
+// used at all; the store has said why.
+void TaskScheduler::OpenRunState(const QString& appDir) {
+    QSet<QString> livePlans;
+    {
+        QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+        const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
+        if (registry != nullptr) {
+            livePlans = QSet<QString>(registry->keyBegin(), registry->keyEnd());
+        }
+    }
+    m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans);
+    connect(
+        &m_runState, &RunStateStore::summaryChanged, this, [this] { Q_EMIT statusChanged(StatusLine()); },
+        Qt::UniqueConnection);
+}
+
+QString TaskScheduler::StatusLine() const {
+    qint64 plans = 0;
+    {
+        QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+        const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
+        plans = registry != nullptr ? registry->size() : 0;
+    }
+    const RunStateStore::Summary summary = m_runState.LastSummary();
+    const QString count = QString("%1 plan%2").arg(plans).arg(plans == 1 ? "" : "s");
+    if (summary.nextStart.isEmpty()) {
+        return QString("%1; nothing scheduled").arg(count);
+    }
+    return QString("%1; next: %2 at %3").arg(count, summary.nextPlan, summary.nextStart);
 }
 
 void TaskScheduler::ConnectAgentServer() {
@@ -50,11 +92,16 @@ bool TaskScheduler::Start() {
     connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
             &TaskScheduler::onClientRequestCommandResult,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    return Check(m_dataStoreManager.Start(), "Failed to start the SchedulerDataStoreManager.") &&
-           Check(m_producerConsumerManager.Start(), "Failed to start the CommunProducerConsumerManager.") &&
-           Check(m_clientManager.Start(), "Failed to start the ClientCommunManager.") &&
-           Check(m_serverManager.Start(), "Failed to start the SchedulerServerManager.") &&
-           Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
+    const bool started =
+        Check(m_dataStoreManager.Start(), "Failed to start the SchedulerDataStoreManager.") &&
+        Check(m_producerConsumerManager.Start(), "Failed to start the CommunProducerConsumerManager.") &&
+        Check(m_clientManager.Start(), "Failed to start the ClientCommunManager.") &&
+        Check(m_serverManager.Start(), "Failed to start the SchedulerServerManager.") &&
+        Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
+    if (started) {
+        TriggerFireManager::CatchUpDowntime(m_runState.TakeStoredRuns());
+    }
+    return started;
 }
 
 void TaskScheduler::Stop() {
@@ -70,6 +117,7 @@ void TaskScheduler::UnInit() {
     m_serverManager.UnInit();
     m_clientManager.UnInit();
     m_producerConsumerManager.UnInit();
+    m_runState.Close();
     m_dataStoreManager.UnInit();
 }
 
@@ -90,11 +138,14 @@ void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
         Logger::Warn("Client read result command unsuccessfully.");
         return;
     }
-    const QString trace = command->getTraceFlag();
+    const QString trace = LogText::Outside(command->getTraceFlag());
     // Taken as a result command without a type test: any other command reads
     // as result 0 here.
     auto* result = dynamic_cast<ResultCommand*>(command);
     const quint64 code = result != nullptr ? result->getUintResult() : 0;
+    if (result != nullptr && result->getRequestCommandType() == CommandTypes::kExecuteTrigger) {
+        RunStateStore::RecordResult(result->getPlanUuid(), code, Clock::nowMSecsSinceEpoch());
+    }
     if (code != 0) {
         Logger::Error(QString("Client requested command%1 unsuccessfully.").arg(trace, 0));
     } else {

@@ -5,6 +5,7 @@
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
 #include "framework/ConfigReader.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
 #include <QObject>
@@ -22,13 +23,23 @@ public:
     void UnInit();
     bool TriggerEvent(quint64 code);
 
+    // The line of the first failure of Init or Start, for systemd's status;
+    // empty while none failed.
+    QString getFailure() const;
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
+    // One line for systemd: how many plans there are and which runs next.
+    QString StatusLine() const;
+
+Q_SIGNALS:
+    void statusChanged(QString line);
 
 private Q_SLOTS:
     void onClientRequestCommandResult(QByteArray blocks);
 
 private:
     void ConnectAgentServer();
+    void OpenRunState(const QString& appDir);
+    bool Check(bool ok, const char* failure);
 
     ConfigReader m_configReader;
     SchedulerDataStoreManager m_dataStoreManager;
@@ -36,4 +47,6 @@ private:
     CommunProducerConsumerManager m_producerConsumerManager;
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
+    RunStateStore m_runState;
+    QString m_failure;
 };

@@ -33,6 +33,10 @@ void SchedulerService::start() {
     QCoreApplication* app = application();
     const QString appDir = GetApplicationDir();
     if (!Logger::Initialize(appDir, "log", "schedulerservice.log")) {
+        reportStartFailure(
+            QString("Cannot open the log in %1log; the service runs without plans and accepts no "
+                    "commands.")
+                .arg(appDir));
         return;
     }
     const QString rule(106, '=');
@@ -42,7 +46,9 @@ void SchedulerService::start() {
     Logger::Info("Logger initial success.");
     m_taskScheduler = new (std::nothrow) TaskScheduler(app);
     if (m_taskScheduler == nullptr) {
-        Logger::Error("Failed to create TaskScheduler object,the pointer is NULL.");
+        const QString failure("Failed to create TaskScheduler object,the pointer is NULL.");
+        Logger::Error(failure);
+        reportStartFailure(failure);
         Logger::UnInitialize();
         return;
     }
@@ -50,10 +56,13 @@ void SchedulerService::start() {
         Logger::Info("SchedulerService initial success.");
         if (m_taskScheduler->Start()) {
             Logger::Info("SchedulerService start success.");
+            QObject::connect(m_taskScheduler, &TaskScheduler::statusChanged, &QtServiceBase::NotifyStatus);
+            QtServiceBase::NotifyStatus(m_taskScheduler->StatusLine());
             return;
         }
         m_taskScheduler->Stop();
     }
+    reportStartFailure(m_taskScheduler->getFailure());
     m_taskScheduler->UnInit();
     Logger::UnInitialize();
 }

@@ -6,8 +6,8 @@
 #include <QTextCodec>
 
 int main(int argc, char** argv) {
-    CrashDumpExceptionFilter::Install();
     Clock::PinLocalTimeZone();
+    CrashDumpExceptionFilter::Install();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     SchedulerService service(argc, argv);
     return service.exec();

@@ -1,15 +1,18 @@
 #include "SchedulerDataStoreManager.h"
 
+#include "RunStateStore.h"
 #include "SchedulerMemoryObjects.h"
 
 #include "framework/CommandBuilder.h"
-#include "framework/CommonTools.h"
 #include "framework/Logger.h"
 #include "framework/RequestCommand.h"
 #include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
+#include "triggers/TriggerCheck.h"
 #include "triggers/TriggerObject.h"
+
+#include <QFileInfo>
 
 DatabaseFunctionOperation SchedulerDataStoreManager::m_databaseOperation;
 
@@ -25,22 +28,35 @@ const QByteArray& Payload(CommCommand* request) {
 } // namespace
 
 bool SchedulerDataStoreManager::Init(const QString& dbFile) {
+    m_failure.clear();
     if (dbFile.isEmpty()) {
         return Fail("dbfile.isEmpty");
     }
     if (!INSTANCE_SCHEDULER_MEMORY_OBJECTS->Init()) {
         return Fail("INSTANCE_SCHEDULER_MEMORY_OBJECTS->Init");
     }
-    if (!CommonTools::IsFileExist(dbFile)) {
+    // Only a missing file means that no plan was stored yet: anything else at
+    // the path that cannot be read is reported.
+    if (!QFileInfo::exists(dbFile)) {
         return true;
     }
     if (!m_databaseOperation.Init(dbFile)) {
-        return Fail("m_databaseOperation.Init");
+        return Unusable(dbFile, "m_databaseOperation.Init");
     }
     if (!LoadDatabaseTriggerObjects()) {
-        return Fail("LoadDatabaseTriggerObjects");
+        return Unusable(dbFile, "LoadDatabaseTriggerObjects");
     }
     return true;
+}
+
+bool SchedulerDataStoreManager::Unusable(const QString& dbFile, const char* check) {
+    const QString reason = m_databaseOperation.Failure();
+    m_failure =
+        QString("Cannot load the plans database %1: %2; the service runs without plans and accepts no "
+                "commands.")
+            .arg(dbFile, reason.isEmpty() ? QString("it cannot be read") : reason);
+    Logger::Error(m_failure);
+    return Fail(check);
 }
 
 bool SchedulerDataStoreManager::Start() {
@@ -61,7 +77,7 @@ bool SchedulerDataStoreManager::LoadDatabaseTriggerObjects() {
         return false;
     }
     QHash<QString, TriggerAttribute*> attributes;
-    if (!m_databaseOperation.LoadTriggerAttributes(attributes)) {
+    if (!m_databaseOperation.LoadTriggerAttributes(attributes, &TriggerCheck::Fault)) {
         qDeleteAll(attributes);
         return false;
     }
@@ -143,6 +159,7 @@ bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, Res
         return false;
     }
     delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
+    RunStateStore::RecordRemoval(planUuid);
     result->setUintResult(0);
     return true;
 }

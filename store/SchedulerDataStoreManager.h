@@ -20,6 +20,9 @@ public:
     bool Start();
     void Stop();
     void UnInit();
+    // The error line of a failed Init that found a database it cannot use;
+    // empty otherwise.
+    QString getFailure() const { return m_failure; }
 
     static TriggerObject* GetTriggerObject(const QString& planUuid);
     static TriggerObject* AddTriggerObject(CommCommand* request);
@@ -30,6 +33,9 @@ public:
 
 private:
     bool LoadDatabaseTriggerObjects();
+    bool Unusable(const QString& dbFile, const char* check);
+
+    QString m_failure;
 
     static DatabaseFunctionOperation m_databaseOperation;
 };

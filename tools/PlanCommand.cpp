@@ -4,11 +4,13 @@
 #include "ServiceEndpoint.h"
 #include "ToolOutput.h"
 #include "TriggerOptions.h"
+#include "TriggerTypeNames.h"
 
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/FrameReader.h"
+#include "framework/PeerAccessPolicy.h"
 #include "framework/RequestCommand.h"
 #include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
@@ -20,17 +22,11 @@
 
 #include <memory>
 
+#include <unistd.h>
+
 namespace {
 constexpr int kConnectMSecs = 2000;
 constexpr int kReplyMSecs = 10000;
-
-const QMap<QString, quint64>& EventTypes() {
-    static const QMap<QString, quint64> types = {{"logon", TriggerTypes::kLogon},
-                                                 {"logoff", TriggerTypes::kLogoff},
-                                                 {"lock", TriggerTypes::kLock},
-                                                 {"unlock", TriggerTypes::kUnlock}};
-    return types;
-}
 
 bool BuildAttribute(const ArgumentList& arguments, TriggerAttribute& attribute, QString& error) {
     if (!arguments.Has("--event")) {
@@ -41,11 +37,11 @@ bool BuildAttribute(const ArgumentList& arguments, TriggerAttribute& attribute, 
         return false;
     }
     const QString event = arguments.Value("--event");
-    if (!EventTypes().contains(event)) {
+    if (!TriggerTypeNames::Events().contains(event)) {
         error = QString("--event takes logon, logoff, lock or unlock, not '%1'").arg(event);
         return false;
     }
-    attribute.setTriggerType(EventTypes().value(event));
+    attribute.setTriggerType(TriggerTypeNames::Events().value(event));
     return true;
 }
 
@@ -74,7 +70,9 @@ QString PlanCommand::Help() {
     return "Usage: orvelctl plan add|modify|delete --plan UUID [options]\n"
            "Records the plan in the service's database (data/alldb.db beside the service) and sends\n"
            "the new-plan (200), modify-plan (204) or delete-plan (203) command to the running service.\n"
-           "Exits 0 only when the service answers with result 0.\n\n"
+           "Exits 0 only when the service answers with result 0. Only the users and groups of\n"
+           "[Communication] AllowedUsers and AllowedGroups may change plans (root and the service's\n"
+           "group by default).\n\n"
            "  --plan UUID         the plan's identity (required)\n"
            "  --name NAME         the plan's display name\n"
            "  --event KIND        an event trigger instead of a calendar one: logon, logoff, lock, unlock\n" +
@@ -117,6 +115,14 @@ int PlanCommand::Run(const QStringList& arguments) {
     if (!parsed.Unsigned("--port", ConfigReader::getSchedulerPort(), port, error) || port == 0 ||
         port > 65535) {
         return ToolOutput::UsageError("plan", error.isEmpty() ? "--port takes 1 to 65535" : error);
+    }
+    // The service refuses such a user anyway; saying so here leaves the
+    // database untouched and names the reason.
+    const uid_t user = ::geteuid();
+    if (!PeerAccessPolicy::FromConfig(ServiceEndpoint::ServiceGroup()).Allows(user)) {
+        return ToolOutput::Fail(QString("not allowed: user %1 is not in AllowedUsers or AllowedGroups")
+                                    .arg(PeerAccessPolicy::UserLabel(user)),
+                                1);
     }
     DatabaseFunctionOperation database;
     const QString path = parsed.Value("--db", ServiceEndpoint::DatabasePath());

@@ -4,7 +4,6 @@
 #include "ToolOutput.h"
 #include "TriggerOptions.h"
 
-#include "framework/Clock.h"
 #include "triggers/StartTimeSeries.h"
 #include "triggers/TriggerObject.h"
 
@@ -25,7 +24,8 @@ QString PreviewCommand::Help() {
            "  --now TIME          \"yyyy-MM-dd hh:mm:ss[.zzz]\": the moment of the first computation\n"
            "  --count K           number of computations (default 5)\n"
            "  --mode timer|poll   timer (default): each follow-up starts from the previous start time;\n"
-           "                      poll: every computation starts from the beginning of its minute\n\n"
+           "                      poll: every computation starts from the beginning of its minute,\n"
+           "                      and a plan runs at most once a minute\n\n"
            "Example:\n"
            "  orvelctl preview --type 3 --start \"2026-01-05 20:00:00\" --week-days \"1,3,5\" \\\n"
            "      --interval 600 --duration 1800 --now \"2026-03-12 10:00:00\" --count 6\n";
@@ -57,9 +57,6 @@ int PreviewCommand::Run(const QStringList& arguments) {
     if (mode != "timer" && mode != "poll") {
         return ToolOutput::UsageError("preview", "--mode takes timer or poll");
     }
-    // A trigger without a start time starts from the current minute; here the
-    // current moment is --now.
-    Clock::shiftTo(now);
     object.setPlanUuid("preview");
     const QStringList lines = StartTimeSeries::Compute(object, now, count, mode == "poll");
     return ToolOutput::Out(lines.isEmpty() ? QString() : lines.join('\n') + '\n', 0);

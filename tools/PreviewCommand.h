@@ -3,7 +3,7 @@
 #include <QStringList>
 
 // "orvelctl preview": a trigger's next start times, computed by the service's
-// own DateTimeFire.
+// own calendar computation.
 class PreviewCommand {
 public:
     static int Run(const QStringList& arguments);

@@ -1,8 +1,8 @@
 #include "AtTimeFire.h"
 
+#include "CalendarSchedule.h"
 #include "FireState.h"
 #include "LocalTime.h"
-#include "StartTimeSeries.h"
 
 AtTimeFire::AtTimeFire(QObject* parent) : DateTimeFire(parent) {}
 
@@ -20,7 +20,7 @@ bool AtTimeFire::CachedMinuteStart(const QString& text, qint64& minuteStartMSecs
         const QDateTime next = LocalTime::Parse(text);
         m_cachedValid = next.isValid();
         if (m_cachedValid) {
-            m_cachedMinuteStartMSecs = StartTimeSeries::MinuteStart(next).toMSecsSinceEpoch();
+            m_cachedMinuteStartMSecs = CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch();
         }
     }
     minuteStartMSecs = m_cachedMinuteStartMSecs;

@@ -1,29 +1,26 @@
 #include "StartTimeSeries.h"
 
-#include "DateTimeFire.h"
+#include "CalendarSchedule.h"
 #include "FireState.h"
 #include "LocalTime.h"
-
-QDateTime StartTimeSeries::MinuteStart(const QDateTime& t) {
-    QDateTime start = t;
-    start.setTime(QTime(t.time().hour(), t.time().minute()));
-    return start;
-}
+#include "TriggerObject.h"
 
 QStringList StartTimeSeries::Compute(TriggerObject& object, const QDateTime& now, quint64 count, bool poll) {
-    DateTimeFire fire;
-    fire.SetTriggerObject(&object);
-    QDateTime base = poll ? MinuteStart(now) : now;
+    QDateTime base = poll ? CalendarSchedule::MinuteStart(now) : now;
     QStringList entries;
     for (quint64 i = 0; i < count; ++i) {
-        QDateTime next;
-        const quint64 state = fire.SeekNextStartTime(base, next);
-        if (state != FireState::kScheduled) {
-            entries << (state == FireState::kFinished ? "finished" : "error");
+        const TriggerAttribute& attribute = object.getObjectTriggerAttribute();
+        const ScheduleProgress progress = ScheduleProgress::Of(object);
+        const ScheduleResult result =
+            poll ? CalendarSchedule::ComputePolled(attribute, progress, base, now, i > 0)
+                 : CalendarSchedule::Compute(attribute, progress, base, now);
+        result.ApplyTo(object);
+        if (result.state != FireState::kScheduled) {
+            entries << (result.state == FireState::kFinished ? "finished" : "error");
             break;
         }
-        entries << LocalTime::Format(next);
-        base = poll ? MinuteStart(next) : next;
+        entries << LocalTime::Format(result.next);
+        base = poll ? CalendarSchedule::MinuteStart(result.next) : result.next;
     }
     return entries;
 }

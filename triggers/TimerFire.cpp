@@ -1,25 +1,25 @@
 #include "TimerFire.h"
 
 #include "FireState.h"
+#include "LocalTime.h"
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
+#include "framework/LogText.h"
 #include "framework/Logger.h"
 
 #include <QThread>
 
-#include <limits>
+#include <atomic>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-constexpr qint64 kMaxTimerInterval = std::numeric_limits<int>::max();
+std::atomic<quint64> g_lastFireId{0};
 } // namespace
 
-// The timer is the fire's child so that it follows the fire to the thread the
-// fire is moved to.
-TimerFire::TimerFire(QObject* parent) : DateTimeFire(parent), m_timer(this) {
-    m_timer.setTimerType(Qt::PreciseTimer);
-}
+TimerFire::TimerFire(QObject* parent)
+    : DateTimeFire(parent), m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }),
+      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
 TimerFire::~TimerFire() = default;
 
@@ -37,11 +37,11 @@ quint64 TimerFire::Start() {
     if (getFireState() != FireState::kScheduled) {
         return getFireState();
     }
-    const qint64 wait = current.msecsTo(next);
-    if (wait < 1) {
+    if (current.msecsTo(next) < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
-                          .arg(m_planUuid, next.toString(kPreciseFormat), current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(m_planUuid), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
     }
     StartWaitTimer(current, next);
     return getFireState();
@@ -57,7 +57,7 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     if (wait <= 0) {
         TriggerObject* object = GetTriggerObject();
         Logger::Error(QString("The TimerFire of scheduler[%1] waittime is less than or equal to 0.")
-                          .arg(object != nullptr ? object->getPlanUuid() : m_planUuid));
+                          .arg(LogText::Outside(object != nullptr ? object->getPlanUuid() : m_planUuid)));
         setFireState(FireState::kError);
         return;
     }
@@ -71,17 +71,31 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
 }
 
 void TimerFire::Arm() {
-    connect(&m_timer, &QTimer::timeout, this, &TimerFire::ontimeout,
-            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    ArmFor(m_dueMSecs - Clock::nowMSecsSinceEpoch());
+    m_connected = true;
+    m_timer.startAt(m_dueMSecs, m_waitMSecs);
 }
 
-void TimerFire::ArmFor(qint64 remaining) {
-    m_timer.start(static_cast<int>(qBound<qint64>(0, remaining, kMaxTimerInterval)));
+void TimerFire::RearmFromNextStartTime() {
+    TriggerObject* object = GetTriggerObject();
+    if (!m_timer.isActive() || object == nullptr) {
+        return;
+    }
+    const QDateTime next = LocalTime::Parse(object->getNextStartTime());
+    if (next.isValid()) {
+        m_dueMSecs = next.toMSecsSinceEpoch();
+        m_timer.startAt(m_dueMSecs, m_waitMSecs);
+    }
+}
+
+void TimerFire::onTimerExpired(qint64 dueMSecs) {
+    m_expiredDueMSecs = dueMSecs;
+    if (m_connected) {
+        QMetaObject::invokeMethod(this, &TimerFire::ontimeout, Qt::QueuedConnection);
+    }
 }
 
 void TimerFire::Stop() {
-    disconnect(&m_timer, &QTimer::timeout, this, &TimerFire::ontimeout);
+    m_connected = false;
     SetTriggerObject(nullptr);
 }
 
@@ -90,15 +104,7 @@ void TimerFire::ontimeout() {
         Logger::Error("Failed to send the timerFireTimeout signal.");
         return;
     }
-    const qint64 remaining = m_dueMSecs - Clock::nowMSecsSinceEpoch();
-    if (remaining > 0) {
-        ArmFor(remaining);
-        return;
-    }
-    // Unless the fire is replaced, it tries again one whole wait later.
-    m_dueMSecs += m_waitMSecs;
-    ArmFor(m_waitMSecs);
-    Q_EMIT timerFireTimeout(m_planUuid);
+    Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
 }
 
 void TimerFire::onkillDateTimer() {

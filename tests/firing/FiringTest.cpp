@@ -8,6 +8,7 @@
 #include "firing/TriggerFireManager.h"
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
@@ -33,6 +34,7 @@ protected:
         manager.Stop();
         manager.UnInit();
         manager.UnInit();
+        QCoreApplication::sendPostedEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         registry->UnInit();
         ConfigReader::ResetToDefaults();
@@ -205,6 +207,11 @@ TEST_F(Firing, ShortIntervalsFireAtMostOnceAMinute) {
         Poll(now);
     }
     EXPECT_EQ(link->CommandsOfType(600).size(), 3u);
+    // One report per run, each with the start that the next run keeps.
+    const auto reports = link->CommandsOfType(601);
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_EQ(reports[0].nextStartTime, "2026-03-10 08:31:20");
+    EXPECT_EQ(reports[2].nextStartTime, "2026-03-10 08:33:20");
     EXPECT_EQ(log.CountContaining("less than currdatetime"), 0);
 }
 
@@ -257,6 +264,75 @@ TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     EXPECT_NEAR(second->armedIntervalMSecs(), 24 * 3600 * 1000, 50);
 }
 
+struct ClockMoveRow {
+    const char* name;
+    const char* movedTo;
+    size_t runsAtOnce;
+    const char* nextStart;
+};
+
+// Timer mode, a daily plan due at 08:30:00 and armed at 08:28:30, when the
+// wall clock steps or the machine sleeps over the due time (the same thing to
+// the process: the wall clock has moved on, the monotonic wait has not run
+// out). The queue's next look at the wall clock, at most a minute away or at
+// once on resume, runs what came due once; after a step back the plan waits
+// for its time on the new clock.
+TEST_F(Firing, TimerModeFollowsTheWallClock) {
+    ConfigReader::setDateTimeFireType(1);
+    const ClockMoveRow rows[] = {
+        {"step_forward_over_due", "2026-03-10 08:36:00", 1, "2026-03-11 08:30:00"},
+        // A daily follow-up is sought from the next calendar day on.
+        {"resume_next_morning", "2026-03-11 07:00:00", 1, "2026-03-12 08:30:00"},
+        {"step_back", "2026-03-10 07:28:30", 0, "2026-03-10 08:30:00"},
+    };
+    DeadlineQueue& queue = DeadlineQueue::ForCurrentThread();
+    for (const ClockMoveRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        ClockShift clock(At("2026-03-10 08:28:30"));
+        TriggerObject* object = Register("t", {2, "2026-03-01 08:30:00"});
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        link->Clear();
+        clock.To(At(row.movedTo));
+        for (int look = 0; look < 2; ++look) {
+            queue.Recheck();
+            QCoreApplication::processEvents();
+            QCoreApplication::processEvents();
+        }
+        EXPECT_EQ(link->CommandsOfType(600).size(), row.runsAtOnce);
+        EXPECT_EQ(object->getNextStartTime(), row.nextStart);
+        clock.To(At(row.nextStart));
+        queue.Recheck();
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(link->CommandsOfType(600).size(), row.runsAtOnce + 1);
+        manager.Stop();
+        manager.UnInit();
+        registry->ClearTriggerObjects();
+    }
+}
+
+// Next start texts keep meaning local time: after a change of the zone a timer
+// fire aims at its text read in the new zone, and the poll reads it anew.
+TEST_F(Firing, AZoneChangeMovesTimerFiresWithTheirLocalTimes) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("z", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("z"));
+    ASSERT_NE(fire, nullptr);
+    const qint64 before = fire->armedDueMSecs();
+    const QByteArray savedTz = qgetenv("TZ");
+    qputenv("TZ", "Etc/GMT+4");
+    tzset();
+    work().LocalTimeZoneChanged();
+    const qint64 after = fire->armedDueMSecs();
+    qputenv("TZ", savedTz);
+    tzset();
+    EXPECT_EQ(after - before, 4 * 3600 * 1000LL);
+}
+
 TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
     ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));
@@ -292,6 +368,67 @@ TEST_F(Firing, TimerModeKeepsTheFireWhenTheRunIsRefused) {
     EXPECT_EQ(
         log.Count("The TimerFire of scheduler[refused] NowFire execution failed in the onTimerTimeout."), 1);
     EXPECT_EQ(work().DateTimeFireOf("refused"), fire.data());
+}
+
+struct NewFireRow {
+    const char* name;
+    TriggerDefinition definition;
+    quint64 started;
+    quint64 endFlag;
+};
+
+// A plan command's fire is started before it is listed: while it starts and
+// reports to the agent, no poll or time-out can reach it and end it. It is
+// listed only when it goes on.
+TEST_F(Firing, APlanCommandsFireIsListedOnlyOnceStarted) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:30:00"));
+    const NewFireRow rows[] = {
+        {"scheduled", {1, "2026-03-10 09:00:00"}, 0, 0},
+        {"finished_at_once", {1, "2026-03-10 08:20:00"}, 2, 1},
+    };
+    ASSERT_TRUE(manager.Init());
+    for (const NewFireRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        TriggerObject* object = Register(row.name, row.definition);
+        std::vector<bool> listedWhileStarting;
+        link->OnEachCommand([&](const FakeClientLink::Sent&) {
+            listedWhileStarting.push_back(work().DateTimeFireOf(row.name) != nullptr);
+        });
+        EXPECT_EQ(TriggerFireManager::StartNewTriggerFire(object), row.started);
+        link->OnEachCommand(nullptr);
+        EXPECT_EQ(listedWhileStarting, std::vector<bool>{false});
+        EXPECT_EQ(work().DateTimeFireOf(row.name) != nullptr, row.started == 0);
+        ASSERT_EQ(link->CommandsOfType(601).size(), 1u);
+        EXPECT_EQ(link->CommandsOfType(601)[0].endFlag, row.endFlag);
+        link->Clear();
+    }
+}
+
+// A time-out queued by a fire that a plan change replaced before it was
+// handled must not run the plan at its old time.
+TEST_F(Firing, AStaleTimeoutDoesNotFireTheReplacement) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:29:59"));
+    TriggerObject* object = Register("m", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    TimerFire* old = qobject_cast<TimerFire*>(work().DateTimeFireOf("m"));
+    ASSERT_NE(old, nullptr);
+    clock.To(At("2026-03-10 08:30:00"));
+    QMetaObject::invokeMethod(old, "ontimeout", Qt::DirectConnection);
+    // The plan is modified before the queued time-out is handled.
+    ASSERT_TRUE(TriggerFireManager::RemoveTriggerFire("m", 2));
+    object->getObjectTriggerAttribute().setStartTime("2026-03-01 18:00:00");
+    object->setFirstSeekDone(0);
+    ASSERT_EQ(TriggerFireManager::StartNewTriggerFire(object), 0u);
+    QPointer<TimerFire> replacement = qobject_cast<TimerFire*>(work().DateTimeFireOf("m"));
+    link->Clear();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(link->CommandsOfType(600).empty());
+    EXPECT_EQ(work().DateTimeFireOf("m"), replacement.data());
+    EXPECT_EQ(object->getNextStartTime(), "2026-03-10 18:00:00");
+    EXPECT_EQ(log.Count("The TimerFire of scheduler[m] time-out of a replaced fire is dropped."), 1);
 }
 
 TEST_F(Firing, ALogonFiresEveryPlanWaitingForIt) {
@@ -336,46 +473,77 @@ TEST_F(Firing, StartEndsFinishedTriggersAndKeepsTheOthers) {
     EXPECT_EQ(log.Count("The TriggerFire of scheduler[later] start success."), 1);
 }
 
-// Plans come and go on a second thread, as the command handler does, while the
-// poll runs on this one.
-TEST_F(Firing, FiresCreatedAndRemovedWhileThePollRuns) {
-    for (int i = 0; i < 50; ++i) {
-        RegisterDue(QString("poll-%1").arg(i), {2, "2026-03-01 08:30:00", "", 60}, "2026-03-10 08:30:00");
+// Plans come and go on a second thread, as the command handler does: once
+// plans that finish as they start, plans with an interval below a minute and
+// event plans, while this thread polls (polling mode) or runs the time-outs of
+// plans that are due again and again (timer mode), and fires events.
+void ChurnWhileFiring(quint64 fireType) {
+    ConfigReader::setDateTimeFireType(fireType);
+    SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
+    QDateTime now = At("2026-03-10 08:30:10");
+    Clock::freezeAt(now);
+    std::vector<QString> steady;
+    for (int i = 0; i < 30; ++i) {
+        steady.push_back(QString("steady-%1").arg(i));
+        auto* object = new TriggerObject(MakeTrigger(steady.back(), {2, "2026-03-10 08:30:00", "", 20}));
+        registry->InsertTriggerObject(steady.back(), object);
     }
-    std::vector<TriggerObject*> extra;
-    for (int i = 0; i < 200; ++i) {
-        extra.push_back(
-            Register(QString("extra-%1").arg(i), {i % 2 == 0 ? 2ULL : 257ULL, "2026-03-01 08:30:00"}));
+    const TriggerDefinition kinds[] = {
+        {1, "2026-03-10 08:20:00"}, {2, "2026-03-10 08:30:00", "", 20}, {3, "", "", 15, 0, "2"}, {257}};
+    std::vector<TriggerObject*> churned;
+    for (int i = 0; i < 120; ++i) {
+        const QString planUuid = QString("churn-%1").arg(i);
+        churned.push_back(new TriggerObject(MakeTrigger(planUuid, kinds[i % 4])));
     }
-    ASSERT_TRUE(work().Init());
-    for (TriggerObject* object : extra) {
-        TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(),
-                                              object->getObjectTriggerAttribute().getTriggerType());
-    }
+    TriggerFireManager manager;
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
     std::atomic<bool> done{false};
     std::thread handler([&] {
-        for (int round = 0; round < 5; ++round) {
-            for (TriggerObject* object : extra) {
-                TriggerFire* fire = TriggerFireManager::NewTriggerFireCommand(object);
-                TriggerFireManager::StartTriggerFire(fire);
+        for (int round = 0; round < 4; ++round) {
+            for (TriggerObject* object : churned) {
+                object->setFirstSeekDone(0);
+                object->getObjectTriggerAttribute().setTriggerEndFlag(0);
+                TriggerFireManager::StartNewTriggerFire(object);
             }
-            for (TriggerObject* object : extra) {
+            for (TriggerObject* object : churned) {
                 TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(),
                                                       object->getObjectTriggerAttribute().getTriggerType());
             }
         }
         done = true;
     });
-    int polls = 0;
+    auto& work = TriggerFireManagerWork::Instance();
     while (!done) {
-        Poll(polls % 2 == 0 ? "2026-03-10 08:30:10" : "2026-03-10 08:31:10");
+        now = now.addSecs(30);
+        Clock::freezeAt(now);
+        if (fireType == 1) {
+            for (const QString& planUuid : steady) {
+                QMetaObject::invokeMethod(work.DateTimeFireOf(planUuid), "ontimeout", Qt::DirectConnection);
+            }
+        } else {
+            QMetaObject::invokeMethod(&work, "onAtTimerOut", Qt::DirectConnection);
+        }
         TriggerFireManager::FireEventTrigger(257);
         QCoreApplication::processEvents();
-        ++polls;
     }
     handler.join();
+    QCoreApplication::sendPostedEvents();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_EQ(work().DateTimeFireCount(), 50);
-    EXPECT_EQ(work().EventFireCount(257), 0);
+    EXPECT_EQ(work.DateTimeFireCount(), static_cast<int>(steady.size()));
+    EXPECT_EQ(work.EventFireCount(257), 0);
+    manager.Stop();
+    manager.UnInit();
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    qDeleteAll(churned);
+}
+
+TEST_F(Firing, PollingSurvivesPlanChurn) {
+    ChurnWhileFiring(0);
+}
+
+TEST_F(Firing, TimerModeSurvivesPlanChurn) {
+    ChurnWhileFiring(1);
 }
 } // namespace

@@ -9,6 +9,7 @@
 #include "scheduler/TaskScheduler.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QTcpServer>
 
@@ -57,21 +58,26 @@ struct InitFailure {
     const char* name;
     std::function<void(ServiceFolder&)> arrange;
     const char* line;
+    // What systemd is told.
+    const char* status;
 };
 
 TEST_F(Sequences, EachInitFailureWritesItsOneLine) {
     const InitFailure cases[] = {
         {"no_configuration", [](ServiceFolder& f) { f.RemoveConfig(); },
-         "Failed to initialize the ConfigReader."},
+         "Failed to initialize the ConfigReader.", "Failed to initialize the ConfigReader."},
         {"database_not_a_database",
          [](ServiceFolder& f) {
              QFile file(f.Path("data/alldb.db"));
              file.open(QIODevice::WriteOnly);
              file.write("not sqlite at all");
          },
-         "Failed to initialize the SchedulerDataStoreManager."},
-        {"trigger_type_without_fire", [](ServiceFolder& f) { f.StorePlan("odd", 9, "2026-01-01 00:00:00"); },
-         "Failed to initialize the TriggerFireManager."},
+         "Failed to initialize the SchedulerDataStoreManager.",
+         "data/alldb.db: it is not an SQLite database; the service runs without plans and accepts no "
+         "commands."},
+        {"database_is_a_directory", [](ServiceFolder& f) { QDir().mkpath(f.Path("data/alldb.db")); },
+         "Failed to initialize the SchedulerDataStoreManager.",
+         "data/alldb.db: it is not a regular file; the service runs without plans and accepts no commands."},
     };
     for (const InitFailure& c : cases) {
         SCOPED_TRACE(c.name);
@@ -84,13 +90,15 @@ TEST_F(Sequences, EachInitFailureWritesItsOneLine) {
         ASSERT_FALSE(errors.empty());
         EXPECT_EQ(errors.back().message, c.line);
         EXPECT_EQ(log.Count(c.line), 1);
+        EXPECT_TRUE(scheduler.getFailure().endsWith(c.status)) << scheduler.getFailure().toStdString();
         TearDownTwice(scheduler);
     }
 }
 
 TEST_F(Sequences, ABusyCommandPortFailsTheStart) {
     QTcpServer squatter;
-    ASSERT_TRUE(squatter.listen(QHostAddress::LocalHost, folder.schedulerPort()));
+    ASSERT_TRUE(squatter.listen(QHostAddress::LocalHost, 0));
+    folder.WriteConfig(squatter.serverPort());
     TaskScheduler scheduler(nullptr);
     ASSERT_TRUE(scheduler.Init(folder.Dir()));
     EXPECT_FALSE(scheduler.Start());
@@ -103,7 +111,10 @@ TEST_F(Sequences, StartsAndStopsCleanlyAndRepeatedly) {
     TaskScheduler scheduler(nullptr);
     ASSERT_TRUE(scheduler.Init(folder.Dir()));
     ASSERT_TRUE(scheduler.Start());
-    EXPECT_EQ(scheduler.commandServerPort(), folder.schedulerPort());
+    EXPECT_NE(scheduler.commandServerPort(), 0);
+    EXPECT_EQ(
+        log.Count(QString("The command server listens on 127.0.0.1:%1.").arg(scheduler.commandServerPort())),
+        1);
     EXPECT_FALSE(scheduler.TriggerEvent(255));
     EXPECT_TRUE(scheduler.TriggerEvent(256));
     TearDownTwice(scheduler);
@@ -123,10 +134,10 @@ struct ResultCase {
 };
 
 TEST_F(Sequences, AgentResultsAreLogged) {
-    auto result = [](quint64 code) {
-        return [code](QString& trace) {
+    auto result = [](quint64 code, const char* traceText = "[600#9]") {
+        return [code, traceText](QString& trace) {
             ResultCommand command;
-            command.setTraceFlag("[600#9]");
+            command.setTraceFlag(traceText);
             command.setUintResult(code);
             trace = command.getTraceFlag();
             return CommandBuilder::CommandToBytearray(&command);
@@ -139,6 +150,9 @@ TEST_F(Sequences, AgentResultsAreLogged) {
          "Client read result command unsuccessfully."},
         {"failure", result(1), log4cpp::Priority::ERROR, "Client requested command[600#9] unsuccessfully."},
         {"success", result(0), log4cpp::Priority::INFO, "Client request command[600#9] was successful."},
+        {"forged_line", result(1, "[600#9]\n2026-01-01 00:00:00.000 [1] ERROR forged"),
+         log4cpp::Priority::ERROR,
+         "Client requested command[600#9]\\n2026-01-01 00:00:00.000 [1] ERROR forged unsuccessfully."},
     };
     TaskScheduler scheduler(nullptr);
     for (const ResultCase& c : cases) {

@@ -12,6 +12,7 @@
 #include "store/SchedulerMemoryObjects.h"
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -21,6 +22,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <iterator>
 #include <thread>
 
 namespace {
@@ -78,63 +81,150 @@ TEST_F(DataStore, EmptyPathIsRefused) {
     EXPECT_TRUE(log.Has(log4cpp::Priority::DEBUG, "dbfile.isEmpty"));
 }
 
-struct BrokenFile {
-    const char* name;
-    QByteArray content;
-    const char* failedCheck;
-};
-
-// Files that are not a trigger database are refused, and left byte for byte
-// as they were.
-TEST_F(DataStore, RefusesBrokenFilesWithoutTouchingThem) {
-    const BrokenFile cases[] = {
-        {"text.db", "this is not a database\n", "m_databaseOperation.Init"},
-        {"random.db", QByteArray(4096, '\x5a'), "m_databaseOperation.Init"},
-    };
-    for (const BrokenFile& c : cases) {
-        SCOPED_TRACE(c.name);
-        QFile file(Path(c.name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(c.content);
-        file.close();
-        const QByteArray before = Digest(Path(c.name));
-        log.Clear();
-        EXPECT_FALSE(store.Init(Path(c.name)));
-        EXPECT_TRUE(log.Has(log4cpp::Priority::DEBUG, c.failedCheck));
-        store.UnInit();
-        EXPECT_EQ(Digest(Path(c.name)), before);
-    }
-}
-
-TEST_F(DataStore, RefusesADatabaseWithoutTheTriggerTable) {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "other");
-        db.setDatabaseName(Path("other.db"));
-        ASSERT_TRUE(db.open());
-        QSqlQuery(db).exec("CREATE TABLE unrelated (x INTEGER)");
-        db.close();
-    }
-    QSqlDatabase::removeDatabase("other");
-    const QByteArray before = Digest(Path("other.db"));
-    EXPECT_FALSE(store.Init(Path("other.db")));
-    EXPECT_TRUE(log.Has(log4cpp::Priority::DEBUG, "LoadDatabaseTriggerObjects"));
-    EXPECT_EQ(Digest(Path("other.db")), before);
-}
-
-TEST_F(DataStore, SkipsRowsThatCannotBeRead) {
-    StoreDatabase(Path("alldb.db"), 2);
+void Execute(const QString& path, const QStringList& statements) {
     {
         QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "edit");
-        db.setDatabaseName(Path("alldb.db"));
+        db.setDatabaseName(path);
         ASSERT_TRUE(db.open());
-        QSqlQuery(db).exec("UPDATE triggers SET interval_secs = 'often' WHERE plan_uuid = 'plan-0'");
+        for (const QString& statement : statements) {
+            QSqlQuery query(db);
+            EXPECT_TRUE(query.exec(statement)) << statement.toStdString();
+        }
         db.close();
     }
     QSqlDatabase::removeDatabase("edit");
+}
+
+void WriteFile(const QString& path, const QByteArray& content) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(content);
+}
+
+struct BrokenFile {
+    const char* name;
+    std::function<void(const QString&)> arrange;
+    const char* reason;
+};
+
+// Whatever is at the database's path and cannot be used gets one error line
+// with the file, the reason and the consequence, and is left as it was.
+TEST_F(DataStore, RefusesBrokenFilesWithOneClearLineWithoutTouchingThem) {
+    const BrokenFile cases[] = {
+        {"text.db", [](const QString& p) { WriteFile(p, "this is not a database\n"); },
+         "it is not an SQLite database"},
+        {"random.db", [](const QString& p) { WriteFile(p, QByteArray(4096, '\x5a')); },
+         "it is not an SQLite database"},
+        {"empty.db", [](const QString& p) { WriteFile(p, ""); }, "the file is empty"},
+        {"directory.db", [](const QString& p) { QDir().mkpath(p); }, "it is not a regular file"},
+        {"other.db", [](const QString& p) { Execute(p, {"CREATE TABLE unrelated (x INTEGER)"}); },
+         "it holds no trigger table"},
+        {"old.db", [](const QString& p) { Execute(p, {"CREATE TABLE triggers (plan_uuid TEXT)"}); },
+         "its trigger table lacks a column"},
+    };
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = Path(c.name);
+        c.arrange(path);
+        const QByteArray before = Digest(path);
+        log.Clear();
+        EXPECT_FALSE(store.Init(path));
+        const QString line = QString("Cannot load the plans database %1: %2").arg(path, c.reason);
+        EXPECT_EQ(log.CountContaining(line), 1) << log.Messages().join("\n").toStdString();
+        EXPECT_TRUE(store.getFailure().startsWith(line));
+        EXPECT_TRUE(store.getFailure().endsWith("; the service runs without plans and accepts no commands."));
+        store.UnInit();
+        EXPECT_EQ(Digest(path), before);
+    }
+}
+
+struct BadRow {
+    const char* plan;
+    const char* set;
+    const char* reason;
+};
+
+// A row that cannot become a working trigger is skipped with one warn line
+// naming the plan and why; every other row loads.
+TEST_F(DataStore, SkipsRowsThatCannotBecomeWorkingTriggers) {
+    const BadRow rows[] = {
+        {"type-0", "trigger_type = 0", "trigger type 0 has no fire"},
+        {"type-9", "trigger_type = 9", "trigger type 9 has no fire"},
+        {"negative-type", "trigger_type = -1", "its trigger_type cannot be read"},
+        {"word-interval", "interval_secs = 'often'", "its interval_secs cannot be read"},
+        {"real-duration", "duration_secs = 1.5", "its duration_secs cannot be read"},
+        {"blob-flag", "end_flag = x'01'", "its end_flag cannot be read"},
+        {"impossible-start", "start_time = '2026-02-30 25:61:00'",
+         "start time \"2026-02-30 25:61:00\" is not a valid"},
+        {"word-end", "end_time = 'tomorrow'", "end time \"tomorrow\" is not a valid"},
+        {"day-8", "trigger_type = 3, week_days = '1,8'", "week days \"1,8\" hold \"8\""},
+        {"month-13", "trigger_type = 4, months = '13'", "months \"13\" hold \"13\""},
+        {"month-day-99", "trigger_type = 4, month_days = '1, 99'", "month days \"1, 99\" hold \"99\""},
+        {"endless-interval", "interval_secs = 3162240001", "interval 3162240001 s is beyond a century"},
+        {"forged\nline", "trigger_type = 0", "trigger type 0"},
+    };
+    QStringList statements;
+    for (const BadRow& row : rows) {
+        statements << QString("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES ('%1', 2, "
+                              "'2026-03-10 08:00:00')")
+                          .arg(row.plan)
+                   << QString("UPDATE triggers SET %1 WHERE plan_uuid = '%2'").arg(row.set, row.plan);
+    }
+    statements
+        << QString("INSERT INTO triggers (plan_uuid, trigger_type) VALUES ('%1', 2)").arg(QString(256, 'u'))
+        << "INSERT INTO triggers (plan_uuid, trigger_type, start_time, week_days) VALUES "
+           "('event-ignores-calendar', 257, 'whenever', '99')";
+    StoreDatabase(Path("alldb.db"), 5);
+    Execute(Path("alldb.db"), statements);
     ASSERT_TRUE(store.Init(Path("alldb.db")));
-    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject("plan-0"), nullptr);
-    EXPECT_NE(SchedulerDataStoreManager::GetTriggerObject("plan-1"), nullptr);
-    EXPECT_EQ(log.CountContaining("Skipped a stored trigger that cannot be read (plan [plan-0])"), 1);
+    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObjectHash()->size(), 6);
+    EXPECT_NE(SchedulerDataStoreManager::GetTriggerObject("event-ignores-calendar"), nullptr);
+    for (const BadRow& row : rows) {
+        SCOPED_TRACE(row.plan);
+        EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject(row.plan), nullptr);
+        const QString plan = QString(row.plan).replace("\n", "\\n");
+        EXPECT_EQ(log.CountContaining(QString("Skipped the stored plan [%1]: %2").arg(plan, row.reason)), 1)
+            << log.Messages().join("\n").toStdString();
+    }
+    EXPECT_EQ(log.CountContaining("the plan UUID is 256 bytes long, more than 255"), 1);
+    EXPECT_EQ(log.CountContaining("Skipped the stored plan"), static_cast<int>(std::size(rows)) + 1);
+}
+
+// A writer that died inside a transaction leaves its changes in the file and
+// the originals in the journal; the committed plans are what loads.
+TEST_F(DataStore, RollsBackTheHotJournalOfACrashedWriter) {
+    StoreDatabase(Path("alldb.db"), 300);
+    QDir().mkpath(Path("crash"));
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "writer");
+        db.setDatabaseName(Path("alldb.db"));
+        ASSERT_TRUE(db.open());
+        QSqlQuery query(db);
+        // A tiny cache makes the uncommitted deletion reach the file itself.
+        ASSERT_TRUE(query.exec("PRAGMA cache_size = 2"));
+        ASSERT_TRUE(query.exec("BEGIN"));
+        ASSERT_TRUE(query.exec("DELETE FROM triggers"));
+        ASSERT_TRUE(QFile::exists(Path("alldb.db-journal")));
+        ASSERT_TRUE(QFile::copy(Path("alldb.db"), Path("crash/alldb.db")));
+        ASSERT_TRUE(QFile::copy(Path("alldb.db-journal"), Path("crash/alldb.db-journal")));
+        query.exec("ROLLBACK");
+        db.close();
+    }
+    QSqlDatabase::removeDatabase("writer");
+    ASSERT_TRUE(store.Init(Path("crash/alldb.db")));
+    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObjectHash()->size(), 300);
+    EXPECT_FALSE(QFile::exists(Path("crash/alldb.db-journal")));
+}
+
+// The service reads: however it opens the file, no statement of its own can
+// change it.
+TEST_F(DataStore, WritesNothing) {
+    StoreDatabase(Path("alldb.db"), 3);
+    const QByteArray before = Digest(Path("alldb.db"));
+    ASSERT_TRUE(store.Init(Path("alldb.db")));
+    store.UnInit();
+    EXPECT_EQ(Digest(Path("alldb.db")), before);
+    EXPECT_FALSE(QFile::exists(Path("alldb.db-journal")));
 }
 
 CommCommand* NewPlanRequest(const QString& planUuid, const TriggerDefinition& definition) {

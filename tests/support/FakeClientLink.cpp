@@ -11,10 +11,23 @@ void FakeClientLink::onRequestCommand(CommCommand* command) {
     }
     RequestTriggerExecuteInfoData data;
     CommandBuilder::BytearrayToData(request->getRfrnRequestData(), &data);
+    const Sent sent{request->getCommandType(),          request->getPlanUuid(),    data.getNextStartTime(),
+                    data.getTriggerEndFlag(),           request->getTriggerType(), request->getTriggerFlag(),
+                    request->getObjectCommunAttribute()};
+    std::function<void(const Sent&)> hook;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_sent.push_back(sent);
+        hook = m_hook;
+    }
+    if (hook) {
+        hook(sent);
+    }
+}
+
+void FakeClientLink::OnEachCommand(std::function<void(const Sent&)> hook) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_sent.push_back({request->getCommandType(), request->getPlanUuid(), data.getNextStartTime(),
-                      data.getTriggerEndFlag(), request->getTriggerType(), request->getTriggerFlag(),
-                      request->getObjectCommunAttribute()});
+    m_hook = std::move(hook);
 }
 
 std::vector<FakeClientLink::Sent> FakeClientLink::Commands() const {

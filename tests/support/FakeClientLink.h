@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -24,10 +25,14 @@ public:
     std::vector<Sent> Commands() const;
     std::vector<Sent> CommandsOfType(quint64 type) const;
     void Clear();
+    // Runs on the sending thread for every command, after it is recorded: a
+    // place to look at the system in the middle of the operation that sends.
+    void OnEachCommand(std::function<void(const Sent&)> hook);
 
     void onRequestCommand(CommCommand* command) override;
 
 private:
     mutable std::mutex m_mutex;
     std::vector<Sent> m_sent;
+    std::function<void(const Sent&)> m_hook;
 };

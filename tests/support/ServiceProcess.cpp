@@ -6,8 +6,9 @@
 
 #include <csignal>
 
-ServiceProcess::ServiceProcess(ServiceFolder& folder) : m_folder(folder) {
-    QFile::copy(QString(ORVEL_BIN_DIR) + "/OrvelSchedulerService", Executable());
+ServiceProcess::ServiceProcess(ServiceFolder& folder, const QString& program)
+    : m_folder(folder), m_program(program) {
+    QFile::copy(QString(ORVEL_BIN_DIR) + "/" + program, Executable());
     m_process.setProgram(Executable());
     m_process.setWorkingDirectory(folder.Dir());
 }
@@ -20,7 +21,7 @@ ServiceProcess::~ServiceProcess() {
 }
 
 QString ServiceProcess::Executable() const {
-    return m_folder.Path("OrvelSchedulerService");
+    return m_folder.Path(m_program);
 }
 
 bool ServiceProcess::Start(const QStringList& arguments) {
@@ -49,6 +50,24 @@ QStringList ServiceProcess::LogMessages() const {
 
 bool ServiceProcess::WaitForLog(const QString& message, int timeoutMSecs) {
     return QTest::qWaitFor([&] { return LogMessages().contains(message); }, timeoutMSecs);
+}
+
+quint16 ServiceProcess::WaitForCommandPort(int timeoutMSecs) {
+    static const QRegularExpression listening(R"(^The command server listens on \S+:(\d+)\.$)");
+    quint16 port = 0;
+    [[maybe_unused]] const bool logged = QTest::qWaitFor(
+        [&] {
+            for (const QString& message : LogMessages()) {
+                const QRegularExpressionMatch match = listening.match(message);
+                if (match.hasMatch()) {
+                    port = static_cast<quint16>(match.captured(1).toUInt());
+                    return true;
+                }
+            }
+            return false;
+        },
+        timeoutMSecs);
+    return port;
 }
 
 void ServiceProcess::Signal(int signal) {

@@ -9,7 +9,8 @@
 // so that its log, data and dumps land beside it as in production.
 class ServiceProcess {
 public:
-    explicit ServiceProcess(ServiceFolder& folder);
+    // program: an executable of the build's bin/ folder.
+    explicit ServiceProcess(ServiceFolder& folder, const QString& program = "OrvelSchedulerService");
     ~ServiceProcess();
 
     bool Start(const QStringList& arguments = {});
@@ -17,12 +18,16 @@ public:
     QStringList LogMessages() const;
     QStringList LogLines() const;
     bool WaitForLog(const QString& message, int timeoutMSecs);
+    // The port the command server logged that it listens on; 0 when no such
+    // line came in time.
+    quint16 WaitForCommandPort(int timeoutMSecs = 10000);
     void Signal(int signal);
-    bool WaitForExit(int timeoutMSecs);
+    bool WaitForExit(int timeoutMSecs = 10000);
     QProcess& process() { return m_process; }
     QString Executable() const;
 
 private:
     ServiceFolder& m_folder;
+    QString m_program;
     QProcess m_process;
 };

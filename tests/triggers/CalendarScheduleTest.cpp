@@ -230,6 +230,19 @@ const Row kRows[] = {
      "2026-03-13 20:00:40",
      true,
      "2026-03-13 20:00:01|2026-03-13 20:10:00|2026-03-13 20:20:00|2026-03-16 20:00:00"},
+    // Polling runs a plan at most once a minute, and one run counts one
+    // repetition of the span.
+    {"poll_short_interval_once_a_minute",
+     {2, "2026-03-01 08:30:00", "", 20},
+     "2026-03-10 08:30:00",
+     true,
+     "2026-03-10 08:30:01|2026-03-10 08:31:20|2026-03-10 08:32:20"},
+    {"poll_short_interval_counts_one_repetition_per_run",
+     {3, "2026-01-05 20:00:00", "", 20, 100, "1,3,5"},
+     "2026-03-13 20:00:00",
+     true,
+     "2026-03-13 20:00:01|2026-03-13 20:01:20|2026-03-13 20:02:20|2026-03-13 20:03:20|2026-03-13 "
+     "20:04:20|2026-03-13 20:05:20|2026-03-16 20:00:00"},
 };
 
 class CalendarSchedule : public ::testing::TestWithParam<Row> {};

@@ -1,0 +1,8 @@
+#include "ServiceThread.h"
+
+#include "SignalStack.h"
+
+void ServiceThread::run() {
+    SignalStack stack;
+    QThread::run();
+}

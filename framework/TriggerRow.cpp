@@ -1,0 +1,101 @@
+#include "TriggerRow.h"
+
+#include "TriggerAttribute.h"
+
+namespace {
+struct NumberColumn {
+    int column;
+    const char* name;
+    void (TriggerAttribute::*set)(quint64);
+};
+
+struct TextColumn {
+    int column;
+    const char* name;
+    void (TriggerAttribute::*set)(const QString&);
+};
+
+const NumberColumn kNumbers[] = {{1, "trigger_type", &TriggerAttribute::setTriggerType},
+                                 {4, "interval_secs", &TriggerAttribute::setInterval},
+                                 {5, "duration_secs", &TriggerAttribute::setDuration},
+                                 {9, "day_last_flag", &TriggerAttribute::setDayLastFlag},
+                                 {10, "end_flag", &TriggerAttribute::setTriggerEndFlag}};
+
+const TextColumn kTexts[] = {{2, "start_time", &TriggerAttribute::setStartTime},
+                             {3, "end_time", &TriggerAttribute::setEndTime},
+                             {6, "week_days", &TriggerAttribute::setWeekDays},
+                             {7, "months", &TriggerAttribute::setWhichMoths},
+                             {8, "month_days", &TriggerAttribute::setMonthDays}};
+
+QString Unreadable(const char* column) {
+    return QString("its %1 cannot be read").arg(column);
+}
+} // namespace
+
+// NULL reads as 0, as the columns' default would have it. SQLite keeps a text
+// it cannot store as an integer as text, so "often" or "-1" arrive here.
+bool TriggerRow::ReadUnsigned(const QVariant& value, quint64& out) {
+    out = 0;
+    if (value.isNull()) {
+        return true;
+    }
+    bool ok = false;
+    switch (value.userType()) {
+    case QMetaType::LongLong:
+    case QMetaType::Int: {
+        const qlonglong number = value.toLongLong(&ok);
+        out = static_cast<quint64>(number);
+        return ok && number >= 0;
+    }
+    case QMetaType::ULongLong:
+    case QMetaType::UInt:
+        out = value.toULongLong(&ok);
+        return ok;
+    case QMetaType::QString: {
+        const QString text = value.toString().trimmed();
+        out = text.toULongLong(&ok, 10);
+        return ok && !text.isEmpty() && text.front().isDigit();
+    }
+    default:
+        return false;
+    }
+}
+
+bool TriggerRow::ReadText(const QVariant& value, QString& out) {
+    if (value.isNull()) {
+        out = QString();
+        return true;
+    }
+    // A writer whose columns lack the text affinity may have kept a week day as an integer.
+    const int type = value.userType();
+    if (type != QMetaType::QString && type != QMetaType::QByteArray && type != QMetaType::LongLong &&
+        type != QMetaType::Int) {
+        return false;
+    }
+    out = value.toString();
+    return true;
+}
+
+QString TriggerRow::Read(const QVariantList& row, QString& planUuid, TriggerAttribute& attribute) {
+    if (row.size() != kColumns) {
+        return QString("it has %1 columns, not %2").arg(row.size()).arg(kColumns);
+    }
+    if (!ReadText(row.at(0), planUuid) || planUuid.isEmpty()) {
+        return Unreadable("plan_uuid");
+    }
+    for (const NumberColumn& c : kNumbers) {
+        quint64 value = 0;
+        if (!ReadUnsigned(row.at(c.column), value)) {
+            return Unreadable(c.name);
+        }
+        (attribute.*c.set)(value);
+    }
+    for (const TextColumn& c : kTexts) {
+        QString value;
+        if (!ReadText(row.at(c.column), value)) {
+            return Unreadable(c.name);
+        }
+        (attribute.*c.set)(value);
+    }
+    return QString();
+}

@@ -1,0 +1,421 @@
+#include "RunStateStore.h"
+
+#include "framework/Clock.h"
+#include "framework/Logger.h"
+
+#include <QFile>
+#include <QMutex>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <atomic>
+
+struct RunStateStore::Update {
+    bool removeFirst = false;
+    bool hasRun = false;
+    bool hasSchedule = false;
+    bool hasResult = false;
+    quint64 triggerType = 0;
+    QString due;
+    qint64 handedMSecs = 0;
+    QString nextStart;
+    quint64 endFlag = 0;
+    quint64 result = 0;
+    qint64 resultMSecs = 0;
+};
+
+namespace {
+// Times of day are the service's own texts ("yyyy-MM-dd hh:mm:ss", local
+// time), so that a row reads as the log does; moments are milliseconds since
+// the epoch. An empty next_start means no further start. WITHOUT ROWID keeps
+// the plan UUID once per row instead of in the table and again in its index.
+constexpr const char* kCreateRuns = "CREATE TABLE IF NOT EXISTS runs ("
+                                    "plan_uuid TEXT PRIMARY KEY NOT NULL,"
+                                    "trigger_type INTEGER,"
+                                    "next_start TEXT,"
+                                    "end_flag INTEGER,"
+                                    "last_due TEXT,"
+                                    "last_handed INTEGER,"
+                                    "result INTEGER,"
+                                    "result_at INTEGER) WITHOUT ROWID";
+constexpr const char* kCreateMeta =
+    "CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID";
+// A column a change does not touch is bound as NULL and keeps its value.
+constexpr const char* kUpsert =
+    "INSERT INTO runs (plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
+    "result_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(plan_uuid) DO UPDATE SET "
+    "trigger_type = coalesce(excluded.trigger_type, trigger_type),"
+    "next_start = coalesce(excluded.next_start, next_start),"
+    "end_flag = coalesce(excluded.end_flag, end_flag),"
+    "last_due = coalesce(excluded.last_due, last_due),"
+    "last_handed = coalesce(excluded.last_handed, last_handed),"
+    "result = coalesce(excluded.result, result),"
+    "result_at = coalesce(excluded.result_at, result_at)";
+
+std::atomic<int> g_connectionSequence{0};
+
+// The open store and the changes not yet written, shared by every thread that
+// records.
+QMutex g_mutex;
+RunStateStore* g_current = nullptr;
+QHash<QString, RunStateStore::Update> g_batch;
+
+QVariant Nullable(bool present, const QVariant& value) {
+    return present ? value : QVariant();
+}
+
+// A text that binds as a text also when it is null.
+QString Text(const QString& text) {
+    return text.isNull() ? QStringLiteral("") : text;
+}
+} // namespace
+
+RunStateStore::RunStateStore(QObject* parent)
+    : QObject(parent), m_connectionName(QString("orvel-state-%1").arg(++g_connectionSequence)) {
+    m_batchTimer.setSingleShot(true);
+    m_batchTimer.setInterval(kBatchMSecs);
+    connect(&m_batchTimer, &QTimer::timeout, this, &RunStateStore::Flush);
+}
+
+RunStateStore::~RunStateStore() {
+    Close();
+}
+
+bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
+    Close();
+    m_path = path;
+    QString problem;
+    if (!QFile::exists(path)) {
+        Logger::Warn(QString("The run state file %1 is missing; a fresh one is started.").arg(path));
+    } else if (!OpenFile(problem)) {
+        CloseConnection();
+        const QString aside = SetAside();
+        if (aside.isEmpty()) {
+            Logger::Error(QString("The run state file %1 cannot be used (%2) nor set aside; the service runs "
+                                  "without run state.")
+                              .arg(path, problem));
+            return false;
+        }
+        Logger::Warn(QString("The run state file %1 cannot be used (%2); it is kept as %3 and a fresh one is "
+                             "started.")
+                         .arg(path, problem, aside));
+    }
+    if (!m_open && !OpenFile(problem)) {
+        CloseConnection();
+        Logger::Error(QString("The run state file %1 cannot be created (%2); the service runs without run "
+                              "state.")
+                          .arg(path, problem));
+        return false;
+    }
+    LoadAndPrune(livePlans);
+    QMutexLocker locker(&g_mutex);
+    g_current = this;
+    g_batch.clear();
+    return true;
+}
+
+// Nothing is written to a file before it has proved to be a state file, so
+// that a file set aside keeps the bytes it was found with.
+bool RunStateStore::OpenFile(QString& problem) {
+    CloseConnection();
+    QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", m_connectionName);
+    db.setDatabaseName(m_path);
+    db.setConnectOptions("QSQLITE_BUSY_TIMEOUT=1000");
+    m_open = true;
+    if (!db.open()) {
+        problem = db.lastError().text();
+        return false;
+    }
+    QSqlQuery query(db);
+    if (!query.exec("PRAGMA quick_check") || !query.next() || query.value(0).toString() != "ok") {
+        problem = query.lastError().isValid() ? query.lastError().text() : query.value(0).toString();
+        return false;
+    }
+    if (!EnsureSchema(problem)) {
+        return false;
+    }
+    // In WAL mode NORMAL loses no committed transaction when the process dies,
+    // only on a power cut, and spares a disk flush per batch.
+    if (!query.exec("PRAGMA journal_mode = WAL") || !query.next() ||
+        query.value(0).toString().compare("wal", Qt::CaseInsensitive) != 0 ||
+        !query.exec("PRAGMA synchronous = NORMAL")) {
+        problem = query.lastError().isValid() ? query.lastError().text() : QString("no write-ahead log");
+        return false;
+    }
+    return true;
+}
+
+bool RunStateStore::EnsureSchema(QString& problem) {
+    QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
+    if (!query.exec("PRAGMA user_version") || !query.next()) {
+        problem = query.lastError().text();
+        return false;
+    }
+    const int version = query.value(0).toInt();
+    if (version == kSchemaVersion) {
+        if (!query.exec(
+                "SELECT plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
+                "result_at FROM runs LIMIT 1") ||
+            !query.exec("SELECT key, value FROM meta LIMIT 1")) {
+            problem = query.lastError().text();
+            return false;
+        }
+        return true;
+    }
+    if (version != 0 || !query.exec("SELECT count(*) FROM sqlite_master") || !query.next() ||
+        query.value(0).toInt() != 0) {
+        problem = version != 0 ? QString("schema version %1").arg(version) : QString("not a run state file");
+        return false;
+    }
+    if (!query.exec(kCreateRuns) || !query.exec(kCreateMeta) ||
+        !query.exec(QString("PRAGMA user_version = %1").arg(kSchemaVersion))) {
+        problem = query.lastError().text();
+        return false;
+    }
+    return true;
+}
+
+// The file and its journal files move together; a journal left beside a fresh
+// file could otherwise be taken for the fresh file's own.
+QString RunStateStore::SetAside() {
+    const QString stamp = Clock::now().toString("yyyyMMddhhmmss");
+    QString aside = QString("%1.bad-%2").arg(m_path, stamp);
+    for (int n = 1; QFile::exists(aside); ++n) {
+        aside = QString("%1.bad-%2-%3").arg(m_path, stamp).arg(n);
+    }
+    if (!QFile::rename(m_path, aside)) {
+        return QString();
+    }
+    for (const char* suffix : {"-wal", "-shm"}) {
+        if (QFile::exists(m_path + suffix)) {
+            QFile::rename(m_path + suffix, aside + suffix);
+        }
+    }
+    return aside;
+}
+
+void RunStateStore::CloseConnection() {
+    if (!m_open) {
+        return;
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(m_connectionName);
+    m_open = false;
+}
+
+bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
+    QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    if (!query.exec("SELECT plan_uuid, last_due, next_start FROM runs")) {
+        return false;
+    }
+    QStringList gone;
+    while (query.next()) {
+        const QString planUuid = query.value(0).toString();
+        if (!livePlans.contains(planUuid)) {
+            gone << planUuid;
+            continue;
+        }
+        const StoredRun run{query.value(1).toString(), query.value(2).toString()};
+        m_storedRuns.insert(planUuid, run);
+        if (!run.nextStart.isEmpty() &&
+            (m_summary.nextStart.isEmpty() || run.nextStart < m_summary.nextStart)) {
+            m_summary = Summary{planUuid, run.nextStart};
+        }
+    }
+    query.finish();
+    if (gone.isEmpty()) {
+        return true;
+    }
+    db.transaction();
+    query.prepare("DELETE FROM runs WHERE plan_uuid = ?");
+    for (const QString& planUuid : qAsConst(gone)) {
+        query.addBindValue(planUuid);
+        query.exec();
+    }
+    return db.commit();
+}
+
+QHash<QString, RunStateStore::StoredRun> RunStateStore::TakeStoredRuns() {
+    QHash<QString, StoredRun> runs;
+    runs.swap(m_storedRuns);
+    return runs;
+}
+
+void RunStateStore::Close() {
+    {
+        QMutexLocker locker(&g_mutex);
+        if (g_current == this) {
+            g_current = nullptr;
+        }
+    }
+    m_batchTimer.stop();
+    if (m_open) {
+        Flush();
+    }
+    CloseConnection();
+}
+
+bool RunStateStore::Flush() {
+    QHash<QString, Update> batch;
+    {
+        QMutexLocker locker(&g_mutex);
+        batch.swap(g_batch);
+    }
+    if (batch.isEmpty() || !m_open) {
+        return true;
+    }
+    if (!WriteBatch(batch)) {
+        return false;
+    }
+    RefreshSummary(batch);
+    return true;
+}
+
+bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
+    QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+    QSqlQuery upsert(db);
+    QSqlQuery remove(db);
+    QSqlQuery meta(db);
+    bool ok =
+        db.transaction() && upsert.prepare(kUpsert) && remove.prepare("DELETE FROM runs WHERE plan_uuid = ?");
+    for (auto it = batch.constBegin(); ok && it != batch.constEnd(); ++it) {
+        const Update& u = it.value();
+        if (u.removeFirst) {
+            remove.addBindValue(it.key());
+            ok = remove.exec();
+        }
+        if (!ok || !(u.hasRun || u.hasSchedule || u.hasResult)) {
+            continue;
+        }
+        const QVariantList values = {it.key(),
+                                     Nullable(u.hasRun || u.hasSchedule, u.triggerType),
+                                     Nullable(u.hasSchedule, Text(u.nextStart)),
+                                     Nullable(u.hasSchedule, u.endFlag),
+                                     Nullable(u.hasRun, Text(u.due)),
+                                     Nullable(u.hasRun, u.handedMSecs),
+                                     Nullable(u.hasResult, u.result),
+                                     Nullable(u.hasResult, u.resultMSecs)};
+        for (const QVariant& value : values) {
+            upsert.addBindValue(value);
+        }
+        ok = upsert.exec();
+    }
+    ok = ok && meta.exec(QString("INSERT OR REPLACE INTO meta (key, value) VALUES ('written_at', %1)")
+                             .arg(Clock::nowMSecsSinceEpoch()));
+    if (ok && db.commit()) {
+        m_reportedWriteFailure = false;
+        return true;
+    }
+    const QString problem = db.lastError().isValid() ? db.lastError().text() : upsert.lastError().text();
+    db.rollback();
+    // One line per streak of failures; the next batch tries again.
+    if (!m_reportedWriteFailure) {
+        Logger::Warn(QString("The run state of %1 plans could not be written to %2 (%3).")
+                         .arg(batch.size())
+                         .arg(m_path, problem));
+        m_reportedWriteFailure = true;
+    }
+    return false;
+}
+
+// The earliest next start is followed from the batches; only when the plan
+// that held it changes is the file asked again.
+void RunStateStore::RefreshSummary(const QHash<QString, Update>& batch) {
+    bool rescan = false;
+    bool changed = false;
+    for (auto it = batch.constBegin(); it != batch.constEnd(); ++it) {
+        const Update& u = it.value();
+        if (it.key() == m_summary.nextPlan && (u.removeFirst || u.hasSchedule)) {
+            rescan = true;
+        } else if (u.hasSchedule && !u.nextStart.isEmpty() &&
+                   (m_summary.nextStart.isEmpty() || u.nextStart < m_summary.nextStart)) {
+            m_summary = Summary{it.key(), u.nextStart};
+            changed = true;
+        }
+    }
+    if (rescan) {
+        QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
+        query.setForwardOnly(true);
+        m_summary = Summary{};
+        if (query.exec("SELECT plan_uuid, min(next_start) FROM runs WHERE next_start > ''") && query.next()) {
+            m_summary = Summary{query.value(0).toString(), query.value(1).toString()};
+        }
+        changed = true;
+    }
+    if (changed) {
+        Q_EMIT summaryChanged();
+    }
+}
+
+void RunStateStore::Merge(const QString& planUuid, const Update& change) {
+    QMutexLocker locker(&g_mutex);
+    if (g_current == nullptr) {
+        return;
+    }
+    if (g_batch.isEmpty()) {
+        QMetaObject::invokeMethod(&g_current->m_batchTimer, "start", Qt::QueuedConnection);
+    }
+    Update& u = g_batch[planUuid];
+    if (change.removeFirst) {
+        u = change;
+        return;
+    }
+    if (change.hasRun) {
+        u.hasRun = true;
+        u.due = change.due;
+        u.handedMSecs = change.handedMSecs;
+        u.triggerType = change.triggerType;
+    }
+    if (change.hasSchedule) {
+        u.hasSchedule = true;
+        u.nextStart = change.nextStart;
+        u.endFlag = change.endFlag;
+        u.triggerType = change.triggerType;
+    }
+    if (change.hasResult) {
+        u.hasResult = true;
+        u.result = change.result;
+        u.resultMSecs = change.resultMSecs;
+    }
+}
+
+void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
+                              qint64 handedMSecs) {
+    Update change;
+    change.hasRun = true;
+    change.triggerType = triggerType;
+    change.due = due;
+    change.handedMSecs = handedMSecs;
+    Merge(planUuid, change);
+}
+
+void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
+                                   quint64 endFlag) {
+    Update change;
+    change.hasSchedule = true;
+    change.triggerType = triggerType;
+    change.nextStart = nextStart;
+    change.endFlag = endFlag;
+    Merge(planUuid, change);
+}
+
+void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
+    Update change;
+    change.hasResult = true;
+    change.result = result;
+    change.resultMSecs = atMSecs;
+    Merge(planUuid, change);
+}
+
+void RunStateStore::RecordRemoval(const QString& planUuid) {
+    Update change;
+    change.removeFirst = true;
+    Merge(planUuid, change);
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QHash>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QTimer>
+
+// The service's own run state in data/state.db (SQLite, WAL), beside the plans
+// database, which the service never writes: per plan the last run, the next
+// start, the end flag and the agent's last answer to a run.
+//
+// Recording is cheap and may happen on any thread: it only merges the change
+// into the batch in memory. The batch is written in one transaction on the
+// store's thread at most kBatchMSecs after its first change, so no single fire
+// waits for the disk. A kill at any moment loses at most the batch in memory;
+// SQLite's journal keeps the file itself whole.
+class RunStateStore : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int kBatchMSecs = 100;
+    static constexpr int kSchemaVersion = 1;
+
+    // What the state file knew of a plan when the service started.
+    struct StoredRun {
+        QString lastDue;   // "yyyy-MM-dd hh:mm:ss"; empty when the plan never ran
+        QString nextStart; // empty when none was known
+    };
+
+    // The plan that runs next, for the line the service shows to systemd.
+    struct Summary {
+        QString nextPlan;
+        QString nextStart;
+    };
+
+    // The changes of one plan waiting to be written.
+    struct Update;
+
+    explicit RunStateStore(QObject* parent = nullptr);
+    ~RunStateStore() override;
+
+    // Opens the state file, or starts a fresh one when it is missing, locked or
+    // damaged (the damaged file is renamed aside, never deleted), and forgets
+    // the rows of plans that are not in `livePlans`. False only when no state
+    // file can be used at all; the service then runs without one.
+    bool Open(const QString& path, const QSet<QString>& livePlans);
+    // Writes what is pending and stops recording.
+    void Close();
+    QHash<QString, StoredRun> TakeStoredRuns();
+    // Writes the pending batch now; false when the write failed.
+    bool Flush();
+    Summary LastSummary() const { return m_summary; }
+
+    // The recorders; harmless while no store is open.
+    static void RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
+                          qint64 handedMSecs);
+    static void RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
+                               quint64 endFlag);
+    static void RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs);
+    static void RecordRemoval(const QString& planUuid);
+
+Q_SIGNALS:
+    // After a write that may have changed the summary.
+    void summaryChanged();
+
+private:
+    bool OpenFile(QString& problem);
+    bool EnsureSchema(QString& problem);
+    QString SetAside();
+    void CloseConnection();
+    bool LoadAndPrune(const QSet<QString>& livePlans);
+    bool WriteBatch(const QHash<QString, Update>& batch);
+    void RefreshSummary(const QHash<QString, Update>& batch);
+    static void Merge(const QString& planUuid, const Update& change);
+
+    QString m_path;
+    QString m_connectionName;
+    bool m_open = false;
+    bool m_reportedWriteFailure = false;
+    QTimer m_batchTimer;
+    QHash<QString, StoredRun> m_storedRuns;
+    Summary m_summary;
+};

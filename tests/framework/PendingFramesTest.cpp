@@ -1,0 +1,93 @@
+// What waits for the agent while it is unreachable.
+#include "framework/PendingFrames.h"
+#include "framework/CommandBuilder.h"
+#include "framework/FrameReader.h"
+#include "framework/RequestCommand.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+namespace {
+struct Command {
+    quint64 type;
+    const char* plan;
+};
+
+QByteArray Payload(const Command& c) {
+    std::unique_ptr<CommCommand> command(CommandBuilder::BuilderCommand(c.type));
+    command->setPlanUuid(c.plan);
+    return CommandBuilder::CommandToBytearray(command.get());
+}
+
+// "<type> <plan>" of every frame in the order they would go out.
+QStringList Drain(PendingFrames& frames) {
+    QStringList out;
+    while (!frames.Empty()) {
+        FrameReader reader;
+        reader.Append(frames.TakeFront());
+        QByteArray payload;
+        EXPECT_TRUE(reader.Next(payload));
+        std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(payload));
+        out << (command ? QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid())
+                        : QString::fromUtf8(payload));
+    }
+    return out;
+}
+
+struct MergeCase {
+    const char* name;
+    std::vector<Command> pushed;
+    QStringList delivered;
+    int mergedRuns;
+};
+
+class PendingFramesMerge : public ::testing::TestWithParam<MergeCase> {};
+
+TEST_P(PendingFramesMerge, KeepsTheNewestRunAndTriggerInfoPerPlan) {
+    PendingFrames frames(100);
+    int merged = 0;
+    for (const Command& c : GetParam().pushed) {
+        merged += frames.Push(Payload(c)).mergedRun ? 1 : 0;
+    }
+    EXPECT_EQ(merged, GetParam().mergedRuns);
+    EXPECT_EQ(Drain(frames), GetParam().delivered);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, PendingFramesMerge,
+    ::testing::Values(
+        MergeCase{"fiveRunsOfOnePlan",
+                  {{600, "a"}, {601, "a"}, {600, "a"}, {601, "a"}, {600, "a"}, {600, "a"}, {600, "a"}},
+                  {"601 a", "600 a"},
+                  4},
+        MergeCase{"plansDoNotMergeWithEachOther",
+                  {{600, "a"}, {600, "b"}, {601, "b"}, {600, "a"}},
+                  {"600 b", "601 b", "600 a"},
+                  1},
+        MergeCase{
+            "otherCommandsAllWait", {{200, "a"}, {200, "a"}, {203, "a"}}, {"200 a", "200 a", "203 a"}, 0},
+        MergeCase{"triggerInfoMergesSilently", {{601, "a"}, {601, "a"}}, {"601 a"}, 0}),
+    [](const ::testing::TestParamInfo<MergeCase>& info) { return std::string(info.param.name); });
+
+TEST(PendingFrames, TheBoundDropsTheOldestAndForgetsItsKey) {
+    PendingFrames frames(3);
+    EXPECT_FALSE(frames.Push(Payload({600, "a"})).droppedOldest);
+    frames.Push(Payload({600, "b"}));
+    frames.Push(Payload({600, "c"}));
+    EXPECT_TRUE(frames.Push(Payload({600, "d"})).droppedOldest);
+    EXPECT_EQ(frames.Size(), 3u);
+    // "a" was dropped, so a new run of it is no merge.
+    EXPECT_FALSE(frames.Push(Payload({600, "a"})).mergedRun);
+    EXPECT_EQ(Drain(frames), (QStringList{"600 c", "600 d", "600 a"}));
+}
+
+TEST(PendingFrames, BytesThatAreNoCommandWaitAsTheyAre) {
+    PendingFrames frames(10);
+    frames.Push("x");
+    frames.Push("x");
+    frames.Push(QByteArray());
+    EXPECT_EQ(frames.Size(), 3u);
+}
+} // namespace

@@ -1,0 +1,246 @@
+// The run state file: batches, bad files set aside, rows of deleted plans.
+#include "support/LogCapture.h"
+
+#include "store/RunStateStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <log4cpp/Priority.hh>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace {
+QSet<QString> Plans(int count) {
+    QSet<QString> plans;
+    for (int i = 0; i < count; ++i) {
+        plans.insert(QString("plan-%1").arg(i));
+    }
+    return plans;
+}
+
+// Rows as "plan next end due handed result", read by a second connection as
+// orvelctl reads them.
+QStringList Rows(const QString& path) {
+    QStringList rows;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "reader");
+        db.setDatabaseName(path);
+        EXPECT_TRUE(db.open());
+        QSqlQuery query(db);
+        query.exec("SELECT plan_uuid, next_start, end_flag, last_due, last_handed, result FROM runs "
+                   "ORDER BY plan_uuid");
+        while (query.next()) {
+            QStringList fields;
+            for (int i = 0; i < 6; ++i) {
+                fields << (query.value(i).isNull() ? "-" : query.value(i).toString());
+            }
+            rows << fields.join(' ');
+        }
+    }
+    QSqlDatabase::removeDatabase("reader");
+    return rows;
+}
+
+TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    {
+        RunStateStore store;
+        ASSERT_TRUE(store.Open(path, Plans(3)));
+        RunStateStore::RecordSchedule("plan-0", 2, "2026-03-10 08:00:00", 0);
+        RunStateStore::RecordRun("plan-0", 2, "2026-03-10 08:00:00", 1000);
+        RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
+        RunStateStore::RecordSchedule("plan-1", 1, QString(), 1);
+        // Nothing reaches the file before the batch is written.
+        EXPECT_TRUE(Rows(path).isEmpty());
+        ASSERT_TRUE(store.Flush());
+        EXPECT_EQ(Rows(path), (QStringList{"plan-0 2026-03-11 08:00:00 0 2026-03-10 08:00:00 1000 -",
+                                           "plan-1  1 - - -"}));
+        RunStateStore::RecordResult("plan-0", 1, 2000);
+        RunStateStore::RecordRun("plan-2", 257, "2026-03-10 09:00:00", 3000);
+    }
+    // Closing wrote the last batch; recording after it changes nothing.
+    RunStateStore::RecordRun("plan-1", 1, "2026-03-12 08:00:00", 4000);
+    EXPECT_EQ(Rows(path), (QStringList{"plan-0 2026-03-11 08:00:00 0 2026-03-10 08:00:00 1000 1",
+                                       "plan-1  1 - - -", "plan-2 - - 2026-03-10 09:00:00 3000 -"}));
+
+    RunStateStore reopened;
+    ASSERT_TRUE(reopened.Open(path, {"plan-0", "plan-2"}));
+    const QHash<QString, RunStateStore::StoredRun> runs = reopened.TakeStoredRuns();
+    EXPECT_EQ(runs.value("plan-0").lastDue, "2026-03-10 08:00:00");
+    EXPECT_EQ(runs.value("plan-0").nextStart, "2026-03-11 08:00:00");
+    EXPECT_TRUE(runs.value("plan-2").nextStart.isEmpty());
+    // plan-1 is no longer a plan of the service: its row went at the start.
+    EXPECT_FALSE(runs.contains("plan-1"));
+    EXPECT_EQ(Rows(path).size(), 2);
+    RunStateStore::RecordRemoval("plan-2");
+    ASSERT_TRUE(reopened.Flush());
+    EXPECT_EQ(Rows(path).size(), 1);
+}
+
+TEST(RunStateStore, ABatchIsWrittenSoonAfterItsFirstChange) {
+    QTemporaryDir dir;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), Plans(1)));
+    RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return Rows(dir.filePath("state.db")).size() == 1; }, 10000));
+}
+
+TEST(RunStateStore, FollowsTheEarliestNextStart) {
+    QTemporaryDir dir;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), Plans(3)));
+    QSignalSpy changes(&store, &RunStateStore::summaryChanged);
+    RunStateStore::RecordSchedule("plan-0", 2, "2026-03-10 09:00:00", 0);
+    RunStateStore::RecordSchedule("plan-1", 2, "2026-03-10 10:00:00", 0);
+    store.Flush();
+    EXPECT_EQ(store.LastSummary().nextPlan, "plan-0");
+    RunStateStore::RecordSchedule("plan-2", 2, "2026-03-10 11:00:00", 0);
+    store.Flush();
+    EXPECT_EQ(changes.size(), 1);
+    // The earliest plan moves on: the next one takes its place.
+    RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 09:00:00", 0);
+    store.Flush();
+    EXPECT_EQ(store.LastSummary().nextPlan, "plan-1");
+    EXPECT_EQ(store.LastSummary().nextStart, "2026-03-10 10:00:00");
+    RunStateStore::RecordRemoval("plan-1");
+    RunStateStore::RecordSchedule("plan-2", 2, QString(), 1);
+    store.Flush();
+    EXPECT_EQ(store.LastSummary().nextPlan, "plan-0");
+}
+
+struct BadFileCase {
+    const char* name;
+    std::function<void(const QString& path)> spoil;
+};
+
+class RunStateStoreBadFile : public ::testing::TestWithParam<BadFileCase> {};
+
+// A file the store cannot use is kept aside untouched, and a fresh one works.
+TEST_P(RunStateStoreBadFile, IsSetAsideWithOneWarningAndAFreshFileStarts) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    GetParam().spoil(path);
+    QFile original(path);
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    const QByteArray bytes = original.readAll();
+    original.close();
+
+    LogCapture log;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_EQ(log.Lines().size(), 1u) << log.Messages().join('\n').toStdString();
+    EXPECT_EQ(log.Lines().front().priority, log4cpp::Priority::WARN);
+    EXPECT_TRUE(log.Lines().front().message.contains("cannot be used"));
+    const QStringList aside = QDir(dir.path()).entryList({"state.db.bad-*"}, QDir::Files);
+    ASSERT_FALSE(aside.isEmpty());
+    QFile kept(dir.filePath(aside.filter(QRegExp("bad-\\d+$")).value(0)));
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll().left(bytes.size()), bytes);
+
+    RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
+    EXPECT_TRUE(store.Flush());
+    store.Close();
+    EXPECT_EQ(Rows(path).size(), 1);
+}
+
+void WriteFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    file.open(QIODevice::WriteOnly);
+    file.write(bytes);
+}
+
+void Execute(const QString& path, const QStringList& statements) {
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "spoiler");
+        db.setDatabaseName(path);
+        db.open();
+        QSqlQuery query(db);
+        for (const QString& statement : statements) {
+            query.exec(statement);
+        }
+    }
+    QSqlDatabase::removeDatabase("spoiler");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, RunStateStoreBadFile,
+    ::testing::Values(
+        BadFileCase{"notADatabase", [](const QString& path) { WriteFile(path, QByteArray(8192, 'x')); }},
+        BadFileCase{"truncatedDatabase",
+                    [](const QString& path) {
+                        Execute(path, {"CREATE TABLE t (x)", "INSERT INTO t VALUES (randomblob(100000))"});
+                        QFile file(path);
+                        file.resize(3000);
+                    }},
+        BadFileCase{"laterSchemaVersion",
+                    [](const QString& path) { Execute(path, {"PRAGMA user_version = 7"}); }},
+        BadFileCase{"foreignRunsTable",
+                    [](const QString& path) { Execute(path, {"CREATE TABLE runs (something TEXT)"}); }}),
+    [](const ::testing::TestParamInfo<BadFileCase>& info) { return std::string(info.param.name); });
+
+TEST(RunStateStore, ALockedFileIsSetAsideToo) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "holder");
+    db.setDatabaseName(path);
+    ASSERT_TRUE(db.open());
+    QSqlQuery query(db);
+    ASSERT_TRUE(query.exec("CREATE TABLE t (x)"));
+    ASSERT_TRUE(query.exec("BEGIN EXCLUSIVE"));
+    ASSERT_TRUE(query.exec("INSERT INTO t VALUES (1)"));
+    {
+        LogCapture log;
+        RunStateStore store;
+        EXPECT_TRUE(store.Open(path, Plans(1)));
+        EXPECT_EQ(log.CountContaining("cannot be used"), 1);
+        EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
+    }
+    query.exec("ROLLBACK");
+    query.finish();
+    db.close();
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase("holder");
+}
+
+TEST(RunStateStore, AMissingFileIsSaidOnceAndCreated) {
+    QTemporaryDir dir;
+    LogCapture log;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), {}));
+    EXPECT_EQ(log.CountContaining("is missing; a fresh one is started."), 1);
+    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_TRUE(QFile::exists(dir.filePath("state.db")));
+}
+
+// The disk a million plans need: at most 200 bytes per plan with every column
+// filled.
+TEST(RunStateStore, TakesAtMost200BytesPerPlan) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    constexpr int kPlans = 20000;
+    {
+        RunStateStore store;
+        ASSERT_TRUE(store.Open(path, {}));
+        for (int i = 0; i < kPlans; ++i) {
+            const QString plan =
+                QString("%1-4c1d-8e2f-9a0b-%2").arg(i, 8, 16, QChar('0')).arg(i, 12, 10, QChar('0'));
+            RunStateStore::RecordSchedule(plan, 1 + i % 4, "2026-03-11 08:00:00", 0);
+            RunStateStore::RecordRun(plan, 1 + i % 4, "2026-03-10 08:00:00", 1773129600000 + i);
+            RunStateStore::RecordResult(plan, 0, 1773129601000 + i);
+        }
+        ASSERT_TRUE(store.Flush());
+    }
+    const qint64 bytes = QFileInfo(path).size() + QFileInfo(path + "-wal").size();
+    EXPECT_LE(bytes / kPlans, 200) << bytes;
+}
+} // namespace

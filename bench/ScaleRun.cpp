@@ -7,8 +7,8 @@
 // memory per plan, and the time from SIGTERM to exit.
 // Usage: scale_run --help
 #include "BenchClient.h"
-#include "ReservedPort.h"
 #include "CountingAgent.h"
+#include "ReservedPort.h"
 #include "ScalePlans.h"
 #include "ServiceUnderTest.h"
 

@@ -5,7 +5,6 @@
 #include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
-#include <QTcpServer>
 #include <QVariant>
 
 #include <unistd.h>
@@ -47,12 +46,6 @@ void BenchSupport::StorePlans(const QString& path, int count) {
         db.close();
     }
     QSqlDatabase::removeDatabase("bench-writer");
-}
-
-quint16 BenchSupport::FreePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
 }
 
 qint64 BenchSupport::ResidentBytes() {

@@ -12,5 +12,4 @@ public:
     static TriggerAttribute QuietTrigger(int index);
     static void StorePlans(const QString& path, int count);
     static qint64 ResidentBytes();
-    static quint16 FreePort();
 };

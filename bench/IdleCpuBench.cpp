@@ -2,6 +2,7 @@
 // not come due, run for S seconds after start-up has settled.
 // Usage: idle_cpu_bench [seconds=60] [plans=100000] [mode=poll|timer]
 #include "BenchSupport.h"
+#include "ReservedPort.h"
 
 #include "framework/Clock.h"
 
@@ -26,12 +27,12 @@ double CpuSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-void WriteConfig(const QString& path, bool timerMode) {
+// No agent listens on the reserved port: the reports wait in the link's buffer.
+void WriteConfig(const QString& path, quint16 agentPort, bool timerMode) {
     QFile file(path);
     file.open(QIODevice::WriteOnly);
-    file.write(QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
-                   .arg(BenchSupport::FreePort())
-                   .arg(BenchSupport::FreePort())
+    file.write(QString("[Communication]\nSchedulerPort=0\nAgentPort=%1\n[Scheduler]\nDateTimeFireType=%2\n")
+                   .arg(agentPort)
                    .arg(timerMode ? 1 : 0)
                    .toUtf8());
 }
@@ -47,7 +48,8 @@ int main(int argc, char** argv) {
     QTemporaryDir dir;
     QDir(dir.path()).mkpath("cfg");
     QDir(dir.path()).mkpath("data");
-    WriteConfig(dir.filePath("cfg/config.ini"), timerMode);
+    ReservedPort agentPort;
+    WriteConfig(dir.filePath("cfg/config.ini"), agentPort.port(), timerMode);
     BenchSupport::StorePlans(dir.filePath("data/alldb.db"), plans);
 
     TaskScheduler scheduler(nullptr);

@@ -1,6 +1,7 @@
 // Costs of the hot paths: one start-time computation per type, loading the
 // store at start-up, the poll over idle fires, the first poll after start-up
-// and arming timer fires. Run: build/bin/orvel_bench
+// and arming timer fires, and the peer's user id lookup that each command
+// connection costs. Run: build/bin/orvel_bench
 #include "BenchSupport.h"
 
 #include "communication/SchedulerClientCommunManager.h"
@@ -9,6 +10,8 @@
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
 #include "framework/Logger.h"
+#include "framework/PeerAccessPolicy.h"
+#include "framework/PeerCredentials.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "triggers/DateTimeFire.h"
@@ -18,6 +21,11 @@
 #include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 struct SeekCase {
@@ -194,6 +202,51 @@ void BM_ArmTimerFires(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_ArmTimerFires)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// The server's end of one loopback TCP connection, and the client's.
+struct LoopbackConnection {
+    int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int accepted = -1;
+
+    LoopbackConnection() {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        ::bind(listener, reinterpret_cast<sockaddr*>(&address), length);
+        ::listen(listener, 1);
+        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+        ::connect(client, reinterpret_cast<sockaddr*>(&address), length);
+        accepted = ::accept(listener, nullptr, nullptr);
+    }
+    ~LoopbackConnection() {
+        ::close(accepted);
+        ::close(client);
+        ::close(listener);
+    }
+};
+
+// What the command server pays once per connection to learn who is calling.
+void BM_PeerUidLookup(benchmark::State& state) {
+    const LoopbackConnection connection;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(PeerCredentials::OfSocket(connection.accepted));
+    }
+}
+BENCHMARK(BM_PeerUidLookup)->Unit(benchmark::kMicrosecond);
+
+// What each command costs to be checked: 0 an allowed user, 1 a member of an
+// allowed group (the account database is read), 2 a refused user.
+void BM_AccessCheck(benchmark::State& state) {
+    const PeerAccessPolicy policy({"root"}, {"nogroup"});
+    const uid_t users[] = {0, 65534, 1234567};
+    const uid_t uid = users[state.range(0)];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(policy.Allows(uid));
+    }
+}
+BENCHMARK(BM_AccessCheck)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 } // namespace
 
 int main(int argc, char** argv) {

@@ -5,6 +5,7 @@
 // reply. The log is written to a file as in production.
 // Usage: round_trip_bench [requests per client = 4000]
 #include "BenchSupport.h"
+#include "ReservedPort.h"
 
 #include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
@@ -144,13 +145,10 @@ int main(int argc, char** argv) {
     const int requests = app.arguments().value(1, "4000").toInt();
     QTemporaryDir dir;
     QDir(dir.path()).mkpath("cfg");
-    const quint16 port = BenchSupport::FreePort();
+    ReservedPort agentPort;
     QFile config(dir.filePath("cfg/config.ini"));
     config.open(QIODevice::WriteOnly);
-    config.write(QString("[Communication]\nSchedulerPort=%1\nAgentPort=%2\n")
-                     .arg(port)
-                     .arg(BenchSupport::FreePort())
-                     .toUtf8());
+    config.write(QString("[Communication]\nSchedulerPort=0\nAgentPort=%1\n").arg(agentPort.port()).toUtf8());
     config.close();
     Logger::Initialize(dir.path() + "/", "log", "schedulerservice.log");
     TaskScheduler scheduler(nullptr);
@@ -158,6 +156,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "the scheduler did not start\n");
         return 1;
     }
+    const quint16 port = scheduler.commandServerPort();
     for (int clients : {1, 16}) {
         Measure(port, clients, requests, 1);
         Measure(port, clients, requests, 32);

@@ -7,8 +7,11 @@
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/SocketCommandPackage.h"
+#include "triggers/FireState.h"
 
 #include <QIODevice>
+
+#include <unistd.h>
 
 namespace {
 constexpr quint64 kServerRequestPackage = 3;
@@ -40,10 +43,22 @@ bool SchedulerServerManager::Start() {
     connect(&m_commandDealwith, &SchedulerServerCommandDealwith::dealCommandResult, this,
             &SchedulerServerManager::onDealCommandResult,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    QStringList problems;
+    m_accessPolicy = PeerAccessPolicy::FromConfig(::getegid(), &problems);
+    for (const QString& problem : problems) {
+        Logger::Warn(problem);
+    }
+    m_communServer.setAccessCheck(
+        [this](const PeerCredentials& peer) { return m_accessPolicy.Admits(peer); });
     if (!m_communServer.Start(ConfigReader::getSchedulerLocalServerName(),
                               ConfigReader::getSchedulerPort())) {
         return false;
     }
+    // With SchedulerPort=0 the system chose the port; this line is the only
+    // place a client (or a test) can learn it.
+    Logger::Info(QString("The command server listens on %1:%2.")
+                     .arg(m_communServer.serverAddress())
+                     .arg(m_communServer.serverPort()));
     m_commandDealwith.moveToThread(&m_dealThread);
     m_dealThread.start(QThread::InheritPriority);
     return true;
@@ -78,10 +93,42 @@ void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, QIODevic
         return;
     }
     CommCommand* command = CommandBuilder::BytearrayToCommand(bytes);
+    if (command != nullptr && !Admit(psocket, *command)) {
+        Refuse(psocket, command);
+        return;
+    }
     if (!CommunProducerConsumerManager::RequestCommunCommand(command, psocket, commtype, packageType)) {
         Logger::Error("Push server request comm command failed in the onProducerPackageCommand.");
         CommandBuilder::DestroyCommand(command);
     }
+}
+
+bool SchedulerServerManager::Admit(QIODevice* socket, const CommCommand& command) {
+    const PeerCredentials peer = m_communServer.Peer(socket);
+    const quint64 type = command.getCommandType();
+    if (m_communServer.IsAdmitted(socket)) {
+        if (type == CommandTypes::kNewPlan || type == CommandTypes::kDeletePlan ||
+            type == CommandTypes::kModifyPlan) {
+            Logger::Info(QString("Plan command %1 from %2 accepted.").arg(type).arg(peer.Describe()));
+        }
+        return true;
+    }
+    if (m_communServer.FirstRefusal(socket)) {
+        Logger::Warn(QString("Refused command %1 from %2, which is not in AllowedUsers or AllowedGroups; "
+                             "its further commands on this connection are refused without a line.")
+                         .arg(type)
+                         .arg(peer.Describe()));
+    }
+    return false;
+}
+
+// A refused command changes nothing and is answered at once with result 1.
+void SchedulerServerManager::Refuse(QIODevice* socket, CommCommand* command) {
+    ResultCommand result;
+    result.GetRequestCommandInfo(*command);
+    result.setUintResult(1);
+    CommandBuilder::DestroyCommand(command);
+    m_communServer.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
 }
 
 // The client link's slot is offered every package right after this one, so a

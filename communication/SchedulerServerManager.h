@@ -3,6 +3,7 @@
 #include "SchedulerServerCommandDealwith.h"
 
 #include "framework/CommunServer.h"
+#include "framework/PeerAccessPolicy.h"
 #include "framework/ResultCommand.h"
 #include "framework/ServiceThread.h"
 #include "framework/SocketCommandPackage.h"
@@ -37,8 +38,11 @@ private Q_SLOTS:
 
 private:
     void ReleaseLater(SocketCommandPackage* package);
+    bool Admit(QIODevice* socket, const CommCommand& command);
+    void Refuse(QIODevice* socket, CommCommand* command);
 
     CommunServer m_communServer;
+    PeerAccessPolicy m_accessPolicy;
     ServiceThread m_dealThread;
     SchedulerServerCommandDealwith m_commandDealwith;
 };

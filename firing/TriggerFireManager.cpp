@@ -63,3 +63,7 @@ void TriggerFireManager::onkillAtTimer() {
         m_atTimer.stop();
     }
 }
+
+void TriggerFireManager::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
+    TriggerFireManagerWork::Instance().CatchUpDowntime(runs);
+}

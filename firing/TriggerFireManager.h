@@ -1,5 +1,7 @@
 #pragma once
 
+#include "store/RunStateStore.h"
+
 #include <QObject>
 #include <QTimer>
 
@@ -25,6 +27,7 @@ public:
     static quint64 StartNewTriggerFire(TriggerObject* object);
     static bool RemoveTriggerFire(const QString& planUuid, quint64 type);
     static bool FireEventTrigger(quint64 eventType);
+    static void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
     bool isPolling() const { return m_atTimer.isActive(); }
 

@@ -53,9 +53,7 @@ bool CommunServer::Start(const QString& name, quint16 port) {
     if (!IsListenAllowed(name, address)) {
         return false;
     }
-    m_server = new QTcpServer(this);
-    m_server->setMaxPendingConnections(1024);
-    connect(m_server, &QTcpServer::newConnection, this, &CommunServer::onNewConnection);
+    Serve();
     if (!m_server->listen(QHostAddress(address), port)) {
         Logger::Error(QString("The command server cannot listen on %1:%2: %3.")
                           .arg(address)
@@ -66,6 +64,28 @@ bool CommunServer::Start(const QString& name, quint16 port) {
         return false;
     }
     return true;
+}
+
+bool CommunServer::StartOnDescriptor(qintptr descriptor) {
+    if (m_server != nullptr) {
+        return false;
+    }
+    Serve();
+    if (!m_server->setSocketDescriptor(descriptor)) {
+        Logger::Error(QString("The command server cannot serve descriptor %1: %2.")
+                          .arg(descriptor)
+                          .arg(m_server->errorString()));
+        delete m_server;
+        m_server = nullptr;
+        return false;
+    }
+    return true;
+}
+
+void CommunServer::Serve() {
+    m_server = new QTcpServer(this);
+    m_server->setMaxPendingConnections(1024);
+    connect(m_server, &QTcpServer::newConnection, this, &CommunServer::onNewConnection);
 }
 
 void CommunServer::Stop() {
@@ -91,6 +111,29 @@ quint16 CommunServer::serverPort() const {
     return m_server != nullptr ? m_server->serverPort() : 0;
 }
 
+QString CommunServer::serverAddress() const {
+    return m_server != nullptr ? m_server->serverAddress().toString() : QString();
+}
+
+PeerCredentials CommunServer::Peer(QIODevice* socket) const {
+    const auto it = m_clients.constFind(socket);
+    return it != m_clients.constEnd() ? it->peer : PeerCredentials();
+}
+
+bool CommunServer::IsAdmitted(QIODevice* socket) const {
+    const auto it = m_clients.constFind(socket);
+    return it != m_clients.constEnd() && it->admitted;
+}
+
+bool CommunServer::FirstRefusal(QIODevice* socket) {
+    const auto it = m_clients.find(socket);
+    if (it == m_clients.end() || it->refusalReported) {
+        return false;
+    }
+    it->refusalReported = true;
+    return true;
+}
+
 void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
     if (socket == nullptr || !m_clients.contains(socket)) {
         return;
@@ -100,7 +143,10 @@ void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
 
 void CommunServer::onNewConnection() {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        m_clients.insert(socket, FrameReader());
+        Client client;
+        client.peer = PeerCredentials::OfSocket(static_cast<int>(socket->socketDescriptor()));
+        client.admitted = !m_accessCheck || m_accessCheck(client.peer);
+        m_clients.insert(socket, client);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] { onDisconnected(socket); });
     }
@@ -111,15 +157,16 @@ void CommunServer::onReadyRead(QTcpSocket* socket) {
     if (it == m_clients.end()) {
         return;
     }
-    it->Append(socket->readAll());
+    FrameReader& reader = it->reader;
+    reader.Append(socket->readAll());
     QByteArray payload;
-    while (it->Next(payload)) {
+    while (reader.Next(payload)) {
         Q_EMIT incomingBlockData(kRequestCommType, socket, payload);
     }
-    if (it->Failed()) {
+    if (reader.Failed()) {
         Logger::Warn(
             QString("Refused a frame of %1 bytes from %2:%3 (the limit is %4 bytes); connection closed.")
-                .arg(it->RefusedLength())
+                .arg(reader.RefusedLength())
                 .arg(socket->peerAddress().toString())
                 .arg(socket->peerPort())
                 .arg(WireFormat::kMaxFramePayload));

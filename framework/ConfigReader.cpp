@@ -10,7 +10,12 @@ struct Values {
     QString schedulerName = "127.0.0.1";
     quint16 schedulerPort = 6060;
     bool allowRemote = false;
+    QStringList allowedUsers{"root"};
+    QStringList allowedGroups;
+    bool allowedGroupsSet = false;
     quint64 dateTimeFireType = 0;
+    QString missedRunPolicy = "skip";
+    quint64 missedRunSpreadSecs = 0;
 };
 
 Values& Current() {
@@ -18,10 +23,12 @@ Values& Current() {
     return values;
 }
 
-quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback) {
+// The lowest port a key accepts: the command server may take 0, any free port,
+// which it then logs; the agent's port must be a real one.
+quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, uint lowest) {
     bool ok = false;
     const uint port = settings.value(key, fallback).toUInt(&ok);
-    return ok && port > 0 && port <= 65535 ? static_cast<quint16>(port) : fallback;
+    return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
 }
 } // namespace
 
@@ -37,12 +44,17 @@ bool ConfigReader::IniReader(const QString& path) {
     const Values defaults;
     Values values;
     values.agentName = settings.value("Communication/AgentLocalServerName", defaults.agentName).toString();
-    values.agentPort = PortValue(settings, "Communication/AgentPort", defaults.agentPort);
+    values.agentPort = PortValue(settings, "Communication/AgentPort", defaults.agentPort, 1);
     values.schedulerName =
         settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
-    values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort);
+    values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort, 0);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
+    values.allowedUsers = settings.value("Communication/AllowedUsers", defaults.allowedUsers).toStringList();
+    values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
+    values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
+    values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
+    values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
     Current() = values;
     return true;
 }
@@ -71,6 +83,18 @@ bool ConfigReader::getAllowRemote() {
     return Current().allowRemote;
 }
 
+QStringList ConfigReader::getAllowedUsers() {
+    return Current().allowedUsers;
+}
+
+QStringList ConfigReader::getAllowedGroups() {
+    return Current().allowedGroups;
+}
+
+bool ConfigReader::hasAllowedGroups() {
+    return Current().allowedGroupsSet;
+}
+
 quint64 ConfigReader::getDateTimeFireType() {
     return Current().dateTimeFireType;
 }
@@ -82,4 +106,23 @@ void ConfigReader::setDateTimeFireType(quint64 value) {
 void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
+}
+
+QString ConfigReader::getMissedRunPolicy() {
+    return Current().missedRunPolicy;
+}
+
+quint64 ConfigReader::getMissedRunSpreadSecs() {
+    return Current().missedRunSpreadSecs;
+}
+
+void ConfigReader::setMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
+    Current().missedRunPolicy = policy;
+    Current().missedRunSpreadSecs = spreadSecs;
+}
+
+void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& groups) {
+    Current().allowedUsers = users;
+    Current().allowedGroups = groups;
+    Current().allowedGroupsSet = true;
 }

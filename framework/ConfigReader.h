@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include <QStringList>
 
 // Reads cfg/config.ini once at start-up; the getters answer from what was read
 // (or the defaults while nothing was).
@@ -14,9 +14,21 @@ public:
     static QString getSchedulerLocalServerName();
     static quint16 getSchedulerPort();
     static bool getAllowRemote();
+    // [Communication] AllowedUsers (default root) and AllowedGroups, comma
+    // lists of names or ids; see PeerAccessPolicy.
+    static QStringList getAllowedUsers();
+    static QStringList getAllowedGroups();
+    // Without the key the service's own group is allowed.
+    static bool hasAllowedGroups();
     static quint64 getDateTimeFireType();
+    // [Scheduler] MissedRunPolicy as written ("skip" when absent) and
+    // MissedRunSpreadSecs.
+    static QString getMissedRunPolicy();
+    static quint64 getMissedRunSpreadSecs();
 
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
+    static void setMissedRunPolicy(const QString& policy, quint64 spreadSecs);
+    static void setAllowedPeers(const QStringList& users, const QStringList& groups);
 };

@@ -22,7 +22,8 @@ QString AgentCommand::Help() {
            "and prints one line per command received:\n"
            "  <time received> <command type> <plan UUID> <next start time or -> <end flag>\n\n"
            "  --listen HOST       address to listen on (default: AgentLocalServerName of cfg/config.ini)\n"
-           "  --port P            port to listen on (default: AgentPort of cfg/config.ini, 6061)\n\n"
+           "  --port P            port to listen on (default: AgentPort of cfg/config.ini, 6061; 0 takes\n"
+           "                      any free port, which the line \"listening on\" names)\n\n"
            "Example:\n"
            "  orvelctl agent --port 6061\n";
 }
@@ -55,8 +56,8 @@ int AgentCommand::Run(const QStringList& arguments) {
     }
     ServiceEndpoint::LoadConfiguration();
     quint64 port = 0;
-    if (!parsed.Unsigned("--port", ConfigReader::getAgentPort(), port, error) || port == 0 || port > 65535) {
-        return ToolOutput::UsageError("agent", error.isEmpty() ? "--port takes 1 to 65535" : error);
+    if (!parsed.Unsigned("--port", ConfigReader::getAgentPort(), port, error) || port > 65535) {
+        return ToolOutput::UsageError("agent", error.isEmpty() ? "--port takes 0 to 65535" : error);
     }
     const QString host = parsed.Value("--listen", ConfigReader::getAgentLocalServerName());
     CommunServer server;

@@ -9,6 +9,7 @@
 #include "framework/ConfigReader.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/FrameReader.h"
+#include "framework/PeerAccessPolicy.h"
 #include "framework/RequestCommand.h"
 #include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
@@ -19,6 +20,8 @@
 #include <QTcpSocket>
 
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 constexpr int kConnectMSecs = 2000;
@@ -74,7 +77,9 @@ QString PlanCommand::Help() {
     return "Usage: orvelctl plan add|modify|delete --plan UUID [options]\n"
            "Records the plan in the service's database (data/alldb.db beside the service) and sends\n"
            "the new-plan (200), modify-plan (204) or delete-plan (203) command to the running service.\n"
-           "Exits 0 only when the service answers with result 0.\n\n"
+           "Exits 0 only when the service answers with result 0. Only the users and groups of\n"
+           "[Communication] AllowedUsers and AllowedGroups may change plans (root and the service's\n"
+           "group by default).\n\n"
            "  --plan UUID         the plan's identity (required)\n"
            "  --name NAME         the plan's display name\n"
            "  --event KIND        an event trigger instead of a calendar one: logon, logoff, lock, unlock\n" +
@@ -117,6 +122,14 @@ int PlanCommand::Run(const QStringList& arguments) {
     if (!parsed.Unsigned("--port", ConfigReader::getSchedulerPort(), port, error) || port == 0 ||
         port > 65535) {
         return ToolOutput::UsageError("plan", error.isEmpty() ? "--port takes 1 to 65535" : error);
+    }
+    // The service refuses such a user anyway; saying so here leaves the
+    // database untouched and names the reason.
+    const uid_t user = ::geteuid();
+    if (!PeerAccessPolicy::FromConfig(ServiceEndpoint::ServiceGroup()).Allows(user)) {
+        return ToolOutput::Fail(QString("not allowed: user %1 is not in AllowedUsers or AllowedGroups")
+                                    .arg(PeerAccessPolicy::UserLabel(user)),
+                                1);
     }
     DatabaseFunctionOperation database;
     const QString path = parsed.Value("--db", ServiceEndpoint::DatabasePath());

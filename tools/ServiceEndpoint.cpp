@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 
 QString ServiceEndpoint::ApplicationDir() {
     return QString("%1/").arg(QDir(QCoreApplication::applicationDirPath()).absolutePath());
@@ -15,4 +16,9 @@ void ServiceEndpoint::LoadConfiguration() {
 
 QString ServiceEndpoint::DatabasePath() {
     return QString("%1%2").arg(ApplicationDir(), "data/alldb.db");
+}
+
+gid_t ServiceEndpoint::ServiceGroup() {
+    const QFileInfo data(QString("%1%2").arg(ApplicationDir(), "data"));
+    return static_cast<gid_t>(data.exists() ? data.groupId() : QFileInfo(ApplicationDir()).groupId());
 }

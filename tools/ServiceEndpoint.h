@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <sys/types.h>
+
 // Where orvelctl finds the service's files and endpoints: the folder of the
 // executable (where the package installs both programs), its cfg/config.ini
 // and data/alldb.db.
@@ -11,4 +13,7 @@ public:
     // Reads the configuration beside the executable when there is one.
     static void LoadConfiguration();
     static QString DatabasePath();
+    // The group the service runs as, seen from outside: the owner group of its
+    // data folder (of the application folder while there is none).
+    static gid_t ServiceGroup();
 };

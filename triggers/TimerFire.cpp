@@ -1,6 +1,7 @@
 #include "TimerFire.h"
 
 #include "FireState.h"
+#include "LocalTime.h"
 #include "TriggerObject.h"
 
 #include "framework/Clock.h"
@@ -10,21 +11,15 @@
 #include <QThread>
 
 #include <atomic>
-#include <limits>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-constexpr qint64 kMaxTimerInterval = std::numeric_limits<int>::max();
 std::atomic<quint64> g_lastFireId{0};
 } // namespace
 
-// The timer is the fire's child so that it follows the fire to the thread the
-// fire is moved to.
 TimerFire::TimerFire(QObject* parent)
-    : DateTimeFire(parent), m_timer(this),
-      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {
-    m_timer.setTimerType(Qt::PreciseTimer);
-}
+    : DateTimeFire(parent), m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }),
+      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
 TimerFire::~TimerFire() = default;
 
@@ -42,8 +37,7 @@ quint64 TimerFire::Start() {
     if (getFireState() != FireState::kScheduled) {
         return getFireState();
     }
-    const qint64 wait = current.msecsTo(next);
-    if (wait < 1) {
+    if (current.msecsTo(next) < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
                           .arg(LogText::Outside(m_planUuid), next.toString(kPreciseFormat),
@@ -77,17 +71,31 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
 }
 
 void TimerFire::Arm() {
-    connect(&m_timer, &QTimer::timeout, this, &TimerFire::ontimeout,
-            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    ArmFor(m_dueMSecs - Clock::nowMSecsSinceEpoch());
+    m_connected = true;
+    m_timer.startAt(m_dueMSecs, m_waitMSecs);
 }
 
-void TimerFire::ArmFor(qint64 remaining) {
-    m_timer.start(static_cast<int>(qBound<qint64>(0, remaining, kMaxTimerInterval)));
+void TimerFire::RearmFromNextStartTime() {
+    TriggerObject* object = GetTriggerObject();
+    if (!m_timer.isActive() || object == nullptr) {
+        return;
+    }
+    const QDateTime next = LocalTime::Parse(object->getNextStartTime());
+    if (next.isValid()) {
+        m_dueMSecs = next.toMSecsSinceEpoch();
+        m_timer.startAt(m_dueMSecs, m_waitMSecs);
+    }
+}
+
+void TimerFire::onTimerExpired(qint64 dueMSecs) {
+    m_expiredDueMSecs = dueMSecs;
+    if (m_connected) {
+        QMetaObject::invokeMethod(this, &TimerFire::ontimeout, Qt::QueuedConnection);
+    }
 }
 
 void TimerFire::Stop() {
-    disconnect(&m_timer, &QTimer::timeout, this, &TimerFire::ontimeout);
+    m_connected = false;
     SetTriggerObject(nullptr);
 }
 
@@ -96,14 +104,6 @@ void TimerFire::ontimeout() {
         Logger::Error("Failed to send the timerFireTimeout signal.");
         return;
     }
-    const qint64 remaining = m_dueMSecs - Clock::nowMSecsSinceEpoch();
-    if (remaining > 0) {
-        ArmFor(remaining);
-        return;
-    }
-    // Unless the fire is replaced, it tries again one whole wait later.
-    m_dueMSecs += m_waitMSecs;
-    ArmFor(m_waitMSecs);
     Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
 }
 

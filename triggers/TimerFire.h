@@ -2,13 +2,12 @@
 
 #include "DateTimeFire.h"
 
-#include <QTimer>
+#include "framework/DeadlineTimer.h"
 
-// Calendar trigger fire of the timer mode: its own timer armed for the wait to
-// the next start time. A timer interval is a signed 32-bit count of
-// milliseconds (at most about 24.8 days), and a timer may wake a little early,
-// so the fire keeps the due time and re-arms for what is left until it is
-// reached; only then does it signal its plan.
+// Calendar trigger fire of the timer mode: a timer armed for the next start
+// time. The timer is a DeadlineTimer, aimed at the wall-clock instant itself,
+// so a suspend, a clock step or a wait beyond the 24.8 days of a Qt timer
+// cannot move the run.
 class TimerFire : public DateTimeFire {
     Q_OBJECT
 public:
@@ -24,11 +23,18 @@ public:
     // The same, for a wait that was measured from `current` to `due`: the
     // timer aims at `due` itself, whatever time passed since `current`.
     void StartWaitTimer(const QDateTime& current, const QDateTime& due);
+    // Aims an armed timer at the stored next start time again, read as local
+    // time in the zone now in force. On the fire's own thread.
+    void RearmFromNextStartTime();
 
     // Unique in the process for the life of the process.
     quint64 fireId() const { return m_fireId; }
-    int armedIntervalMSecs() const { return m_timer.interval(); }
+    qint64 armedIntervalMSecs() const { return m_timer.interval(); }
+    qint64 armedDueMSecs() const { return m_timer.dueMSecs(); }
     bool isArmed() const { return m_timer.isActive(); }
+    // The due instant of the latest expiry, as the wall clock had it. It lies
+    // well before the current time when a clock step or a sleep passed over it.
+    qint64 expiredDueMSecs() const { return m_expiredDueMSecs; }
 
 private Q_SLOTS:
     void ontimeout();
@@ -36,11 +42,13 @@ private Q_SLOTS:
 
 private:
     void Arm();
-    void ArmFor(qint64 remaining);
+    void onTimerExpired(qint64 dueMSecs);
 
-    QTimer m_timer;
+    DeadlineTimer m_timer;
     const quint64 m_fireId;
     QString m_planUuid;
+    bool m_connected = false;
     qint64 m_waitMSecs = 0;
     qint64 m_dueMSecs = 0;
+    qint64 m_expiredDueMSecs = 0;
 };

@@ -8,6 +8,7 @@
 #include "firing/TriggerFireManager.h"
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
@@ -261,6 +262,54 @@ TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     EXPECT_TRUE(first.isNull());
     EXPECT_TRUE(second->isArmed());
     EXPECT_NEAR(second->armedIntervalMSecs(), 24 * 3600 * 1000, 50);
+}
+
+struct ClockMoveRow {
+    const char* name;
+    const char* movedTo;
+    size_t runsAtOnce;
+    const char* nextStart;
+};
+
+// Timer mode, a daily plan due at 08:30:00 and armed at 08:28:30, when the
+// wall clock steps or the machine sleeps over the due time (the same thing to
+// the process: the wall clock has moved on, the monotonic wait has not run
+// out). The queue's next look at the wall clock, at most a minute away or at
+// once on resume, runs what came due once; after a step back the plan waits
+// for its time on the new clock.
+TEST_F(Firing, TimerModeFollowsTheWallClock) {
+    ConfigReader::setDateTimeFireType(1);
+    const ClockMoveRow rows[] = {
+        {"step_forward_over_due", "2026-03-10 08:36:00", 1, "2026-03-11 08:30:00"},
+        // A daily follow-up is sought from the next calendar day on.
+        {"resume_next_morning", "2026-03-11 07:00:00", 1, "2026-03-12 08:30:00"},
+        {"step_back", "2026-03-10 07:28:30", 0, "2026-03-10 08:30:00"},
+    };
+    DeadlineQueue& queue = DeadlineQueue::ForCurrentThread();
+    for (const ClockMoveRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        ClockShift clock(At("2026-03-10 08:28:30"));
+        TriggerObject* object = Register("t", {2, "2026-03-01 08:30:00"});
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        link->Clear();
+        clock.To(At(row.movedTo));
+        for (int look = 0; look < 2; ++look) {
+            queue.Recheck();
+            QCoreApplication::processEvents();
+            QCoreApplication::processEvents();
+        }
+        EXPECT_EQ(link->CommandsOfType(600).size(), row.runsAtOnce);
+        EXPECT_EQ(object->getNextStartTime(), row.nextStart);
+        clock.To(At(row.nextStart));
+        queue.Recheck();
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(link->CommandsOfType(600).size(), row.runsAtOnce + 1);
+        manager.Stop();
+        manager.UnInit();
+        registry->ClearTriggerObjects();
+    }
 }
 
 TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {

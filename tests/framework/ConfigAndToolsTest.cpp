@@ -36,10 +36,12 @@ TEST_F(ConfigReaderTest, MissingFileIsRefusedAndDefaultsStay) {
 
 TEST_F(ConfigReaderTest, MissingKeysTakeTheirDefaults) {
     Write(dir.filePath("config.ini"),
-          "[Scheduler]\nDateTimeFireType=1\n[Communication]\nAgentPort=notaport\n");
+          "[Scheduler]\nDateTimeFireType=1\n[Communication]\nAgentPort=notaport\nSchedulerPort=0\n");
     ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
     EXPECT_EQ(ConfigReader::getDateTimeFireType(), 1u);
     EXPECT_EQ(ConfigReader::getAgentPort(), 6061);
+    // The command server may take any free port; the agent's must be real.
+    EXPECT_EQ(ConfigReader::getSchedulerPort(), 0);
     EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "127.0.0.1");
 }
 

@@ -6,9 +6,9 @@
 #include "framework/CommunServer.h"
 #include "framework/FrameReader.h"
 #include "framework/SocketCommandPackage.h"
+#include "support/ReservedPort.h"
 
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 #include <QThread>
@@ -56,7 +56,7 @@ TEST(ProducerConsumerQueue, DeliversPackagesInOrderOnItsOwnThread) {
         ASSERT_TRUE(CommunProducerConsumerManager::RequestCommunCommand(NewCommand(QString::number(i)),
                                                                         nullptr, 2, 3));
     }
-    EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 100; }, 5000));
+    EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 100; }, 10000));
     for (int i = 0; i < received.size(); ++i) {
         EXPECT_EQ(received.at(i), QString::number(i));
     }
@@ -75,7 +75,7 @@ TEST(CommunServer, FramesGoBothWaysAndOversizedFramesCloseTheConnection) {
                      });
     QTcpSocket client;
     client.connectToHost("127.0.0.1", server.serverPort());
-    ASSERT_TRUE(client.waitForConnected(2000));
+    ASSERT_TRUE(client.waitForConnected(10000));
     client.write(FrameReader::Frame("one") + FrameReader::Frame("two"));
     FrameReader reader;
     QStringList replies;
@@ -94,7 +94,7 @@ TEST(CommunServer, FramesGoBothWaysAndOversizedFramesCloseTheConnection) {
     QByteArray oversized(4, '\x7f');
     client.write(oversized);
     EXPECT_TRUE(
-        QTest::qWaitFor([&client] { return client.state() == QAbstractSocket::UnconnectedState; }, 3000));
+        QTest::qWaitFor([&client] { return client.state() == QAbstractSocket::UnconnectedState; }, 10000));
     server.Stop();
     server.Stop();
     server.UnInit();
@@ -109,17 +109,14 @@ TEST(CommunServer, RefusesNonLoopbackAddressesUnlessAllowed) {
 // The agent is down while commands are produced: they wait in the buffer and
 // reach the agent in order once it is back.
 TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect) {
-    QTcpServer probe;
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const quint16 port = probe.serverPort();
-    probe.close();
+    ReservedPort port;
 
     QThread thread;
     CommunClientWork work;
     CommunAttribute attribute;
     attribute.setProtocolType(2);
     attribute.setDestSvrNameIp("127.0.0.1");
-    attribute.setDestPort(port);
+    attribute.setDestPort(port.port());
     work.SetCommunAttribute(attribute);
     work.moveToThread(&thread);
     thread.start();
@@ -127,14 +124,16 @@ TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect)
         QMetaObject::invokeMethod(&work, "onRequestData", Qt::QueuedConnection,
                                   Q_ARG(QByteArray, QByteArray::number(i)));
     }
-    QTest::qWait(300);
+    // Every frame has reached the worker while nothing listens.
+    QMetaObject::invokeMethod(
+        &work, [] {}, Qt::BlockingQueuedConnection);
 
     CommunServer agent;
     QStringList received;
     QObject::connect(
         &agent, &CommunServer::incomingBlockData, &agent,
         [&received](quint64, QIODevice*, QByteArray bytes) { received << QString::fromUtf8(bytes); });
-    ASSERT_TRUE(agent.Start("127.0.0.1", port));
+    ASSERT_TRUE(agent.StartOnDescriptor(port.Listen()));
     EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 20; }, 10000));
     for (int i = 0; i < received.size(); ++i) {
         EXPECT_EQ(received.at(i), QString::number(i));

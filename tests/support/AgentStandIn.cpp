@@ -8,8 +8,8 @@
 
 #include <memory>
 
-AgentStandIn::AgentStandIn(quint16 port) {
-    m_server.Start("127.0.0.1", port);
+AgentStandIn::AgentStandIn(ReservedPort& port) {
+    m_server.StartOnDescriptor(port.Listen());
     QObject::connect(
         &m_server, &CommunServer::incomingBlockData, &m_server,
         [this](quint64, QIODevice* socket, QByteArray bytes) {

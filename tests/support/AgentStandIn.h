@@ -1,14 +1,16 @@
 #pragma once
 
+#include "ReservedPort.h"
+
 #include "framework/CommunServer.h"
 
 #include <QStringList>
 
-// A stand-in agent on a port the test chose: answers every command with
+// A stand-in agent on a port the test reserved: answers every command with
 // result 0 and remembers "<type> <plan>" for each.
 class AgentStandIn {
 public:
-    explicit AgentStandIn(quint16 port);
+    explicit AgentStandIn(ReservedPort& port);
 
     QStringList Received() const { return m_received; }
     int CountOf(quint64 type, const QString& planUuid) const;

@@ -26,7 +26,7 @@ QByteArray Encode(quint64 type, const QString& planUuid, const CommandObj* paylo
 PlanClient::PlanClient(quint16 port, bool waitForConnection) {
     m_socket.connectToHost("127.0.0.1", port);
     if (waitForConnection) {
-        [[maybe_unused]] const bool connected = QTest::qWaitFor([this] { return isConnected(); }, 3000);
+        [[maybe_unused]] const bool connected = QTest::qWaitFor([this] { return isConnected(); }, 10000);
     }
 }
 

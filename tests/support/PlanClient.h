@@ -19,7 +19,7 @@ public:
     void SendDeletePlan(const QString& planUuid);
     void SendCommand(quint64 type, const QString& planUuid);
     // The result code of the next reply, or -1 when none comes in time.
-    int NextResult(int timeoutMSecs = 3000);
+    int NextResult(int timeoutMSecs = 10000);
 
     static QByteArray NewPlanCommand(const QString& planUuid, const TriggerAttribute& attribute);
 

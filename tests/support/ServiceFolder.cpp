@@ -5,29 +5,22 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTcpServer>
 
-ServiceFolder::ServiceFolder(quint64 fireType) : m_schedulerPort(FreePort()), m_agentPort(FreePort()) {
+ServiceFolder::ServiceFolder(quint64 fireType) : m_fireType(fireType) {
     QDir(m_dir.path()).mkpath("cfg");
     QDir(m_dir.path()).mkpath("data");
-    WriteConfig(fireType);
+    WriteConfig();
 }
 
-quint16 ServiceFolder::FreePort() {
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
-}
-
-void ServiceFolder::WriteConfig(quint64 fireType) {
+void ServiceFolder::WriteConfig(quint16 schedulerPort, quint16 agentPort) {
     QFile file(Path("cfg/config.ini"));
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
     file.write(
         QString("[Communication]\nAgentLocalServerName=127.0.0.1\nAgentPort=%1\n"
                 "SchedulerLocalServerName=127.0.0.1\nSchedulerPort=%2\n[Scheduler]\nDateTimeFireType=%3\n")
-            .arg(m_agentPort)
-            .arg(m_schedulerPort)
-            .arg(fireType)
+            .arg(agentPort != 0 ? agentPort : m_agentPort.port())
+            .arg(schedulerPort)
+            .arg(m_fireType)
             .toUtf8());
 }
 

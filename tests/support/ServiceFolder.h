@@ -1,12 +1,15 @@
 #pragma once
 
 #include "QtPrinters.h"
+#include "ReservedPort.h"
 
 #include <QString>
 #include <QTemporaryDir>
 
-// A throw-away application folder: cfg/config.ini with ports the test chose,
-// and data/ for the trigger database.
+// A throw-away application folder: cfg/config.ini and data/ for the trigger
+// database. The command server takes any free port (SchedulerPort=0) and logs
+// it; the agent's port is reserved here, so that a stand-in agent can listen
+// on it whenever the test wants one.
 class ServiceFolder {
 public:
     explicit ServiceFolder(quint64 fireType = 0);
@@ -14,17 +17,15 @@ public:
     // With a trailing "/", as the service's application directory.
     QString Dir() const { return m_dir.path() + "/"; }
     QString Path(const QString& relative) const { return Dir() + relative; }
-    quint16 schedulerPort() const { return m_schedulerPort; }
-    quint16 agentPort() const { return m_agentPort; }
-    void WriteConfig(quint64 fireType);
+    ReservedPort& agentPort() { return m_agentPort; }
+    // Rewrites the configuration; 0 lets the command server choose its port.
+    void WriteConfig(quint16 schedulerPort = 0, quint16 agentPort = 0);
     void RemoveConfig();
     // Stores a plan in data/alldb.db, as orvelctl and the suite do.
     void StorePlan(const QString& planUuid, quint64 type, const QString& start = QString());
 
-    static quint16 FreePort();
-
 private:
     QTemporaryDir m_dir;
-    quint16 m_schedulerPort;
-    quint16 m_agentPort;
+    ReservedPort m_agentPort;
+    quint64 m_fireType;
 };

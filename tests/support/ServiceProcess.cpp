@@ -52,6 +52,24 @@ bool ServiceProcess::WaitForLog(const QString& message, int timeoutMSecs) {
     return QTest::qWaitFor([&] { return LogMessages().contains(message); }, timeoutMSecs);
 }
 
+quint16 ServiceProcess::WaitForCommandPort(int timeoutMSecs) {
+    static const QRegularExpression listening(R"(^The command server listens on \S+:(\d+)\.$)");
+    quint16 port = 0;
+    [[maybe_unused]] const bool logged = QTest::qWaitFor(
+        [&] {
+            for (const QString& message : LogMessages()) {
+                const QRegularExpressionMatch match = listening.match(message);
+                if (match.hasMatch()) {
+                    port = static_cast<quint16>(match.captured(1).toUInt());
+                    return true;
+                }
+            }
+            return false;
+        },
+        timeoutMSecs);
+    return port;
+}
+
 void ServiceProcess::Signal(int signal) {
     ::kill(static_cast<pid_t>(m_process.processId()), signal);
 }

@@ -18,8 +18,11 @@ public:
     QStringList LogMessages() const;
     QStringList LogLines() const;
     bool WaitForLog(const QString& message, int timeoutMSecs);
+    // The port the command server logged that it listens on; 0 when no such
+    // line came in time.
+    quint16 WaitForCommandPort(int timeoutMSecs = 10000);
     void Signal(int signal);
-    bool WaitForExit(int timeoutMSecs);
+    bool WaitForExit(int timeoutMSecs = 10000);
     QProcess& process() { return m_process; }
     QString Executable() const;
 

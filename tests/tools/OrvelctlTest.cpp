@@ -7,11 +7,14 @@
 
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <unistd.h>
 
 namespace {
 struct ToolRun {
@@ -75,18 +78,26 @@ class PlanRoad : public ::testing::Test {
 protected:
     void SetUp() override {
         QFile::copy(QString(ORVEL_BIN_DIR) + "/orvelctl", Tool());
-        agent.start(Tool(), {"agent"});
+        agent.start(Tool(), {"agent", "--port", "0"});
         ASSERT_TRUE(agent.waitForStarted());
-        ASSERT_TRUE(QTest::qWaitFor([this] { return agentErr().contains("listening"); }, 5000));
+        static const QRegularExpression listening("listening on \\S+:(\\d+)");
+        QRegularExpressionMatch match;
+        ASSERT_TRUE(QTest::qWaitFor([&] { return (match = listening.match(agentErr())).hasMatch(); }, 10000));
+        folder.WriteConfig(0, static_cast<quint16>(match.captured(1).toUInt()));
         ASSERT_TRUE(service.Start());
-        ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 10000));
+        port = service.WaitForCommandPort();
+        ASSERT_NE(port, 0);
     }
     void TearDown() override {
         agent.terminate();
-        agent.waitForFinished(5000);
+        agent.waitForFinished(10000);
     }
 
     QString Tool() const { return folder.Path("orvelctl"); }
+    ToolRun Plan(const QStringList& arguments) const {
+        return Orvelctl(Tool(),
+                        QStringList{"plan"} + arguments + QStringList{"--port", QString::number(port)});
+    }
     QString agentErr() {
         m_agentErr += QString::fromUtf8(agent.readAllStandardError());
         return m_agentErr;
@@ -95,39 +106,41 @@ protected:
         m_agentOut += QString::fromUtf8(agent.readAllStandardOutput());
         return m_agentOut;
     }
-    bool AgentPrints(const QString& part, int timeoutMSecs) {
-        return QTest::qWaitFor([&] { return agentOut().contains(part); }, timeoutMSecs);
+    bool AgentPrints(const QString& part) {
+        return QTest::qWaitFor([&] { return agentOut().contains(part); }, 10000);
     }
 
     ServiceFolder folder;
     ServiceProcess service{folder};
     QProcess agent;
+    quint16 port = 0;
     QString m_agentErr;
     QString m_agentOut;
 };
 
 TEST_F(PlanRoad, AddRunDeleteThroughTheRealService) {
-    const ToolRun added =
-        Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""});
+    const ToolRun added = Plan({"add", "--plan", "demo-once", "--type", "1", "--start", ""});
     EXPECT_EQ(added.code, 0) << added.err.toStdString();
     EXPECT_TRUE(added.out.contains("result 0"));
-    EXPECT_TRUE(AgentPrints(" 600 demo-once ", 2500)) << agentOut().toStdString();
-    EXPECT_TRUE(agentOut().contains(" 601 demo-once "));
+    EXPECT_TRUE(AgentPrints(" 600 demo-once ")) << agentOut().toStdString();
+    EXPECT_TRUE(AgentPrints(" 601 demo-once "));
 
-    EXPECT_EQ(Orvelctl(Tool(), {"plan", "add", "--plan", "demo-once", "--type", "1", "--start", ""}).code, 1);
-    EXPECT_EQ(Orvelctl(Tool(), {"plan", "delete", "--plan", "demo-once"}).code, 0);
-    EXPECT_EQ(Orvelctl(Tool(), {"plan", "delete", "--plan", "demo-once"}).code, 1);
+    EXPECT_EQ(Plan({"add", "--plan", "demo-once", "--type", "1", "--start", ""}).code, 1);
+    EXPECT_EQ(Plan({"delete", "--plan", "demo-once"}).code, 0);
+    EXPECT_EQ(Plan({"delete", "--plan", "demo-once"}).code, 1);
 
-    const ToolRun event = Orvelctl(Tool(), {"plan", "modify", "--plan", "at-logon", "--event", "logon"});
+    const ToolRun event = Plan({"modify", "--plan", "at-logon", "--event", "logon"});
     EXPECT_EQ(event.code, 0) << event.err.toStdString();
-    EXPECT_EQ(Orvelctl(Tool(), {"plan", "add", "--plan", "x", "--event", "reboot"}).code, 2);
+    EXPECT_EQ(Plan({"add", "--plan", "x", "--event", "reboot"}).code, 2);
 }
 
 TEST_F(PlanRoad, WithoutTheServiceThePlanIsStillRecorded) {
     service.Signal(SIGTERM);
-    ASSERT_TRUE(service.WaitForExit(5000));
-    const ToolRun run = Orvelctl(
-        Tool(), {"plan", "add", "--plan", "offline", "--type", "2", "--start", "2026-01-01 02:00:00"});
+    ASSERT_TRUE(service.WaitForExit());
+    // A port that is ours and refuses, so that no other test's service answers.
+    ReservedPort nobody;
+    const ToolRun run = Orvelctl(Tool(), {"plan", "add", "--plan", "offline", "--type", "2", "--start",
+                                          "2026-01-01 02:00:00", "--port", QString::number(nobody.port())});
     EXPECT_EQ(run.code, 1);
     EXPECT_EQ(run.err.count('\n'), 1);
     EXPECT_TRUE(run.err.contains("No scheduler service is listening"));
@@ -142,6 +155,20 @@ TEST_F(PlanRoad, WithoutTheServiceThePlanIsStillRecorded) {
     // At its next start the service loads the plan and reports its first start.
     ServiceProcess restarted(folder);
     ASSERT_TRUE(restarted.Start());
-    EXPECT_TRUE(AgentPrints(" 601 offline ", 3000)) << agentOut().toStdString();
+    EXPECT_TRUE(AgentPrints(" 601 offline ")) << agentOut().toStdString();
+}
+} // namespace
+
+namespace {
+TEST(PlanAccess, AUserWhoMayNotChangePlansIsToldSoInOneLine) {
+    if (::geteuid() != 0 || QStandardPaths::findExecutable("setpriv").isEmpty()) {
+        GTEST_SKIP() << "needs root and setpriv to act as another user";
+    }
+    const ToolRun run =
+        Orvelctl("setpriv", {"--reuid=nobody", "--regid=nogroup", "--clear-groups", "--",
+                             QString(ORVEL_BIN_DIR) + "/orvelctl", "plan", "delete", "--plan", "nightly"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.out.isEmpty());
+    EXPECT_EQ(run.err, "not allowed: user nobody (65534) is not in AllowedUsers or AllowedGroups\n");
 }
 } // namespace

@@ -5,6 +5,7 @@
 #include "support/TriggerBuilder.h"
 
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"
@@ -163,22 +164,26 @@ TEST(TimerFire, NonPositiveWaitFailsTheFire) {
                         "The TimerFire of scheduler[T] waittime is less than or equal to 0."));
 }
 
-// Waits beyond the timer's 24.8-day limit are armed in steps; the signal comes
-// only when the due time is reached.
-TEST(TimerFire, LongWaitsAreArmedInSteps) {
+// A wait beyond a Qt timer's 24.8-day limit is aimed at its instant all the
+// same; the signal comes when the wall clock reaches it, not before.
+TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     ClockShift clock(At("2026-01-01 00:00:00"));
     TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
     TimerFire fire;
     fire.SetTriggerObject(&object);
     QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
     fire.StartWaitTimer(At("2026-01-01 00:00:00"), At("2026-06-01 00:00:00"));
-    EXPECT_EQ(fire.armedIntervalMSecs(), std::numeric_limits<int>::max());
-    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    EXPECT_EQ(fire.armedDueMSecs(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
+    clock.To(At("2026-05-31 23:59:59.999"));
+    DeadlineQueue::ForCurrentThread().Recheck();
+    QCoreApplication::processEvents();
     EXPECT_EQ(spy.count(), 0);
     clock.To(At("2026-06-01 00:00:00"));
-    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    DeadlineQueue::ForCurrentThread().Recheck();
+    QCoreApplication::processEvents();
     ASSERT_EQ(spy.count(), 1);
     EXPECT_EQ(spy.at(0).at(0).toString(), "T");
+    EXPECT_EQ(spy.at(0).at(1).toULongLong(), fire.fireId());
 }
 
 TEST(TimerFire, TimeoutAfterStopSendsNothing) {

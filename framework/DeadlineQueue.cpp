@@ -1,0 +1,181 @@
+#include "DeadlineQueue.h"
+
+#include "Clock.h"
+
+#include <memory>
+
+namespace {
+constexpr std::size_t kNotQueued = static_cast<std::size_t>(-1);
+
+// Owned by the thread: destroyed when the thread ends, detaching what is left.
+thread_local std::unique_ptr<DeadlineQueue> t_queue;
+} // namespace
+
+DeadlineQueue& DeadlineQueue::ForCurrentThread() {
+    if (!t_queue) {
+        t_queue.reset(new DeadlineQueue());
+    }
+    return *t_queue;
+}
+
+DeadlineQueue::DeadlineQueue() : m_wake(this) {
+    m_wake.setSingleShot(true);
+    m_wake.setTimerType(Qt::PreciseTimer);
+    connect(&m_wake, &QTimer::timeout, this, &DeadlineQueue::Recheck);
+    m_monotonic.start();
+}
+
+DeadlineQueue::~DeadlineQueue() {
+    for (const Entry& entry : m_heap) {
+        entry.timer->m_queue = nullptr;
+        entry.timer->m_heapIndex = kNotQueued;
+    }
+}
+
+qint64 DeadlineQueue::headDueMSecs() const {
+    return m_heap.empty() ? 0 : m_heap.front().dueMSecs;
+}
+
+void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
+    const qint64 headBefore = headDueMSecs();
+    timer->m_dueMSecs = dueMSecs;
+    if (timer->m_queue == this) {
+        m_heap[timer->m_heapIndex].dueMSecs = dueMSecs;
+        Place(timer->m_heapIndex);
+    } else {
+        if (timer->m_queue != nullptr) {
+            timer->m_queue->Cancel(timer);
+        }
+        timer->m_queue = this;
+        timer->m_heapIndex = m_heap.size();
+        m_heap.push_back({dueMSecs, timer});
+        SiftUp(timer->m_heapIndex);
+    }
+    // Arming the Qt timer costs more than the heap; only a new head needs it.
+    if (!m_expiring && (headBefore == 0 || headDueMSecs() != headBefore)) {
+        ArmWake();
+    }
+}
+
+void DeadlineQueue::Cancel(DeadlineTimer* timer) {
+    if (timer->m_queue != this) {
+        return;
+    }
+    if (m_inTimeouts != nullptr) {
+        for (Entry& entry : *m_inTimeouts) {
+            if (entry.timer == timer) {
+                entry.timer = nullptr;
+            }
+        }
+    }
+    const bool wasHead = timer->m_heapIndex == 0;
+    RemoveAt(timer->m_heapIndex);
+    timer->m_queue = nullptr;
+    timer->m_heapIndex = kNotQueued;
+    if (wasHead && !m_expiring) {
+        ArmWake();
+    }
+}
+
+void DeadlineQueue::RemoveAt(std::size_t index) {
+    const std::size_t last = m_heap.size() - 1;
+    if (index != last) {
+        Swap(index, last);
+    }
+    m_heap.pop_back();
+    if (index < m_heap.size()) {
+        Place(index);
+    }
+}
+
+void DeadlineQueue::Place(std::size_t index) {
+    if (index > 0 && m_heap[index].dueMSecs < m_heap[(index - 1) / 2].dueMSecs) {
+        SiftUp(index);
+    } else {
+        SiftDown(index);
+    }
+}
+
+void DeadlineQueue::SiftUp(std::size_t index) {
+    while (index > 0) {
+        const std::size_t parent = (index - 1) / 2;
+        if (!(m_heap[index].dueMSecs < m_heap[parent].dueMSecs)) {
+            return;
+        }
+        Swap(index, parent);
+        index = parent;
+    }
+}
+
+void DeadlineQueue::SiftDown(std::size_t index) {
+    const std::size_t size = m_heap.size();
+    for (;;) {
+        std::size_t smallest = index;
+        for (std::size_t child = 2 * index + 1; child <= 2 * index + 2 && child < size; ++child) {
+            if (m_heap[child].dueMSecs < m_heap[smallest].dueMSecs) {
+                smallest = child;
+            }
+        }
+        if (smallest == index) {
+            return;
+        }
+        Swap(index, smallest);
+        index = smallest;
+    }
+}
+
+void DeadlineQueue::Swap(std::size_t a, std::size_t b) {
+    std::swap(m_heap[a], m_heap[b]);
+    m_heap[a].timer->m_heapIndex = a;
+    m_heap[b].timer->m_heapIndex = b;
+}
+
+void DeadlineQueue::ArmWake() {
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    m_lookedWallMSecs = now;
+    m_lookedMonotonicMSecs = m_monotonic.elapsed();
+    if (m_heap.empty()) {
+        m_wake.stop();
+        return;
+    }
+    const qint64 wait = qBound<qint64>(0, m_heap.front().dueMSecs - now, kMaxSleepMSecs);
+    m_wake.start(static_cast<int>(wait));
+}
+
+void DeadlineQueue::NoticeStep(qint64 wallMSecs) {
+    const qint64 expected = m_lookedWallMSecs + (m_monotonic.elapsed() - m_lookedMonotonicMSecs);
+    const qint64 step = wallMSecs - expected;
+    if (step > kStepToleranceMSecs || step < -kStepToleranceMSecs) {
+        Q_EMIT wallClockStepped(step);
+    }
+}
+
+void DeadlineQueue::Recheck() {
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    NoticeStep(now);
+    // Each due timer moves on past now before any expires, so it expires once
+    // here whatever the step, and what the handlers do to the queue meanwhile
+    // cannot make the walk run again.
+    m_expiring = true;
+    while (!m_heap.empty() && m_heap.front().dueMSecs <= now) {
+        Entry& head = m_heap.front();
+        DeadlineTimer* timer = head.timer;
+        m_expired.push_back({head.dueMSecs, timer});
+        const qint64 next = head.dueMSecs + timer->m_interval;
+        head.dueMSecs = next > now ? next : now + timer->m_interval;
+        timer->m_dueMSecs = head.dueMSecs;
+        SiftDown(0);
+    }
+    m_expiring = false;
+    ArmWake();
+    std::vector<Entry> expired;
+    expired.swap(m_expired);
+    m_expired.clear();
+    m_inTimeouts = &expired;
+    for (const Entry& entry : expired) {
+        if (entry.timer != nullptr) {
+            entry.timer->m_onTimeout(entry.dueMSecs);
+        }
+    }
+    m_inTimeouts = nullptr;
+}

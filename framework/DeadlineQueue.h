@@ -1,0 +1,77 @@
+#pragma once
+
+#include "DeadlineTimer.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <vector>
+
+// One queue per thread for every DeadlineTimer of that thread: a binary
+// min-heap of wall-clock due instants, so arming, re-arming and stopping a
+// timer cost O(log N), served by a single Qt timer armed for the earliest.
+//
+// The Qt timer runs on the monotonic clock, which stops while the machine
+// sleeps and ignores steps of the wall clock. So the queue never sleeps more
+// than kMaxSleepMSecs without reading the wall clock again, and re-evaluates
+// the head on every wake: what became due fires at once (each timer once,
+// however many of its intervals were passed over), a head that moved away is
+// waited for again. Recheck() does the same at once, for whoever learns that
+// the clock moved (a resume from sleep, a clock step, a test).
+class DeadlineQueue : public QObject {
+    Q_OBJECT
+public:
+    static constexpr qint64 kMaxSleepMSecs = 60000;
+    // A difference between the wall and the monotonic clock above this, over
+    // one sleep, counts as a step rather than drift.
+    static constexpr qint64 kStepToleranceMSecs = 1000;
+
+    static DeadlineQueue& ForCurrentThread();
+    ~DeadlineQueue() override;
+
+    void Schedule(DeadlineTimer* timer, qint64 dueMSecs);
+    void Cancel(DeadlineTimer* timer);
+    std::size_t size() const { return m_heap.size(); }
+    // Due instant of the earliest timer; 0 when there is none.
+    qint64 headDueMSecs() const;
+    // How long the queue sleeps before it reads the wall clock again; -1 when
+    // it has nothing to wait for.
+    qint64 sleepMSecs() const { return m_wake.remainingTime(); }
+
+public Q_SLOTS:
+    void Recheck();
+
+Q_SIGNALS:
+    // The wall clock moved by `stepMSecs` against the monotonic clock since the
+    // queue last looked: forward after a step or a resume from sleep (every due
+    // instant in between was passed over), back after a step back. Timers that
+    // became due expire right after it.
+    void wallClockStepped(qint64 stepMSecs);
+
+private:
+    struct Entry {
+        qint64 dueMSecs;
+        DeadlineTimer* timer;
+    };
+
+    DeadlineQueue();
+    void Place(std::size_t index);
+    void SiftUp(std::size_t index);
+    void SiftDown(std::size_t index);
+    void Swap(std::size_t a, std::size_t b);
+    void RemoveAt(std::size_t index);
+    void ArmWake();
+    void NoticeStep(qint64 wallMSecs);
+
+    std::vector<Entry> m_heap;
+    QTimer m_wake;
+    QElapsedTimer m_monotonic;
+    qint64 m_lookedWallMSecs = 0;
+    qint64 m_lookedMonotonicMSecs = 0;
+    bool m_expiring = false;
+    std::vector<Entry> m_expired;
+    // The timers whose time-outs are being delivered, so that one stopped or
+    // destroyed by an earlier time-out of the same wake is skipped.
+    std::vector<Entry>* m_inTimeouts = nullptr;
+};

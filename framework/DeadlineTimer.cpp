@@ -1,0 +1,25 @@
+#include "DeadlineTimer.h"
+
+#include "Clock.h"
+#include "DeadlineQueue.h"
+
+DeadlineTimer::DeadlineTimer(std::function<void(qint64)> onTimeout) : m_onTimeout(std::move(onTimeout)) {}
+
+DeadlineTimer::~DeadlineTimer() {
+    stop();
+}
+
+void DeadlineTimer::start(qint64 wait) {
+    startAt(Clock::nowMSecsSinceEpoch() + wait, wait);
+}
+
+void DeadlineTimer::startAt(qint64 dueMSecs, qint64 interval) {
+    m_interval = qMax<qint64>(1, interval);
+    DeadlineQueue::ForCurrentThread().Schedule(this, dueMSecs);
+}
+
+void DeadlineTimer::stop() {
+    if (m_queue != nullptr) {
+        m_queue->Cancel(this);
+    }
+}

@@ -537,6 +537,21 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     RetireFire(fire);
 }
 
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
+}
+
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
     if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
         return;

@@ -312,6 +312,27 @@ TEST_F(Firing, TimerModeFollowsTheWallClock) {
     }
 }
 
+// Next start texts keep meaning local time: after a change of the zone a timer
+// fire aims at its text read in the new zone, and the poll reads it anew.
+TEST_F(Firing, AZoneChangeMovesTimerFiresWithTheirLocalTimes) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("z", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("z"));
+    ASSERT_NE(fire, nullptr);
+    const qint64 before = fire->armedDueMSecs();
+    const QByteArray savedTz = qgetenv("TZ");
+    qputenv("TZ", "Etc/GMT+4");
+    tzset();
+    work().LocalTimeZoneChanged();
+    const qint64 after = fire->armedDueMSecs();
+    qputenv("TZ", savedTz);
+    tzset();
+    EXPECT_EQ(after - before, 4 * 3600 * 1000LL);
+}
+
 TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
     ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));

@@ -78,6 +78,16 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
     return true;
 }
 
+// An on-time run computes its follow-up from the instant it was due, so that
+// repetitions do not drift by the moments the runs took to fire; a run that a
+// clock step or a sleep passed over computes from the current time.
+QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+    const qint64 due = fire.expiredDueMSecs();
+    const qint64 late = current.toMSecsSinceEpoch() - due;
+    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
+    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
+}
+
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
 } // namespace
@@ -490,7 +500,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(current, next);
+    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -535,6 +545,21 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     }
     m_dateTimeFires->remove(planUuid);
     RetireFire(fire);
+}
+
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
 }
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {

@@ -49,6 +49,10 @@ public:
     void DeleteAllTriggerFires();
     void UnInit();
     bool FireEventTrigger(quint64 eventType);
+    // After a change of the local time zone: timer fires aim again at their
+    // stored next start times, which keep meaning local time, and the poll
+    // reads the texts again. On the application thread.
+    void LocalTimeZoneChanged();
     // Catches up, under the missed-run policy, the starts that passed while the
     // service was down; call once the fires have started.
     void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);

@@ -13,7 +13,8 @@ public:
     // The child's clock reads `now` at the moment of construction.
     explicit FakeWallClock(const QDateTime& now);
 
-    static bool Available();
+    // Why the library cannot be used here; empty when it can.
+    static QString Unavailable();
     // Adds what the child needs to its environment.
     void Apply(QProcessEnvironment& environment) const;
     void MoveBy(qint64 secs);

@@ -12,7 +12,7 @@ AgentStandIn::AgentStandIn(ReservedPort& port) {
     m_server.StartOnDescriptor(port.Listen());
     QObject::connect(
         &m_server, &CommunServer::incomingBlockData, &m_server,
-        [this](quint64, QIODevice* socket, QByteArray bytes) {
+        [this](quint64, quint64 connection, QByteArray bytes) {
             std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
             if (!command) {
                 return;
@@ -20,7 +20,7 @@ AgentStandIn::AgentStandIn(ReservedPort& port) {
             m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
             ResultCommand result;
             result.GetRequestCommandInfo(*command);
-            m_server.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+            m_server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));
         });
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "framework/LocalZoneWatch.h"
+#include "store/RunStateStore.h"
+
 #include <QObject>
 #include <QTimer>
 
@@ -25,6 +28,7 @@ public:
     static quint64 StartNewTriggerFire(TriggerObject* object);
     static bool RemoveTriggerFire(const QString& planUuid, quint64 type);
     static bool FireEventTrigger(quint64 eventType);
+    static void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
     bool isPolling() const { return m_atTimer.isActive(); }
 
@@ -33,7 +37,11 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     void onkillAtTimer();
+    void onCheckLocalTimeZone();
 
 private:
     QTimer m_atTimer;
+    // Once a minute, in both modes, whether the system time zone changed.
+    QTimer m_zoneTimer;
+    LocalZoneWatch m_zoneWatch;
 };

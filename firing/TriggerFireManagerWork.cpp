@@ -2,6 +2,7 @@
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineQueue.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "store/RunStateStore.h"
@@ -77,6 +78,16 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
     return true;
 }
 
+// An on-time run computes its follow-up from the instant it was due, so that
+// repetitions do not drift by the moments the runs took to fire; a run that a
+// clock step or a sleep passed over computes from the current time.
+QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+    const qint64 due = fire.expiredDueMSecs();
+    const qint64 late = current.toMSecsSinceEpoch() - due;
+    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
+    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
+}
+
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
 } // namespace
@@ -99,6 +110,13 @@ bool TriggerFireManagerWork::Init() {
         if (m_eventFires == nullptr) {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
+    }
+    if (m_catchUp == nullptr) {
+        m_catchUp =
+            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
+                return RunMissedStart(planUuid, missedStart);
+            });
+        m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
     }
     if (!LoadTriggerFires()) {
         Logger::Error("Failed to load trigger fires.");
@@ -351,6 +369,7 @@ void TriggerFireManagerWork::DeleteAllTriggerFires() {
 }
 
 void TriggerFireManagerWork::UnInit() {
+    m_catchUp.reset();
     DeleteAllTriggerFires();
     {
         QMutexLocker locker(&m_eventMutex);
@@ -398,6 +417,9 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
                     .arg(LogText::Outside(planUuid)));
+            if (m_catchUp != nullptr) {
+                m_catchUp->NoteRun(planUuid);
+            }
         } else {
             Logger::Error(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution failed in the onAtTimerOut.")
@@ -409,6 +431,9 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                     "onAtTimerOut.")
                 .arg(LogText::Outside(planUuid), text,
                      LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
+        if (valid && m_catchUp != nullptr) {
+            m_catchUp->NoteMissed(planUuid, text);
+        }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
     QDateTime next;
@@ -462,15 +487,20 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
         Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
         return;
     }
-    if (!fire->NowFire(object)) {
-        Logger::Error(
-            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
-                .arg(LogText::Outside(planName)));
-        return;
+    if (!CaughtUpLater(planName, fire, object)) {
+        if (!fire->NowFire(object)) {
+            Logger::Error(
+                QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
+                    .arg(LogText::Outside(planName)));
+            return;
+        }
+        if (m_catchUp != nullptr) {
+            m_catchUp->NoteRun(planName);
+        }
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(current, next);
+    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -493,6 +523,18 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     replacement->StartWaitTimer(current, next);
 }
 
+// A timer whose due instant a clock step or a sleep passed over runs once when
+// the queue notices, under either policy, as a late timer always did. With
+// policy once that run is the plan's catch-up instead: spread, and named as
+// such.
+bool TriggerFireManagerWork::CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp() ||
+        Clock::nowMSecsSinceEpoch() - fire->expiredDueMSecs() <= DeadlineQueue::kStepToleranceMSecs) {
+        return false;
+    }
+    return m_catchUp->NoteMissed(planUuid, object->getNextStartTime());
+}
+
 void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object,
                                           quint64 state) {
     if (state == FireState::kFinished) {
@@ -503,6 +545,55 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     }
     m_dateTimeFires->remove(planUuid);
     RetireFire(fire);
+}
+
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
+}
+
+void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
+    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
+        return;
+    }
+    // A poll still runs a start of the current minute itself; a timer fire
+    // runs only starts still to come.
+    const QDateTime current = Clock::now();
+    m_catchUp->Seed(runs,
+                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+}
+
+// The run goes out for the missed start, so that the agent and the run state
+// see which start it stands for; the plan's own next start stays as it is.
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    if (object == nullptr) {
+        return false;
+    }
+    const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";
+    TriggerObject run(*object);
+    run.setNextStartTime(missedStart);
+    if (!JobTask::FireJob(&run)) {
+        Logger::Error(QString("The %1 of scheduler[%2] could not catch up its missed start [%3].")
+                          .arg(fireClass, LogText::Outside(planUuid), missedStart));
+        return false;
+    }
+    Logger::Info(
+        QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
+            .arg(fireClass, LogText::Outside(planUuid), missedStart, LocalTime::Format(Clock::now())));
+    return true;
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {

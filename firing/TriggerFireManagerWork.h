@@ -1,11 +1,16 @@
 #pragma once
 
+#include "MissedRunCatchUp.h"
+
 #include <QHash>
 #include <QMultiHash>
 #include <QMutex>
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
+class TimerFire;
 class TriggerFire;
 class TriggerObject;
 
@@ -44,6 +49,13 @@ public:
     void DeleteAllTriggerFires();
     void UnInit();
     bool FireEventTrigger(quint64 eventType);
+    // After a change of the local time zone: timer fires aim again at their
+    // stored next start times, which keep meaning local time, and the poll
+    // reads the texts again. On the application thread.
+    void LocalTimeZoneChanged();
+    // Catches up, under the missed-run policy, the starts that passed while the
+    // service was down; call once the fires have started.
+    void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
     // Inspection for tests and benchmarks.
     int DateTimeFireCount();
@@ -62,12 +74,16 @@ private:
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
+    bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
+    bool RunMissedStart(const QString& planUuid, const QString& missedStart);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
 
     QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;
     QMutex m_dateTimeMutex;
     QMultiHash<quint64, TriggerFire*>* m_eventFires = nullptr;
     QMutex m_eventMutex;
+    // Created by Init on the application thread; touched only there.
+    std::unique_ptr<MissedRunCatchUp> m_catchUp;
     // No fire of the date-time table is due before this time, so polls until
     // then need not walk the table. Any insertion clears it. Guarded by
     // m_dateTimeMutex.

@@ -1,6 +1,7 @@
 #include "CommunClientWork.h"
 
 #include "ConfigReader.h"
+#include "LogText.h"
 #include "Logger.h"
 
 #include <QTcpSocket>
@@ -76,7 +77,7 @@ void CommunClientWork::Buffer(const QByteArray& blocks) {
         m_mergedPlans.insert(outcome.planUuid);
         Logger::Info(QString("Runs of plan[%1] that wait for the agent at %2 were merged; it runs once "
                              "when the agent is back.")
-                         .arg(outcome.planUuid, Destination()));
+                         .arg(LogText::Outside(outcome.planUuid), Destination()));
     }
 }
 

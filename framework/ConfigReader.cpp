@@ -14,6 +14,8 @@ struct Values {
     QStringList allowedGroups;
     bool allowedGroupsSet = false;
     quint64 dateTimeFireType = 0;
+    QString missedRunPolicy = "skip";
+    quint64 missedRunSpreadSecs = 0;
 };
 
 Values& Current() {
@@ -51,6 +53,8 @@ bool ConfigReader::IniReader(const QString& path) {
     values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
     values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
+    values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
+    values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
     Current() = values;
     return true;
 }
@@ -102,6 +106,19 @@ void ConfigReader::setDateTimeFireType(quint64 value) {
 void ConfigReader::setAgentEndpoint(const QString& name, quint16 port) {
     Current().agentName = name;
     Current().agentPort = port;
+}
+
+QString ConfigReader::getMissedRunPolicy() {
+    return Current().missedRunPolicy;
+}
+
+quint64 ConfigReader::getMissedRunSpreadSecs() {
+    return Current().missedRunSpreadSecs;
+}
+
+void ConfigReader::setMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
+    Current().missedRunPolicy = policy;
+    Current().missedRunSpreadSecs = spreadSecs;
 }
 
 void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& groups) {

@@ -21,9 +21,14 @@ public:
     // Without the key the service's own group is allowed.
     static bool hasAllowedGroups();
     static quint64 getDateTimeFireType();
+    // [Scheduler] MissedRunPolicy as written ("skip" when absent) and
+    // MissedRunSpreadSecs.
+    static QString getMissedRunPolicy();
+    static quint64 getMissedRunSpreadSecs();
 
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
+    static void setMissedRunPolicy(const QString& policy, quint64 spreadSecs);
     static void setAllowedPeers(const QStringList& users, const QStringList& groups);
 };

@@ -4,6 +4,8 @@
 #include "SignalBridge.h"
 #include "SystemdUnit.h"
 
+#include "framework/DeadlineQueue.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -13,11 +15,47 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 void Print(FILE* stream, const QString& text) {
     std::fputs(text.toLocal8Bit().constData(), stream);
+}
+
+bool CreateSystemUser(const QString& user) {
+    if (::geteuid() != 0 || QStandardPaths::findExecutable("adduser").isEmpty()) {
+        return false;
+    }
+    return QProcess::execute("adduser", {"--system", "--group", "--quiet", "--no-create-home", "--home",
+                                         "/nonexistent", user}) == 0;
+}
+
+// The unit runs the service as its own user, which must exist and own the
+// folders the service writes.
+void PrepareServiceAccount(const QString& directory) {
+    const QString user = SystemdUnit::ServiceUser();
+    const QStringList folders = SystemdUnit::WritableFolders(directory);
+    const QByteArray name = user.toLocal8Bit();
+    if (::getpwnam(name.constData()) == nullptr && !CreateSystemUser(user)) {
+        Print(stdout,
+              QString("The unit runs the service as %1, which does not exist here: create it (adduser "
+                      "--system --group %1) and give it %2.\n")
+                  .arg(user, folders.join(", ")));
+        return;
+    }
+    const passwd* account = ::getpwnam(name.constData());
+    for (const QString& folder : folders) {
+        QDir().mkpath(folder);
+        const QByteArray path = folder.toLocal8Bit();
+        if (::chown(path.constData(), account->pw_uid, account->pw_gid) != 0 ||
+            ::chmod(path.constData(), 0750) != 0) {
+            Print(stdout, QString("Cannot give %1 to %2: %3\n").arg(folder, user, qt_error_string(errno)));
+        }
+    }
 }
 
 bool RunSystemctl(const QStringList& arguments) {
@@ -93,6 +131,9 @@ int QtServiceBase::RunForeground() {
     start();
     LogindSessionWatcher* watcher = LogindSessionWatcher::OnSystemBus(
         [this](int event, qint64 sessionId) { sessionChange(static_cast<LogonEvent>(event), sessionId); });
+    // The monotonic waits of the timers stood still while the machine slept.
+    QObject::connect(watcher, &LogindSessionWatcher::resumed, &DeadlineQueue::ForCurrentThread(),
+                     &DeadlineQueue::Recheck);
     NotifyStarted();
     executeApplication();
     delete watcher;
@@ -125,6 +166,7 @@ int QtServiceBase::Install() {
     file.write(SystemdUnit::Render(m_description, executable, m_startupType == AutoStartup).toUtf8());
     file.close();
     Print(stdout, QString("Wrote %1\n").arg(path));
+    PrepareServiceAccount(QFileInfo(executable).absolutePath());
     if (!RunSystemctl({"daemon-reload"})) {
         Print(stdout, "systemd is not running here; enable the unit once it is.\n");
         return 0;

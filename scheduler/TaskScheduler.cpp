@@ -94,11 +94,16 @@ bool TaskScheduler::Start() {
     connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
             &TaskScheduler::onClientRequestCommandResult,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    return Check(m_dataStoreManager.Start(), "Failed to start the SchedulerDataStoreManager.") &&
-           Check(m_producerConsumerManager.Start(), "Failed to start the CommunProducerConsumerManager.") &&
-           Check(m_clientManager.Start(), "Failed to start the ClientCommunManager.") &&
-           Check(m_serverManager.Start(), "Failed to start the SchedulerServerManager.") &&
-           Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
+    const bool started =
+        Check(m_dataStoreManager.Start(), "Failed to start the SchedulerDataStoreManager.") &&
+        Check(m_producerConsumerManager.Start(), "Failed to start the CommunProducerConsumerManager.") &&
+        Check(m_clientManager.Start(), "Failed to start the ClientCommunManager.") &&
+        Check(m_serverManager.Start(), "Failed to start the SchedulerServerManager.") &&
+        Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
+    if (started) {
+        TriggerFireManager::CatchUpDowntime(m_runState.TakeStoredRuns());
+    }
+    return started;
 }
 
 void TaskScheduler::Stop() {

@@ -1,42 +1,109 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it, runs the installed service from its
-# folder with its default configuration, and removes and purges it again,
-# checking that nothing is left behind. Needs root.
+# Builds the Debian package with Debian's hardening flags, has lintian and
+# systemd-analyze judge it, installs it, runs the installed service as its own
+# user from its installed folder the way its unit does (systemd need not be
+# PID 1 here), uses orvelctl as root and as another user, crashes the service
+# with and without its debug symbols, and removes and purges it again. Needs
+# root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD_DIR=${BUILD_DIR:-build-package}
-dpkg-query -W -f='${Status}' dpkg-dev 2>/dev/null | grep -q "install ok installed" ||
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends dpkg-dev
-BUILD_DIR=$BUILD_DIR TARGETS="OrvelSchedulerService orvelctl" ./scripts/setup.sh -DCMAKE_BUILD_TYPE=Release \
-  -DBUILD_TESTING=OFF -DORVEL_BENCHMARKS=OFF
-(cd "$BUILD_DIR" && cpack -G DEB > /dev/null)
-package=$(ls "$BUILD_DIR"/orvel-scheduler_*.deb)
-echo "built $package"
-DEBIAN_FRONTEND=noninteractive apt-get install -y -q "./$package" > /dev/null
+for package in dpkg-dev lintian; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$package"
+done
 
 fail() { echo "package check: $*"; exit 1; }
-[ -x /opt/orvel-scheduler/OrvelSchedulerService ] || fail "service not installed"
-orvelctl preview --type 1 --start "2030-01-01 00:00:00" --now "2029-12-31 00:00:00" --count 1 | grep -q 2030 ||
-  fail "orvelctl not on the PATH"
-if command -v systemd-analyze > /dev/null; then
-  systemd-analyze verify /lib/systemd/system/OrvelSchedulerService.service || fail "unit refused"
-fi
-/opt/orvel-scheduler/OrvelSchedulerService &
-pid=$!
-for _ in $(seq 50); do
-  grep -q "SchedulerService start success." /opt/orvel-scheduler/log/schedulerservice.log 2>/dev/null && break
-  sleep 0.1
-done
-grep -q "SchedulerService start success." /opt/orvel-scheduler/log/schedulerservice.log || fail "service did not start"
-kill -TERM $pid
-wait $pid || fail "service did not stop cleanly"
+step() { echo "package check: $*"; }
+
+export DEB_BUILD_MAINT_OPTIONS=hardening=+all
+BUILD_DIR=$BUILD_DIR TARGETS="OrvelSchedulerService orvelctl package_documents" ./scripts/setup.sh \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF -DORVEL_BENCHMARKS=OFF \
+  -DCMAKE_CXX_FLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
+  -DCMAKE_EXE_LINKER_FLAGS="$(dpkg-buildflags --get LDFLAGS)"
+rm -f "$BUILD_DIR"/orvel-scheduler*.deb "$BUILD_DIR"/orvel-scheduler*.ddeb
+(cd "$BUILD_DIR" && cpack -G DEB > /dev/null)
+package=$(ls "$BUILD_DIR"/orvel-scheduler_*.deb)
+symbols=$(ls "$BUILD_DIR"/orvel-scheduler-dbgsym_*.*deb)
+step "built $package and $symbols"
+
+lintian --allow-root --fail-on error,warning "$package" || fail "lintian found errors or warnings"
+unit=packaging/OrvelSchedulerService.service
+exposure=$(systemd-analyze security --offline=yes "$unit" 2>&1 | sed -n 's/.*Overall exposure level for .*: \([0-9.]*\).*/\1/p')
+[ -n "$exposure" ] || fail "systemd-analyze did not rate the unit"
+awk -v e="$exposure" 'BEGIN { exit !(e <= 2.0) }' || fail "the unit's exposure is $exposure, above 2.0"
+step "lintian is clean; the unit's exposure is $exposure"
+
+DEBIAN_FRONTEND=noninteractive apt-get install -y -q "./$package" > /dev/null
+app=/usr/lib/orvel-scheduler
+log=/var/log/orvel-scheduler/schedulerservice.log
+getent passwd orvel-scheduler > /dev/null || fail "no user orvel-scheduler"
+[ -x $app/OrvelSchedulerService ] || fail "service not installed"
+[ "$(readlink $app/cfg)" = /etc/orvel-scheduler ] && [ "$(readlink $app/data)" = /var/lib/orvel-scheduler ] ||
+  fail "application folder links wrong"
+[ "$(stat -c %U /var/lib/orvel-scheduler/dump)" = orvel-scheduler ] || fail "dump folder not the service's"
+readelf -S $app/OrvelSchedulerService | grep -q debug_info && fail "binary not stripped"
+systemd-analyze verify /lib/systemd/system/OrvelSchedulerService.service || fail "unit refused"
+
+service=
+trap '[ -z "$service" ] || kill "$service" 2> /dev/null || true' EXIT
+
+# The unit's identity, umask and privileges, without systemd.
+start_service() {
+  rm -f "$log"
+  (cd $app && setpriv --reuid=orvel-scheduler --regid=orvel-scheduler --init-groups --no-new-privs \
+    --bounding-set=-all --inh-caps=-all -- sh -c 'umask 0027 && exec ./OrvelSchedulerService -e') &
+  service=$!
+  for _ in $(seq 100); do
+    grep -q "SchedulerService start success." "$log" 2>/dev/null && break
+    sleep 0.1
+  done
+  grep -q "SchedulerService start success." "$log" || fail "service did not start: $(cat "$log" 2>/dev/null)"
+  [ "$(ps -o user= -p $service)" = orvel-scheduler ] || fail "service does not run as orvel-scheduler"
+}
+
+# Crashes the running service and waits for its end; $report is the crash report.
+crash_service() {
+  rm -f /var/lib/orvel-scheduler/dump/*.dmp
+  kill -SEGV "$service"
+  if wait "$service"; then fail "service survived SIGSEGV"; fi
+  service=
+  report=$(ls /var/lib/orvel-scheduler/dump/schedulerservice*.dmp) || fail "no crash report"
+  [ "$(stat -c '%U %a' "$report")" = "orvel-scheduler 640" ] || fail "crash report owner or mode: $(stat -c '%U %a' "$report")"
+}
+
+start_service
+step "the service runs as orvel-scheduler from $app"
+orvelctl plan add --plan package-check --type 2 --start "2030-01-01 02:00:00" | grep -q "result 0" ||
+  fail "orvelctl plan as root was not served"
+refusal=$(setpriv --reuid=nobody --regid=nogroup --clear-groups -- orvelctl plan delete --plan package-check 2>&1) &&
+  fail "orvelctl as nobody was served"
+[ "$refusal" = "not allowed: user nobody (65534) is not in AllowedUsers or AllowedGroups" ] ||
+  fail "orvelctl as nobody said: $refusal"
+grep -q "Plan command 200 from user id 0 accepted." "$log" || fail "accepted plan command not logged"
+step "orvelctl works as root and refuses nobody"
+
+crash_service
+grep -q "QtServiceBase::exec" "$report" && fail "stripped binary named its functions: $(cat "$report")"
+dpkg -i "$symbols" > /dev/null
+start_service
+crash_service
+grep -q "QtServiceBase::exec" "$report" || fail "crash report without function names: $(cat "$report")"
+grep -q "at .*\.cpp:[0-9]" "$report" || fail "crash report without source lines: $(cat "$report")"
+step "crash reports are written as orvel-scheduler; with the debug symbols they name functions and lines"
+dpkg -r orvel-scheduler-dbgsym > /dev/null
 
 dpkg -r orvel-scheduler > /dev/null
-left=$(find /opt/orvel-scheduler -type f 2>/dev/null | grep -v -E '^/opt/orvel-scheduler/(cfg/config.ini|data/)' || true)
-[ -z "$left" ] || fail "left after remove: $left"
-[ -f /opt/orvel-scheduler/cfg/config.ini ] || fail "configuration not kept on remove"
+[ ! -e $app ] || fail "left after remove: $(find $app)"
 [ ! -e /usr/bin/orvelctl ] || fail "orvelctl left on the PATH"
+[ -f /etc/orvel-scheduler/config.ini ] || fail "configuration not kept on remove"
+[ -f /var/lib/orvel-scheduler/alldb.db ] || fail "plans not kept on remove"
+getent passwd orvel-scheduler > /dev/null || fail "user removed on remove"
 dpkg -P orvel-scheduler > /dev/null
-[ ! -e /opt/orvel-scheduler ] || fail "left after purge: $(find /opt/orvel-scheduler)"
-[ ! -e /lib/systemd/system/OrvelSchedulerService.service ] || fail "unit left after purge"
-echo "package check: installs, runs, removes and purges cleanly"
+for path in /etc/orvel-scheduler /var/lib/orvel-scheduler /var/log/orvel-scheduler \
+            /lib/systemd/system/OrvelSchedulerService.service; do
+  [ ! -e $path ] || fail "left after purge: $path"
+done
+getent passwd orvel-scheduler > /dev/null && fail "user left after purge"
+getent group orvel-scheduler > /dev/null && fail "group left after purge"
+echo "package check: lintian-clean, exposure $exposure, installs, runs as its own user, removes and purges cleanly"

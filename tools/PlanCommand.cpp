@@ -4,6 +4,7 @@
 #include "ServiceEndpoint.h"
 #include "ToolOutput.h"
 #include "TriggerOptions.h"
+#include "TriggerTypeNames.h"
 
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
@@ -28,14 +29,6 @@ namespace {
 constexpr int kConnectMSecs = 2000;
 constexpr int kReplyMSecs = 10000;
 
-const QMap<QString, quint64>& EventTypes() {
-    static const QMap<QString, quint64> types = {{"logon", TriggerTypes::kLogon},
-                                                 {"logoff", TriggerTypes::kLogoff},
-                                                 {"lock", TriggerTypes::kLock},
-                                                 {"unlock", TriggerTypes::kUnlock}};
-    return types;
-}
-
 bool BuildAttribute(const ArgumentList& arguments, TriggerAttribute& attribute, QString& error) {
     if (!arguments.Has("--event")) {
         return TriggerOptions::Build(arguments, attribute, error);
@@ -45,11 +38,11 @@ bool BuildAttribute(const ArgumentList& arguments, TriggerAttribute& attribute, 
         return false;
     }
     const QString event = arguments.Value("--event");
-    if (!EventTypes().contains(event)) {
+    if (!TriggerTypeNames::Events().contains(event)) {
         error = QString("--event takes logon, logoff, lock or unlock, not '%1'").arg(event);
         return false;
     }
-    attribute.setTriggerType(EventTypes().value(event));
+    attribute.setTriggerType(TriggerTypeNames::Events().value(event));
     return true;
 }
 

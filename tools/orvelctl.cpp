@@ -1,6 +1,7 @@
 #include "AgentCommand.h"
 #include "PlanCommand.h"
 #include "PreviewCommand.h"
+#include "StatusCommand.h"
 #include "ToolOutput.h"
 
 #include "framework/Clock.h"
@@ -12,6 +13,7 @@ QString Usage() {
     return "Usage: orvelctl <command> [options]\n"
            "  preview   show a trigger's next start times as the service computes them\n"
            "  plan      add, modify or delete a plan in the service's database and the running service\n"
+           "  status    the service's schedule: next start, last run and its result per plan\n"
            "  agent     run a stand-in agent that prints and acknowledges the service's commands\n"
            "Run 'orvelctl <command> --help' for the options of a command.\n";
 }
@@ -28,6 +30,9 @@ int main(int argc, char** argv) {
     }
     if (command == "plan") {
         return PlanCommand::Run(rest);
+    }
+    if (command == "status") {
+        return StatusCommand::Run(rest);
     }
     if (command == "agent") {
         return AgentCommand::Run(rest);

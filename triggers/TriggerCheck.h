@@ -4,6 +4,8 @@
 
 #include <QString>
 
+class CommCommand;
+
 // Whether a plan's trigger could ever be scheduled. A plan command with such a
 // definition is refused and a stored row with one is skipped, so that nothing
 // is registered that would only fail once its fire starts. Only the fields the
@@ -23,6 +25,9 @@ public:
     // 1-7"). Field values in it are made safe for the log.
     static QString Fault(const QString& planUuid, const TriggerAttribute& attribute);
     static QString PlanUuidFault(const QString& planUuid);
+    // The same for a plan command as it arrives: its plan UUID and, for a new
+    // or modified plan, the definition its payload carries, which must decode.
+    static QString CommandFault(const CommCommand& request);
 
 private:
     static QString CalendarFault(const TriggerAttribute& attribute);

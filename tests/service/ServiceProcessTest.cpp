@@ -3,6 +3,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QMap>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTest>
@@ -96,15 +98,37 @@ TEST(ServiceProcess, InstallsAndRemovesItsSystemdUnit) {
     EXPECT_EQ(install.process().exitCode(), 0);
     QFile unit(folder.Path("units/OrvelSchedulerService.service"));
     ASSERT_TRUE(unit.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(unit.readAll());
-    EXPECT_TRUE(text.contains("Description=Scheduler service"));
-    EXPECT_TRUE(text.contains("Type=notify"));
-    EXPECT_TRUE(text.contains("ExecStart=" + install.Executable() + " -e"));
-    EXPECT_TRUE(text.contains("WantedBy=multi-user.target"));
+    const QStringList lines = QString::fromUtf8(unit.readAll()).split('\n');
+    // The packaged unit, hardening included, with this executable's paths.
+    QFile packaged(QString(ORVEL_SOURCE_DIR) + "/packaging/OrvelSchedulerService.service");
+    ASSERT_TRUE(packaged.open(QIODevice::ReadOnly));
+    const QString directory = QFileInfo(install.Executable()).absolutePath();
+    const QMap<QString, QString> paths = {
+        {"ExecStart", install.Executable() + " -e"},
+        {"WorkingDirectory", directory},
+        {"ReadWritePaths",
+         QStringList{directory + "/data", directory + "/log", directory + "/dump"}.join(' ')}};
+    for (const QString& line : QString::fromUtf8(packaged.readAll()).split('\n')) {
+        const QString key = line.section('=', 0, 0);
+        const QString expected = paths.contains(key) ? key + "=" + paths.value(key) : line;
+        EXPECT_TRUE(lines.contains(expected)) << expected.toStdString();
+    }
+    EXPECT_TRUE(lines.contains("Description=Scheduler service"));
+    EXPECT_TRUE(lines.contains("WantedBy=multi-user.target"));
 
     if (!QStandardPaths::findExecutable("systemd-analyze").isEmpty()) {
+        QProcess analyze;
+        analyze.start("systemd-analyze",
+                      {"security", "--offline=yes", folder.Path("units/OrvelSchedulerService.service")});
+        ASSERT_TRUE(analyze.waitForFinished(20000));
+        const QRegularExpressionMatch exposure =
+            QRegularExpression(R"(Overall exposure level for \S+: ([0-9.]+))")
+                .match(QString::fromUtf8(analyze.readAllStandardOutput()));
+        ASSERT_TRUE(exposure.hasMatch());
+        EXPECT_LE(exposure.captured(1).toDouble(), 2.0);
         QProcess verify;
-        verify.start("systemd-analyze", {"verify", folder.Path("units/OrvelSchedulerService.service")});
+        verify.start("systemd-analyze",
+                     {"verify", "--man=no", folder.Path("units/OrvelSchedulerService.service")});
         ASSERT_TRUE(verify.waitForFinished(20000));
         EXPECT_EQ(verify.exitCode(), 0) << verify.readAllStandardError().toStdString();
     }

@@ -1,0 +1,152 @@
+// orvelctl status over a run state file, with and without a service.
+#include "store/RunStateStore.h"
+#include "tools/RelativeTime.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+struct SpanRow {
+    qint64 msecs;
+    const char* left;
+    const char* ago;
+};
+
+TEST(RelativeTime, ReadsAsPeopleSayIt) {
+    constexpr qint64 s = 1000;
+    const SpanRow rows[] = {
+        {0, "0 s left", "0 s ago"},
+        {59 * s, "59 s left", "59 s ago"},
+        {60 * s, "1min left", "1min ago"},
+        {(4 * 3600 + 12 * 60 + 30) * s, "4h 12min left", "4h 12min ago"},
+        {3 * 3600 * s, "3h left", "3h ago"},
+        {(86400 + 3 * 3600 + 5) * s, "1 day 3h left", "1 day 3h ago"},
+        {(86400 + 600) * s, "1 day left", "1 day ago"},
+        {(2 * 86400 + 23 * 3600) * s, "2 days left", "2 days ago"},
+        {-5 * 60 * s, "5min late", "in 5min"},
+    };
+    for (const SpanRow& row : rows) {
+        SCOPED_TRACE(row.msecs);
+        EXPECT_EQ(RelativeTime::Left(row.msecs), row.left);
+        EXPECT_EQ(RelativeTime::Ago(row.msecs), row.ago);
+    }
+}
+
+struct ToolRun {
+    int code;
+    QString out;
+    QString err;
+};
+
+class Status : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunStateStore store;
+        ASSERT_TRUE(store.Open(Path(), {"nightly", "hourly", "logon", "once", "new"}));
+        RunStateStore::RecordSchedule("nightly", 2, "2026-03-11 02:00:00", 0);
+        RunStateStore::RecordRun("nightly", 2, "2026-03-10 02:00:00", At("2026-03-08 02:00:00"));
+        RunStateStore::RecordResult("nightly", 0, At("2026-03-08 02:10:00"));
+        RunStateStore::RecordSchedule("hourly", 2, "2026-03-10 13:00:00", 0);
+        RunStateStore::RecordRun("hourly", 2, "2026-03-10 12:00:00", At("2026-03-10 12:00:00"));
+        RunStateStore::RecordResult("hourly", 1, At("2026-03-10 12:00:01"));
+        RunStateStore::RecordSchedule("logon", 257, QString(), 0);
+        RunStateStore::RecordSchedule("once", 1, QString(), 1);
+        RunStateStore::RecordRun("once", 1, "2026-03-09 08:00:00", At("2026-03-09 08:00:00"));
+        RunStateStore::RecordSchedule("new", 3, "2026-03-12 16:30:00", 0);
+        RunStateStore::RecordRun("new", 3, "2026-03-10 08:45:00", At("2026-03-10 08:45:00"));
+        RunStateStore::RecordResult("new", 0, At("2026-03-10 08:44:00"));
+    }
+
+    static qint64 At(const char* text) {
+        return QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss").toMSecsSinceEpoch();
+    }
+
+    QString Path() const { return dir.filePath("state.db"); }
+
+    ToolRun Orvelctl(const QStringList& extra, quint16 port) const {
+        QProcess process;
+        process.start(QString(ORVEL_BIN_DIR) + "/orvelctl",
+                      QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
+                                  QString::number(port), "--now", "2026-03-10 12:48:00"} +
+                          extra);
+        process.waitForFinished(20000);
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    QTemporaryDir dir;
+};
+
+TEST_F(Status, ListsPlansByNextStartInAlignedColumns) {
+    QTcpServer service;
+    ASSERT_TRUE(service.listen(QHostAddress::LocalHost, 0));
+    const ToolRun run = Orvelctl({}, service.serverPort());
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 7) << run.out.toStdString();
+    EXPECT_TRUE(
+        lines[0].startsWith(QString("The scheduler service is running (127.0.0.1:%1 answers); its run "
+                                    "state was last written ")
+                                .arg(service.serverPort())))
+        << lines[0].toStdString();
+    const QStringList expected = {
+        "NEXT                 LEFT            LAST                 PASSED        RESULT   TYPE    PLAN",
+        "2026-03-10 13:00:00  12min left      2026-03-10 12:00:00  48min ago     failed   daily   hourly",
+        "2026-03-11 02:00:00  13h 12min left  2026-03-10 02:00:00  2 days ago    ok       daily   nightly",
+        "2026-03-12 16:30:00  2 days left     2026-03-10 08:45:00  4h 3min ago   waiting  weekly  new",
+        "-                    -               never                -             -        logon   logon",
+        "ended                -               2026-03-09 08:00:00  1 day 4h ago  waiting  once    once",
+    };
+    EXPECT_EQ(lines.mid(1), expected) << run.out.toStdString();
+}
+
+TEST_F(Status, WorksWhileTheServiceIsDownAndForOnePlan) {
+    const quint16 closed = [] {
+        QTcpServer probe;
+        probe.listen(QHostAddress::LocalHost, 0);
+        return probe.serverPort();
+    }();
+    const ToolRun run = Orvelctl({"--plan", "nightly"}, closed);
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_TRUE(lines[0].startsWith("The scheduler service is not running (nothing answers on 127.0.0.1:"));
+    EXPECT_TRUE(lines[2].endsWith("nightly"));
+
+    const ToolRun unknown = Orvelctl({"--plan", "nosuch"}, closed);
+    EXPECT_EQ(unknown.code, 1);
+    EXPECT_EQ(unknown.err, "orvelctl status: the run state knows no plan 'nosuch'\n");
+}
+
+TEST_F(Status, GivesOneJsonDocument) {
+    const ToolRun run = Orvelctl({"--json"}, 1);
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QJsonObject root = QJsonDocument::fromJson(run.out.toUtf8()).object();
+    EXPECT_FALSE(root.value("running").toBool());
+    const QJsonArray plans = root.value("plans").toArray();
+    ASSERT_EQ(plans.size(), 5);
+    const QJsonObject first = plans.at(0).toObject();
+    EXPECT_EQ(first.value("plan").toString(), "hourly");
+    EXPECT_EQ(first.value("nextStart").toString(), "2026-03-10 13:00:00");
+    EXPECT_EQ(first.value("result").toInt(), 1);
+    EXPECT_TRUE(plans.at(3).toObject().value("lastDue").isNull());
+    EXPECT_TRUE(plans.at(4).toObject().value("ended").toBool());
+}
+
+TEST_F(Status, AMissingOrForeignFileIsOneClearError) {
+    const QString missing = dir.filePath("nothing.db");
+    QProcess process;
+    process.start(QString(ORVEL_BIN_DIR) + "/orvelctl", {"status", "--state", missing, "--port", "1"});
+    process.waitForFinished(20000);
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_EQ(QString::fromUtf8(process.readAllStandardError()),
+              QString("orvelctl status: cannot read the run state %1: no such file\n").arg(missing));
+    EXPECT_FALSE(QFile::exists(missing));
+}
+} // namespace

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <QMap>
+#include <QString>
+
+// The words orvelctl uses for trigger types.
+class TriggerTypeNames {
+public:
+    // "once", "daily", ..., "logon", ...; "type N" for any other number.
+    static QString Name(quint64 type);
+    // The event triggers by word.
+    static const QMap<QString, quint64>& Events();
+};

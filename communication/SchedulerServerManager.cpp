@@ -109,7 +109,9 @@ bool SchedulerServerManager::Admit(QIODevice* socket, const CommCommand& command
     if (m_communServer.IsAdmitted(socket)) {
         if (type == CommandTypes::kNewPlan || type == CommandTypes::kDeletePlan ||
             type == CommandTypes::kModifyPlan) {
-            Logger::Info(QString("Plan command %1 from %2 accepted.").arg(type).arg(peer.Describe()));
+            Logger::Info(QString("Plan command %1 for plan %2 from %3 accepted.")
+                             .arg(type)
+                             .arg(LogText::Outside(command.getPlanUuid()), peer.Describe()));
         }
         return true;
     }

@@ -4,6 +4,8 @@
 #include "SignalStack.h"
 #include "SocketCommandPackage.h"
 
+#include <pthread.h>
+
 namespace {
 QMutex g_liveMutex;
 CommunProducerConsumerManager* g_live = nullptr;
@@ -35,6 +37,7 @@ bool CommunProducerConsumerManager::Start() {
     m_running = true;
     m_consumer = std::thread([this] {
         SignalStack stack;
+        ::pthread_setname_np(::pthread_self(), "command-queue");
         ConsumeLoop();
     });
     return true;

@@ -4,15 +4,12 @@
 // so it goes the whole road: server, queue, dealing thread, store, fire table,
 // reply. The log is written to a file as in production.
 // Usage: round_trip_bench [requests per client = 4000]
+#include "BenchClient.h"
 #include "BenchSupport.h"
 #include "ReservedPort.h"
 
 #include "framework/Clock.h"
-#include "framework/CommandBuilder.h"
-#include "framework/FrameReader.h"
 #include "framework/Logger.h"
-#include "framework/RequestCommand.h"
-#include "framework/SchedulerPlanData.h"
 #include "scheduler/TaskScheduler.h"
 
 #include <QCoreApplication>
@@ -20,75 +17,24 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <deque>
-#include <memory>
 #include <thread>
 #include <vector>
 
 namespace {
 using Steady = std::chrono::steady_clock;
 
-QByteArray ModifyFrame(int client, int index) {
-    std::unique_ptr<CommCommand> command(CommandBuilder::BuilderCommand(204));
-    const QString planUuid = QString("bench-%1-%2").arg(client).arg(index % 50);
-    command->setPlanUuid(planUuid);
-    SchedulerPlanData data;
-    data.getRfrnSchedulerPlan().setPlanUuid(planUuid);
-    data.getRfrnSchedulerPlan().getObjectTriggerAttribute().setTriggerType(257);
-    CommandBuilder::DataToBytearray(&data, static_cast<RequestCommand*>(command.get())->getRfrnRequestData());
-    return FrameReader::Frame(CommandBuilder::CommandToBytearray(command.get()));
-}
-
-class Client {
-public:
-    explicit Client(quint16 port) : m_fd(::socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-        const int one = 1;
-        ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
-    }
-    ~Client() { ::close(m_fd); }
-
-    void Send(const QByteArray& frame) {
-        (void)!::write(m_fd, frame.constData(), static_cast<size_t>(frame.size()));
-    }
-
-    void ReadReply() {
-        QByteArray payload;
-        while (!m_reader.Next(payload)) {
-            char buffer[4096];
-            const ssize_t got = ::read(m_fd, buffer, sizeof(buffer));
-            if (got <= 0) {
-                return;
-            }
-            m_reader.Append(QByteArray(buffer, static_cast<int>(got)));
-        }
-    }
-
-private:
-    int m_fd;
-    FrameReader m_reader;
-};
-
 // Latencies in microseconds of every request of one client.
 std::vector<double> RunClient(quint16 port, int client, int requests, int window) {
-    Client connection(port);
+    BenchClient connection;
+    connection.Connect(port);
     std::vector<QByteArray> frames;
     for (int i = 0; i < requests; ++i) {
-        frames.push_back(ModifyFrame(client, i));
+        frames.push_back(BenchClient::ModifyFrame(QString("bench-%1-%2").arg(client).arg(i % 50)));
     }
     std::vector<double> latencies;
     std::deque<Steady::time_point> inFlight;

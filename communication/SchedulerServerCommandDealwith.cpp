@@ -5,7 +5,6 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/RequestCommand.h"
-#include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
 #include "framework/SocketCommandPackage.h"
@@ -26,33 +25,8 @@ const QByteArray& Payload(CommCommand* request) {
     return static_cast<RequestCommand*>(request)->getRfrnRequestData();
 }
 
-// Why a plan command cannot be carried out at all, or empty. A definition
-// that could never be scheduled is refused here, before anything changes,
-// instead of being registered with a fire that fails to start.
-QString DoorFault(CommCommand* request) {
-    const QString planUuid = request->getPlanUuid();
-    switch (request->getCommandType()) {
-    case CommandTypes::kNewPlan: {
-        RequestNewOperationData data;
-        if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
-            return "its plan data do not decode";
-        }
-        return TriggerCheck::Fault(planUuid, data.getTriggerAttribute());
-    }
-    case CommandTypes::kModifyPlan: {
-        SchedulerPlanData data;
-        if (!CommandBuilder::BytearrayToData(Payload(request), &data)) {
-            return "its plan data do not decode";
-        }
-        return TriggerCheck::Fault(planUuid, data.getRfrnSchedulerPlan().getObjectTriggerAttribute());
-    }
-    default:
-        return TriggerCheck::PlanUuidFault(planUuid);
-    }
-}
-
 bool PassesDoor(CommCommand* request) {
-    const QString fault = DoorFault(request);
+    const QString fault = TriggerCheck::CommandFault(*request);
     if (fault.isEmpty()) {
         return true;
     }

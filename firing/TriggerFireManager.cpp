@@ -3,8 +3,11 @@
 #include "TriggerFireManagerWork.h"
 
 #include "framework/ConfigReader.h"
+#include "framework/Logger.h"
 
-TriggerFireManager::TriggerFireManager(QObject* parent) : QObject(parent) {}
+TriggerFireManager::TriggerFireManager(QObject* parent) : QObject(parent) {
+    connect(&m_zoneTimer, &QTimer::timeout, this, &TriggerFireManager::onCheckLocalTimeZone);
+}
 
 bool TriggerFireManager::Init() {
     return TriggerFireManagerWork::Instance().Init();
@@ -15,6 +18,7 @@ bool TriggerFireManager::Start() {
     if (!work.StartAllTriggerFires()) {
         return false;
     }
+    m_zoneTimer.start(LocalZoneWatch::kCheckIntervalMSecs);
     if (ConfigReader::getDateTimeFireType() == 1) {
         return true;
     }
@@ -27,6 +31,7 @@ bool TriggerFireManager::Start() {
 
 void TriggerFireManager::Stop() {
     TriggerFireManagerWork& work = TriggerFireManagerWork::Instance();
+    m_zoneTimer.stop();
     if (ConfigReader::getDateTimeFireType() != 1) {
         Q_EMIT killAtTimer();
         disconnect(&m_atTimer, &QTimer::timeout, &work, &TriggerFireManagerWork::onAtTimerOut);
@@ -56,6 +61,14 @@ bool TriggerFireManager::RemoveTriggerFire(const QString& planUuid, quint64 type
 
 bool TriggerFireManager::FireEventTrigger(quint64 eventType) {
     return TriggerFireManagerWork::Instance().FireEventTrigger(eventType);
+}
+
+void TriggerFireManager::onCheckLocalTimeZone() {
+    if (!m_zoneWatch.CheckChanged()) {
+        return;
+    }
+    Logger::Info("The local time zone changed; start times are read in the new zone.");
+    TriggerFireManagerWork::Instance().LocalTimeZoneChanged();
 }
 
 void TriggerFireManager::onkillAtTimer() {

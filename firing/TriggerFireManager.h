@@ -1,5 +1,6 @@
 #pragma once
 
+#include "framework/LocalZoneWatch.h"
 #include "store/RunStateStore.h"
 
 #include <QObject>
@@ -36,7 +37,11 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     void onkillAtTimer();
+    void onCheckLocalTimeZone();
 
 private:
     QTimer m_atTimer;
+    // Once a minute, in both modes, whether the system time zone changed.
+    QTimer m_zoneTimer;
+    LocalZoneWatch m_zoneWatch;
 };

@@ -41,23 +41,14 @@ void DisposeFire(TriggerFire* fire) {
     }
 }
 
-// Stops and deletes a fire that has left its table, on the fire's own thread.
+// Stops and deletes a fire that has left its table. From another thread the
+// fire is only handed to its own thread to be deleted: nothing reaches it any
+// more, and its destructor stops its timer there.
 void RetireFire(TriggerFire* fire) {
-    if (fire == nullptr) {
-        return;
-    }
-    if (fire->thread() == QThread::currentThread()) {
+    if (fire != nullptr && fire->thread() == QThread::currentThread()) {
         fire->Stop();
-        delete fire;
-        return;
     }
-    QMetaObject::invokeMethod(
-        fire,
-        [fire] {
-            fire->Stop();
-            delete fire;
-        },
-        Qt::QueuedConnection);
+    DisposeFire(fire);
 }
 
 // Walks a fire table, taking out, stopping and deleting every fire for which
@@ -76,6 +67,16 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
         RetireFire(fire);
     }
     return true;
+}
+
+// An on-time run computes its follow-up from the instant it was due, so that
+// repetitions do not drift by the moments the runs took to fire; a run that a
+// clock step or a sleep passed over computes from the current time.
+QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+    const qint64 due = fire.expiredDueMSecs();
+    const qint64 late = current.toMSecsSinceEpoch() - due;
+    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
+    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
 }
 
 // The one worker of the process, created before main runs.
@@ -490,7 +491,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(current, next);
+    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -535,6 +536,21 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
     }
     m_dateTimeFires->remove(planUuid);
     RetireFire(fire);
+}
+
+void TriggerFireManagerWork::LocalTimeZoneChanged() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTimeFires == nullptr) {
+        return;
+    }
+    m_pollIdleUntilMSecs = 0;
+    for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
+        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+            timerFire->RearmFromNextStartTime();
+        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            atTimeFire->ForgetCachedMinute();
+        }
+    }
 }
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {

@@ -46,3 +46,21 @@ void Clock::PinLocalTimeZone() {
     qputenv("TZ", ":/etc/localtime");
     tzset();
 }
+
+// The C library reads the zone again only when the TZ text changes, so the
+// pinned file is named by its other spelling, with or without a "./" before
+// the file name.
+void Clock::RereadLocalTimeZone() {
+    QByteArray tz = qgetenv("TZ");
+    if (!tz.startsWith(":/")) {
+        return;
+    }
+    const int slash = tz.lastIndexOf('/');
+    if (tz.mid(slash - 2, 3) == "/./") {
+        tz.remove(slash - 1, 2);
+    } else {
+        tz.insert(slash + 1, "./");
+    }
+    qputenv("TZ", tz);
+    tzset();
+}

@@ -20,6 +20,10 @@ public:
     // Local-time conversions ask the C library to re-check the zone each time;
     // with TZ unset that is a stat() of /etc/localtime per conversion, which
     // dominates the calendar arithmetic. Pinning TZ to the system zone file at
-    // start-up reads it once (a change of the system zone then needs a restart).
+    // start-up reads it once; LocalZoneWatch notices a change of the system
+    // zone and calls RereadLocalTimeZone.
     static void PinLocalTimeZone();
+    // Has the C library read the zone file that TZ names (":/path") again. A
+    // zone that TZ names by its name is the user's choice and stays.
+    static void RereadLocalTimeZone();
 };

@@ -1,7 +1,9 @@
 #include "CommCommand.h"
 
+#include "BoundedRead.h"
+
 void CommCommand::Read(QDataStream& in) {
-    in >> m_planUuid >> m_traceFlag >> m_triggerFlag >> m_triggerType;
+    in >> BoundedRead(m_planUuid) >> BoundedRead(m_traceFlag) >> m_triggerFlag >> m_triggerType;
     m_communAttribute.Read(in);
 }
 

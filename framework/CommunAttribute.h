@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BoundedRead.h"
+
 #include <QDataStream>
 #include <QString>
 
@@ -20,7 +22,7 @@ public:
     }
     bool operator!=(const CommunAttribute& other) const { return !(*this == other); }
 
-    void Read(QDataStream& in) { in >> m_protocolType >> m_destSvrNameIp >> m_destPort; }
+    void Read(QDataStream& in) { in >> m_protocolType >> BoundedRead(m_destSvrNameIp) >> m_destPort; }
     void Write(QDataStream& out) const { out << m_protocolType << m_destSvrNameIp << m_destPort; }
 
 private:

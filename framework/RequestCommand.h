@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BoundedRead.h"
 #include "CommCommand.h"
 
 #include <QByteArray>
@@ -14,7 +15,7 @@ public:
 
     void Read(QDataStream& in) override {
         CommCommand::Read(in);
-        in >> m_requestData;
+        in >> BoundedRead(m_requestData);
     }
     void Write(QDataStream& out) const override {
         CommCommand::Write(out);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BoundedRead.h"
 #include "TriggerAttribute.h"
 
 // Payload of the new-plan command (200).
@@ -11,7 +12,7 @@ public:
     void setTriggerAttribute(const TriggerAttribute& value) { m_triggerAttribute = value; }
 
     void Read(QDataStream& in) override {
-        in >> m_planName;
+        in >> BoundedRead(m_planName);
         m_triggerAttribute.Read(in);
     }
     void Write(QDataStream& out) const override {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BoundedRead.h"
 #include "CommandObj.h"
 
 #include <QString>
@@ -12,7 +13,7 @@ public:
     quint64 getTriggerEndFlag() const { return m_triggerEndFlag; }
     void setTriggerEndFlag(quint64 value) { m_triggerEndFlag = value; }
 
-    void Read(QDataStream& in) override { in >> m_nextStartTime >> m_triggerEndFlag; }
+    void Read(QDataStream& in) override { in >> BoundedRead(m_nextStartTime) >> m_triggerEndFlag; }
     void Write(QDataStream& out) const override { out << m_nextStartTime << m_triggerEndFlag; }
 
 private:

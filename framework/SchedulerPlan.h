@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BoundedRead.h"
 #include "TriggerAttribute.h"
 
 // A plan as the suite describes it to the scheduler.
@@ -13,7 +14,7 @@ public:
     const TriggerAttribute& getObjectTriggerAttribute() const { return m_triggerAttribute; }
 
     void Read(QDataStream& in) override {
-        in >> m_planUuid >> m_planName;
+        in >> BoundedRead(m_planUuid) >> BoundedRead(m_planName);
         m_triggerAttribute.Read(in);
     }
     void Write(QDataStream& out) const override {

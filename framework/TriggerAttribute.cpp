@@ -1,8 +1,11 @@
 #include "TriggerAttribute.h"
 
+#include "BoundedRead.h"
+
 void TriggerAttribute::Read(QDataStream& in) {
-    in >> m_triggerType >> m_startTime >> m_endTime >> m_interval >> m_duration >> m_weekDays >>
-        m_whichMoths >> m_monthDays >> m_dayLastFlag >> m_triggerEndFlag;
+    in >> m_triggerType >> BoundedRead(m_startTime) >> BoundedRead(m_endTime) >> m_interval >> m_duration >>
+        BoundedRead(m_weekDays) >> BoundedRead(m_whichMoths) >> BoundedRead(m_monthDays) >> m_dayLastFlag >>
+        m_triggerEndFlag;
 }
 
 void TriggerAttribute::Write(QDataStream& out) const {

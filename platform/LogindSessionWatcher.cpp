@@ -35,7 +35,9 @@ LogindSessionWatcher::LogindSessionWatcher(QDBusConnection connection, Callback 
         m_connection.connect(kService, kManagerPath, kManager, "SessionRemoved", this,
                              SLOT(onSessionRemoved(QString, QDBusObjectPath))) &&
         m_connection.connect(kService, QString(), kSession, "Lock", this, SLOT(onLock(QDBusMessage))) &&
-        m_connection.connect(kService, QString(), kSession, "Unlock", this, SLOT(onUnlock(QDBusMessage)));
+        m_connection.connect(kService, QString(), kSession, "Unlock", this, SLOT(onUnlock(QDBusMessage))) &&
+        m_connection.connect(kService, kManagerPath, kManager, "PrepareForSleep", this,
+                             SLOT(onPrepareForSleep(bool)));
     m_connection.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                          "Disconnected", this, SLOT(onDisconnected()));
     if (!m_watching) {
@@ -50,6 +52,13 @@ qint64 LogindSessionWatcher::SessionNumber(const QString& text) {
     bool ok = false;
     const qint64 number = text.toLongLong(&ok);
     return ok ? number : -1;
+}
+
+void LogindSessionWatcher::onPrepareForSleep(bool sleeping) {
+    if (!sleeping) {
+        Logger::Info("The system resumed from sleep; due start times are checked at once.");
+        Q_EMIT resumed();
+    }
 }
 
 void LogindSessionWatcher::onSessionNew(const QString& sessionId, const QDBusObjectPath&) {

@@ -9,7 +9,8 @@
 
 // Watches logind on the system bus: a new session is logon (0), a removed
 // session logoff (1), a session's Lock signal lock (2), its Unlock signal
-// unlock (3). Without a bus or logind it writes one warning and stays quiet.
+// unlock (3); the end of a system sleep is `resumed`. Without a bus or logind
+// it writes one warning and stays quiet.
 class LogindSessionWatcher : public QObject {
     Q_OBJECT
 public:
@@ -19,7 +20,11 @@ public:
     // Watches the system bus (DBUS_SYSTEM_BUS_ADDRESS is honoured).
     static LogindSessionWatcher* OnSystemBus(Callback callback, QObject* parent = nullptr);
 
+Q_SIGNALS:
+    void resumed();
+
 private Q_SLOTS:
+    void onPrepareForSleep(bool sleeping);
     void onSessionNew(const QString& sessionId, const QDBusObjectPath& path);
     void onSessionRemoved(const QString& sessionId, const QDBusObjectPath& path);
     void onLock(const QDBusMessage& message);

@@ -4,6 +4,8 @@
 #include "SignalBridge.h"
 #include "SystemdUnit.h"
 
+#include "framework/DeadlineQueue.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -129,6 +131,9 @@ int QtServiceBase::RunForeground() {
     start();
     LogindSessionWatcher* watcher = LogindSessionWatcher::OnSystemBus(
         [this](int event, qint64 sessionId) { sessionChange(static_cast<LogonEvent>(event), sessionId); });
+    // The monotonic waits of the timers stood still while the machine slept.
+    QObject::connect(watcher, &LogindSessionWatcher::resumed, &DeadlineQueue::ForCurrentThread(),
+                     &DeadlineQueue::Recheck);
     NotifyStarted();
     executeApplication();
     delete watcher;

@@ -6,7 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 PACKAGES=(cmake ninja-build g++ pkg-config qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev libsystemd-dev
-          libbackward-cpp-dev libdw-dev libgtest-dev libgmock-dev libbenchmark-dev dbus sqlite3)
+          libbackward-cpp-dev libdw-dev libgtest-dev libgmock-dev libbenchmark-dev dbus sqlite3
+          libfaketime)
 missing=()
 for package in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

@@ -20,6 +20,8 @@ public:
     // poll over fires that are not due parses nothing. False when the text is
     // empty or does not parse.
     bool CachedMinuteStart(const QString& text, qint64& minuteStartMSecs);
+    // The same text means another instant once the local time zone changed.
+    void ForgetCachedMinute() { m_cachedText.clear(); }
 
 private:
     bool m_atTime = true;

@@ -62,9 +62,13 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
         return;
     }
     m_waitMSecs = wait;
-    m_dueMSecs = due.toMSecsSinceEpoch();
+    // Start times are whole seconds to the agent and in the stored text; a
+    // start computed a fraction after a second (now + 1 s) runs on its second.
+    const qint64 dueMSecs = due.toMSecsSinceEpoch();
+    const qint64 second = dueMSecs - dueMSecs % 1000;
+    m_dueMSecs = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(this, &TimerFire::Arm, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "Arm", Qt::QueuedConnection);
         return;
     }
     Arm();

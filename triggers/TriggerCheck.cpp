@@ -3,10 +3,15 @@
 #include "FireState.h"
 #include "LocalTime.h"
 
+#include "framework/CommandBuilder.h"
 #include "framework/LogText.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestNewOperationData.h"
+#include "framework/SchedulerPlanData.h"
 
 namespace {
 const QString kNoEnd = QStringLiteral("0000-00-00 00:00:00");
+const QString kUndecodable = QStringLiteral("its plan data do not decode");
 
 QString Quoted(const QString& text) {
     return QString("\"%1\"").arg(LogText::Outside(text));
@@ -22,6 +27,25 @@ QString TriggerCheck::PlanUuidFault(const QString& planUuid) {
         return QString("the plan UUID is %1 bytes long, more than %2").arg(bytes).arg(kMaxPlanUuidBytes);
     }
     return QString();
+}
+
+QString TriggerCheck::CommandFault(const CommCommand& request) {
+    const QString planUuid = request.getPlanUuid();
+    const auto* withPayload = dynamic_cast<const RequestCommand*>(&request);
+    const quint64 type = request.getCommandType();
+    if (withPayload == nullptr || (type != CommandTypes::kNewPlan && type != CommandTypes::kModifyPlan)) {
+        return PlanUuidFault(planUuid);
+    }
+    const QByteArray& payload = withPayload->getRfrnRequestData();
+    if (type == CommandTypes::kNewPlan) {
+        RequestNewOperationData data;
+        return CommandBuilder::BytearrayToData(payload, &data) ? Fault(planUuid, data.getTriggerAttribute())
+                                                               : kUndecodable;
+    }
+    SchedulerPlanData data;
+    return CommandBuilder::BytearrayToData(payload, &data)
+               ? Fault(planUuid, data.getRfrnSchedulerPlan().getObjectTriggerAttribute())
+               : kUndecodable;
 }
 
 QString TriggerCheck::Fault(const QString& planUuid, const TriggerAttribute& attribute) {

@@ -4,6 +4,8 @@
 
 #include <QString>
 
+class CommCommand;
+
 // Whether a plan's trigger could ever be scheduled. A plan command with such a
 // definition is refused and a stored row with one is skipped, so that nothing
 // is registered that would only fail once its fire starts. Only the fields the
@@ -23,10 +25,16 @@ public:
     // 1-7"). Field values in it are made safe for the log.
     static QString Fault(const QString& planUuid, const TriggerAttribute& attribute);
     static QString PlanUuidFault(const QString& planUuid);
+    // The same for a plan command as it arrives: its plan UUID and, for a new
+    // or modified plan, the definition its payload carries, which must decode.
+    static QString CommandFault(const CommCommand& request);
+
+    // One time text ("" allowed, and "0000-00-00 00:00:00" where it may mean
+    // no end) and one calendar list (values 1 to highest).
+    static QString TimeFault(const char* field, const QString& text, bool mayBeNoEnd);
+    static QString ListFault(const char* field, const QString& text, quint64 highest);
 
 private:
     static QString CalendarFault(const TriggerAttribute& attribute);
-    static QString TimeFault(const char* field, const QString& text, bool mayBeNoEnd);
     static QString SpanFault(const char* field, quint64 secs);
-    static QString ListFault(const char* field, const QString& text, quint64 highest);
 };

@@ -312,6 +312,50 @@ TEST_F(Firing, TimerModeFollowsTheWallClock) {
     }
 }
 
+// An every-minute plan whose runs each fire 40 ms after their second keeps
+// its starts on the second: each follow-up is computed from the instant the
+// run was due, not from the moment it fired.
+TEST_F(Firing, TimerModeRepetitionsDoNotDrift) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30.250"));
+    TriggerObject* object = Register("minutely", {2, "2026-03-01 08:30:00", "", 60});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    DeadlineQueue& queue = DeadlineQueue::ForCurrentThread();
+    for (int run = 0; run < 5; ++run) {
+        auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("minutely"));
+        ASSERT_NE(fire, nullptr);
+        EXPECT_EQ(fire->armedDueMSecs() % 60000, 0) << run;
+        clock.To(QDateTime::fromMSecsSinceEpoch(fire->armedDueMSecs() + 40));
+        queue.Recheck();
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ(link->CommandsOfType(600).size(), 5u);
+    EXPECT_EQ(object->getNextStartTime(), "2026-03-10 08:35:00");
+}
+
+// Next start texts keep meaning local time: after a change of the zone a timer
+// fire aims at its text read in the new zone, and the poll reads it anew.
+TEST_F(Firing, AZoneChangeMovesTimerFiresWithTheirLocalTimes) {
+    ConfigReader::setDateTimeFireType(1);
+    ClockShift clock(At("2026-03-10 08:28:30"));
+    Register("z", {2, "2026-03-01 08:30:00"});
+    ASSERT_TRUE(manager.Init());
+    ASSERT_TRUE(manager.Start());
+    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("z"));
+    ASSERT_NE(fire, nullptr);
+    const qint64 before = fire->armedDueMSecs();
+    const QByteArray savedTz = qgetenv("TZ");
+    qputenv("TZ", "Etc/GMT+4");
+    tzset();
+    work().LocalTimeZoneChanged();
+    const qint64 after = fire->armedDueMSecs();
+    qputenv("TZ", savedTz);
+    tzset();
+    EXPECT_EQ(after - before, 4 * 3600 * 1000LL);
+}
+
 TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
     ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));

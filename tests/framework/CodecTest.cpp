@@ -177,6 +177,31 @@ TEST(CommandDecoding, NeverCrashesOnHostileBytes) {
     EXPECT_GE(decoded, 0);
 }
 
+// A length prefix larger than what is left fails the record at once and
+// leaves the stream failed: nothing after it is read as a length.
+TEST(CommandDecoding, TextLongerThanTheFrameFailsWithoutReadingOn) {
+    QByteArray bytes;
+    {
+        QDataStream out(&bytes, QIODevice::WriteOnly);
+        out.setVersion(WireFormat::kStreamVersion);
+        out << quint64(1) << quint32(0x00200000) << quint32(0x00100000) << QString("tail");
+    }
+    QDataStream in(bytes);
+    in.setVersion(WireFormat::kStreamVersion);
+    TriggerAttribute attribute;
+    attribute.Read(in);
+    EXPECT_EQ(in.status(), QDataStream::ReadPastEnd);
+    EXPECT_TRUE(attribute.getStartTime().isEmpty());
+    EXPECT_TRUE(attribute.getWeekDays().isEmpty());
+
+    TriggerAttribute fitting = MakeAttribute({3, "2026-01-05 20:00:00", "", 0, 0, "1,3,5"});
+    QByteArray fittingBytes;
+    ASSERT_TRUE(CommandBuilder::DataToBytearray(&fitting, fittingBytes));
+    TriggerAttribute decoded;
+    ASSERT_TRUE(CommandBuilder::BytearrayToData(fittingBytes, &decoded));
+    EXPECT_EQ(decoded, fitting);
+}
+
 TEST(FrameReader, ReassemblesFramesSplitAnywhere) {
     const QByteArray stream =
         FrameReader::Frame("first") + FrameReader::Frame("") + FrameReader::Frame("third");

@@ -1,6 +1,7 @@
 // A stand-in for logind on a private bus (DBUS_SYSTEM_BUS_ADDRESS): owns
 // org.freedesktop.login1 and emits its session signals on command, one per
-// line on standard input: "new ID", "remove ID", "lock ID", "unlock ID".
+// line on standard input: "new ID", "remove ID", "lock ID", "unlock ID", and
+// "sleep 1" / "sleep 0" for the start and the end of a system sleep.
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -18,6 +19,11 @@ const QString kManager = QStringLiteral("org.freedesktop.login1.Manager");
 const QString kSession = QStringLiteral("org.freedesktop.login1.Session");
 
 QDBusMessage Signal(const QString& command, const QString& id) {
+    if (command == "sleep") {
+        QDBusMessage message = QDBusMessage::createSignal(kManagerPath, kManager, "PrepareForSleep");
+        message << (id == "1");
+        return message;
+    }
     const QString sessionPath = kManagerPath + "/session/_3" + id;
     if (command == "new" || command == "remove") {
         QDBusMessage message = QDBusMessage::createSignal(kManagerPath, kManager,

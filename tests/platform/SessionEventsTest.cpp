@@ -100,6 +100,16 @@ TEST_F(SessionEvents, EachNotificationFiresOnlyItsPlans) {
     }
 }
 
+// The end of a system sleep has the service look at the wall clock at once;
+// its start does nothing.
+TEST_F(SessionEvents, AResumeIsNoticedAtOnce) {
+    const QString resumed = "The system resumed from sleep; due start times are checked at once.";
+    Send("sleep 1");
+    Send("sleep 0");
+    ASSERT_TRUE(service.WaitForLog(resumed, 10000));
+    EXPECT_EQ(service.LogMessages().count(resumed), 1);
+}
+
 TEST_F(SessionEvents, ALostBusIsLoggedOnceAndTheServiceGoesOn) {
     bus.Stop();
     EXPECT_TRUE(service.WaitForLog(

@@ -1,0 +1,255 @@
+// The real service executable at scale, measured from outside as its users
+// see it: a plan database of N realistic plans (ScalePlans), a stand-in agent
+// that acknowledges every command, and for each plan count and firing mode
+// the time from process start to "SchedulerService start success.", the time
+// until the agent has a trigger-info (601) for every calendar plan, the round
+// trips of plan commands sent meanwhile, the idle CPU afterwards, resident
+// memory per plan, and the time from SIGTERM to exit.
+// Usage: scale_run --help
+#include "BenchClient.h"
+#include "CountingAgent.h"
+#include "ReservedPort.h"
+#include "ScalePlans.h"
+#include "ServiceUnderTest.h"
+
+#include "framework/Clock.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+namespace {
+using Steady = std::chrono::steady_clock;
+
+struct Options {
+    QList<int> plans;
+    QStringList modes;
+    int idleSecs = 60;
+    int timeoutSecs = 900;
+    int quietMinutes = 90;
+    unsigned seed = 1;
+    bool commands = true;
+    bool keep = false;
+    QString executable;
+};
+
+double SecondsBetween(Steady::time_point from, Steady::time_point to) {
+    return std::chrono::duration<double>(to - from).count();
+}
+
+// Plan commands one at a time, 10 ms apart, from the moment the command
+// server accepts a connection until told to stop; each latency is kept with
+// the moment its request went out.
+class CommandProbe {
+public:
+    struct Sample {
+        Steady::time_point sent;
+        double milliseconds;
+    };
+
+    explicit CommandProbe(ServiceUnderTest& service) : m_thread([this, &service] { Run(service); }) {}
+    ~CommandProbe() { Finish(); }
+
+    std::vector<double> LatenciesBetween(Steady::time_point from, Steady::time_point to) {
+        Finish();
+        std::vector<double> latencies;
+        for (const Sample& sample : m_samples) {
+            if (sample.sent >= from && sample.sent <= to) {
+                latencies.push_back(sample.milliseconds);
+            }
+        }
+        std::sort(latencies.begin(), latencies.end());
+        return latencies;
+    }
+
+private:
+    void Finish() {
+        m_stop = true;
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    void Run(const ServiceUnderTest& service) {
+        std::unique_ptr<BenchClient> client;
+        while (!m_stop && !client) {
+            client = std::make_unique<BenchClient>();
+            if (service.CommandPort() == 0 || !client->Connect(service.CommandPort())) {
+                client.reset();
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+        for (int i = 0; !m_stop; ++i) {
+            const QByteArray frame = BenchClient::ModifyFrame(QString("scale-probe-%1").arg(i % 50));
+            const auto sent = Steady::now();
+            client->Send(frame);
+            if (!client->ReadReply()) {
+                return;
+            }
+            m_samples.push_back(
+                {sent, std::chrono::duration<double, std::milli>(Steady::now() - sent).count()});
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
+    std::atomic<bool> m_stop{false};
+    std::vector<Sample> m_samples;
+    std::thread m_thread;
+};
+
+// The command server takes any free port and logs it.
+void WriteConfig(const QString& path, quint16 agentPort, bool timerMode) {
+    QFile file(path);
+    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    file.write(QString("[Communication]\nAgentPort=%1\nSchedulerPort=0\n[Scheduler]\nDateTimeFireType=%2\n")
+                   .arg(agentPort)
+                   .arg(timerMode ? 1 : 0)
+                   .toUtf8());
+}
+
+QString Figure(double seconds) {
+    return seconds < 0 ? QString("-") : QString::number(seconds, 'f', 2) + " s";
+}
+
+bool RunOne(const Options& options, int plans, const QString& mode) {
+    QTemporaryDir dir;
+    dir.setAutoRemove(!options.keep);
+    QDir(dir.path()).mkpath("cfg");
+    QDir(dir.path()).mkpath("data");
+    ReservedPort agentPort;
+    WriteConfig(dir.filePath("cfg/config.ini"), agentPort.port(), mode == "timer");
+
+    const auto generating = Steady::now();
+    ScalePlans generator(Clock::now(), options.quietMinutes, options.seed);
+    const int expected = generator.Store(dir.filePath("data/alldb.db"), plans);
+    if (expected < 0) {
+        std::fprintf(stderr, "cannot write the plan database\n");
+        return false;
+    }
+    std::printf("%s, %d plans (%d calendar plans to report), database written in %.1f s%s\n",
+                qPrintable(mode), plans, expected, SecondsBetween(generating, Steady::now()),
+                options.keep ? qPrintable(" in " + dir.path()) : "");
+    std::fflush(stdout);
+
+    CountingAgent agent(agentPort.Listen(), plans);
+    ServiceUnderTest service(dir.path());
+    const auto spawned = Steady::now();
+    if (!service.Spawn(options.executable)) {
+        std::fprintf(stderr, "cannot start %s\n", qPrintable(options.executable));
+        return false;
+    }
+    std::unique_ptr<CommandProbe> probe(options.commands ? new CommandProbe(service) : nullptr);
+
+    const auto deadline = spawned + std::chrono::seconds(options.timeoutSecs);
+    qint64 startedAt = -1;
+    Steady::time_point started;
+    while (agent.ReportedPlans() < expected || startedAt < 0) {
+        if (service.HasExited() || Steady::now() > deadline) {
+            std::printf("  the service %s: start success %s, %d of %d plans reported\n",
+                        service.HasExited() ? "exited" : "timed out", startedAt < 0 ? "not seen" : "seen",
+                        agent.ReportedPlans(), expected);
+            return false;
+        }
+        service.ScanLog();
+        if (startedAt < 0 && (startedAt = service.StartSuccessMSecs()) >= 0) {
+            started = spawned + std::chrono::milliseconds(startedAt - service.SpawnedAtMSecs());
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    const auto reported = std::max(agent.LastReport(), spawned);
+    const double startSecs = SecondsBetween(spawned, started);
+    const double reportSecs = SecondsBetween(spawned, reported);
+    std::printf("  start success         %8.2f s after the process started\n", startSecs);
+    std::printf("  every 601 at agent    %8.2f s after the process started (%.2f s after start success)\n",
+                reportSecs, reportSecs - startSecs);
+    if (probe) {
+        const std::vector<double> latencies = probe->LatenciesBetween(started, reported);
+        if (latencies.empty()) {
+            std::printf("  plan commands         none answered between start success and the last 601\n");
+        } else {
+            // Nearest rank: with few samples the p99 is the largest.
+            const auto at = [&latencies](double p) {
+                return latencies[static_cast<size_t>(std::ceil(p * static_cast<double>(latencies.size()))) -
+                                 1];
+            };
+            std::printf("  plan commands meanwhile %d answered: p50 %.1f ms, p99 %.1f ms, max %.1f ms\n",
+                        static_cast<int>(latencies.size()), at(0.5), at(0.99), latencies.back());
+        }
+        probe.reset();
+    }
+
+    // Replies to the start-up reports are still being logged for a moment.
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    const qint64 cpuBefore = service.CpuNanos();
+    std::this_thread::sleep_for(std::chrono::seconds(options.idleSecs));
+    const double idleCpu = static_cast<double>(service.CpuNanos() - cpuBefore) / 1e9;
+    const qint64 resident = service.ResidentBytes();
+    std::printf("  idle CPU over %d s     %8.3f %% of one core (%.3f s)\n", options.idleSecs,
+                100.0 * idleCpu / options.idleSecs, idleCpu);
+    std::printf("  resident              %8.1f MiB, %.0f bytes per plan\n",
+                static_cast<double>(resident) / (1024 * 1024), static_cast<double>(resident) / plans);
+
+    int exitCode = -1;
+    const double stopSecs = service.Terminate(options.timeoutSecs, exitCode);
+    std::printf("  stop after SIGTERM    %8s (exit code %d)\n", qPrintable(Figure(stopSecs)), exitCode);
+    std::fflush(stdout);
+    return stopSecs >= 0 && exitCode == 0;
+}
+
+Options Parse(const QCoreApplication& app) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Runs the service executable with generated plan databases and prints "
+                                     "start-up, report, idle, memory and stop figures.");
+    parser.addHelpOption();
+    const QCommandLineOption plans("plans", "Plan counts, comma-separated.", "list", "10000,100000");
+    const QCommandLineOption modes("modes", "Firing modes: poll, timer or both.", "list", "poll,timer");
+    const QCommandLineOption idle("idle", "Seconds of idle CPU measurement.", "seconds", "60");
+    const QCommandLineOption quiet("quiet-minutes",
+                                   "Minutes from now in which no plan is due (covers the idle measurement).",
+                                   "minutes", "90");
+    const QCommandLineOption timeout("timeout", "Seconds a start-up or stop may take at most.", "seconds",
+                                     "900");
+    const QCommandLineOption seed("seed", "Seed of the plan generator.", "number", "1");
+    const QCommandLineOption noCommands("no-commands", "Send no plan commands during start-up.");
+    const QCommandLineOption keep("keep", "Keep each run's folder (its log and database) and print where.");
+    const QCommandLineOption executable("executable", "The service executable.", "path",
+                                        QCoreApplication::applicationDirPath() + "/OrvelSchedulerService");
+    parser.addOptions({plans, modes, idle, quiet, timeout, seed, noCommands, keep, executable});
+    parser.process(app);
+    Options options;
+    for (const QString& count : parser.value(plans).split(',', Qt::SkipEmptyParts)) {
+        options.plans << count.toInt();
+    }
+    options.modes = parser.value(modes).split(',', Qt::SkipEmptyParts);
+    options.idleSecs = parser.value(idle).toInt();
+    options.quietMinutes = parser.value(quiet).toInt();
+    options.timeoutSecs = parser.value(timeout).toInt();
+    options.seed = parser.value(seed).toUInt();
+    options.commands = !parser.isSet(noCommands);
+    options.keep = parser.isSet(keep);
+    options.executable = parser.value(executable);
+    return options;
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const Options options = Parse(app);
+    bool ok = true;
+    for (const QString& mode : options.modes) {
+        for (int plans : options.plans) {
+            ok = RunOne(options, plans, mode) && ok;
+        }
+    }
+    return ok ? 0 : 1;
+}

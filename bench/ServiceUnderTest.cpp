@@ -1,0 +1,135 @@
+#include "ServiceUnderTest.h"
+
+#include "framework/Clock.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+extern char** environ;
+
+namespace {
+using Steady = std::chrono::steady_clock;
+
+// "2026-03-10 08:00:00.123 [thread] LEVEL message"
+qint64 LineTimeMSecs(const QByteArray& line) {
+    const QDateTime stamp =
+        QDateTime::fromString(QString::fromLatin1(line.left(23)), "yyyy-MM-dd hh:mm:ss.zzz");
+    return stamp.isValid() ? stamp.toMSecsSinceEpoch() : 0;
+}
+} // namespace
+
+ServiceUnderTest::ServiceUnderTest(const QString& folder) : m_folder(folder) {}
+
+ServiceUnderTest::~ServiceUnderTest() {
+    if (m_pid > 0 && !HasExited()) {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+}
+
+bool ServiceUnderTest::Spawn(const QString& executable) {
+    const QString copy = m_folder + "/OrvelSchedulerService";
+    QFile::remove(copy);
+    if (!QFile::copy(executable, copy)) {
+        return false;
+    }
+    const QByteArray path = copy.toLocal8Bit();
+    char* argv[] = {const_cast<char*>(path.constData()), nullptr};
+    m_spawnedAtMSecs = Clock::nowMSecsSinceEpoch();
+    return ::posix_spawn(&m_pid, path.constData(), nullptr, nullptr, argv, environ) == 0;
+}
+
+bool ServiceUnderTest::HasExited() {
+    if (m_pid <= 0) {
+        return true;
+    }
+    int status = 0;
+    if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
+        m_pid = 0;
+        return true;
+    }
+    return false;
+}
+
+void ServiceUnderTest::ScanLog() {
+    QFile file(m_folder + "/log/schedulerservice.log");
+    if (!file.open(QIODevice::ReadOnly)) {
+        return;
+    }
+    if (file.size() < m_logOffset) {
+        m_logOffset = 0;
+        m_logTail.clear();
+    }
+    file.seek(m_logOffset);
+    const QByteArray text = m_logTail + file.readAll();
+    m_logOffset = file.pos();
+    const int lastBreak = text.lastIndexOf('\n');
+    m_logTail = text.mid(lastBreak + 1);
+    if (m_commandPort == 0) {
+        static const QRegularExpression listening(R"(The command server listens on \S+:(\d+)\.\n)");
+        const QRegularExpressionMatch match = listening.match(QString::fromUtf8(text.left(lastBreak + 1)));
+        m_commandPort = match.hasMatch() ? static_cast<quint16>(match.captured(1).toUInt()) : 0;
+    }
+    const int at = m_startSuccessMSecs < 0 ? text.indexOf(" SchedulerService start success.\n") : -1;
+    if (at >= 0 && at < lastBreak) {
+        m_startSuccessMSecs = LineTimeMSecs(text.mid(text.lastIndexOf('\n', at) + 1));
+    }
+}
+
+qint64 ServiceUnderTest::CpuNanos() const {
+    qint64 total = 0;
+    const QString tasks = QString("/proc/%1/task").arg(m_pid);
+    for (const QString& task : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile stat(QString("%1/%2/schedstat").arg(tasks, task));
+        if (stat.open(QIODevice::ReadOnly)) {
+            total += stat.readAll().split(' ').value(0).toLongLong();
+        }
+    }
+    return total;
+}
+
+qint64 ServiceUnderTest::ResidentBytes() const {
+    QFile status(QString("/proc/%1/status").arg(m_pid));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong() * 1024;
+        }
+    }
+    return 0;
+}
+
+double ServiceUnderTest::Terminate(int timeoutSecs, int& exitCode) {
+    exitCode = -1;
+    if (m_pid <= 0) {
+        return -1;
+    }
+    const auto start = Steady::now();
+    ::kill(m_pid, SIGTERM);
+    const auto deadline = start + std::chrono::seconds(timeoutSecs);
+    int status = 0;
+    while (::waitpid(m_pid, &status, WNOHANG) == 0) {
+        if (Steady::now() > deadline) {
+            ::kill(m_pid, SIGKILL);
+            ::waitpid(m_pid, nullptr, 0);
+            m_pid = 0;
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    m_pid = 0;
+    exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return std::chrono::duration<double>(Steady::now() - start).count();
+}

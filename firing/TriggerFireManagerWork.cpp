@@ -41,23 +41,14 @@ void DisposeFire(TriggerFire* fire) {
     }
 }
 
-// Stops and deletes a fire that has left its table, on the fire's own thread.
+// Stops and deletes a fire that has left its table. From another thread the
+// fire is only handed to its own thread to be deleted: nothing reaches it any
+// more, and its destructor stops its timer there.
 void RetireFire(TriggerFire* fire) {
-    if (fire == nullptr) {
-        return;
-    }
-    if (fire->thread() == QThread::currentThread()) {
+    if (fire != nullptr && fire->thread() == QThread::currentThread()) {
         fire->Stop();
-        delete fire;
-        return;
     }
-    QMetaObject::invokeMethod(
-        fire,
-        [fire] {
-            fire->Stop();
-            delete fire;
-        },
-        Qt::QueuedConnection);
+    DisposeFire(fire);
 }
 
 // Walks a fire table, taking out, stopping and deleting every fire for which

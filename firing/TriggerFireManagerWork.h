@@ -23,8 +23,8 @@ class TriggerObject;
 // Every fire is moved to this object's thread (the application thread) when it
 // is created, so that timers are only ever armed, stopped and destroyed there.
 // A fire removed from another thread leaves its table under the lock and is
-// stopped and deleted on the application thread: no thread but its own ever
-// touches a fire that has left its table.
+// deleted on the application thread, whose destructor stops its timer there:
+// no thread but its own ever touches a fire that has left its table.
 class TriggerFireManagerWork : public QObject {
     Q_OBJECT
 public:

@@ -68,7 +68,7 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     const qint64 second = dueMSecs - dueMSecs % 1000;
     m_dueMSecs = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(this, &TimerFire::Arm, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "Arm", Qt::QueuedConnection);
         return;
     }
     Arm();

@@ -39,9 +39,9 @@ public:
 private Q_SLOTS:
     void ontimeout();
     void onkillDateTimer() override;
+    void Arm();
 
 private:
-    void Arm();
     void onTimerExpired(qint64 dueMSecs);
 
     DeadlineTimer m_timer;

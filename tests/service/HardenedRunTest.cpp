@@ -3,6 +3,7 @@
 // 0027, and a read-only file system except the folders of ReadWritePaths. Its
 // readiness still reaches the notify socket, and a crash still leaves a
 // report.
+#include "support/NotifySocket.h"
 #include "support/ServiceProcess.h"
 
 #include <QDir>
@@ -13,9 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -41,39 +40,6 @@ bool CanSandbox() {
     return ::geteuid() == 0 && !QStandardPaths::findExecutable("setpriv").isEmpty() &&
            QProcess::execute("unshare", {"--mount", "true"}) == 0;
 }
-
-// A datagram socket like systemd's notify socket, collecting what arrives.
-class NotifySocket {
-public:
-    explicit NotifySocket(const QString& path) : m_path(path) {
-        m_fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        qstrncpy(address.sun_path, path.toLocal8Bit().constData(), sizeof(address.sun_path));
-        ::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-        ::chmod(address.sun_path, 0666);
-    }
-    ~NotifySocket() { ::close(m_fd); }
-
-    bool WaitFor(const QString& message) {
-        return QTest::qWaitFor(
-            [&] {
-                char buffer[4096];
-                ssize_t length = 0;
-                while ((length = ::recv(m_fd, buffer, sizeof(buffer), 0)) > 0) {
-                    m_received += QString::fromUtf8(buffer, static_cast<int>(length)).split('\n');
-                }
-                return m_received.contains(message);
-            },
-            10000);
-    }
-    const QStringList& received() const { return m_received; }
-
-private:
-    QString m_path;
-    int m_fd = -1;
-    QStringList m_received;
-};
 
 TEST(HardenedRun, ReadinessReachesSystemdAndACrashLeavesAReport) {
     if (!CanSandbox()) {

@@ -10,6 +10,15 @@
 
 AgentStandIn::AgentStandIn(ReservedPort& port) {
     m_server.StartOnDescriptor(port.Listen());
+    Answer();
+}
+
+AgentStandIn::AgentStandIn(quint16 port) {
+    m_server.Start("127.0.0.1", port);
+    Answer();
+}
+
+void AgentStandIn::Answer() {
     QObject::connect(
         &m_server, &CommunServer::incomingBlockData, &m_server,
         [this](quint64, QIODevice* socket, QByteArray bytes) {

@@ -11,12 +11,16 @@
 class AgentStandIn {
 public:
     explicit AgentStandIn(ReservedPort& port);
+    // An agent that comes back on the port of one that has gone.
+    explicit AgentStandIn(quint16 port);
 
     QStringList Received() const { return m_received; }
     int CountOf(quint64 type, const QString& planUuid) const;
     bool WaitFor(quint64 type, const QString& planUuid, int timeoutMSecs);
 
 private:
+    void Answer();
+
     CommunServer m_server;
     QStringList m_received;
 };

@@ -24,8 +24,14 @@ ReservedPort::~ReservedPort() {
     }
 }
 
+// Connections the listener accepted wait in TIME_WAIT after it has gone; a
+// listener can come back on the port only if this one allowed reuse. Set only
+// now, so that no other socket can share the port while it is reserved.
 qintptr ReservedPort::Listen() {
-    if (m_descriptor < 0 || ::listen(m_descriptor, SOMAXCONN) != 0) {
+    const int reuse = 1;
+    if (m_descriptor < 0 ||
+        ::setsockopt(m_descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse)) != 0 ||
+        ::listen(m_descriptor, SOMAXCONN) != 0) {
         return -1;
     }
     const int descriptor = m_descriptor;

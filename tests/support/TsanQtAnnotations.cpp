@@ -79,6 +79,22 @@ bool QMetaObject::invokeMethodImpl(QObject* object, QtPrivate::QSlotObjectBase* 
     return real(object, slot, type, ret);
 }
 
+bool QMetaObject::invokeMethod(QObject* object, const char* member, Qt::ConnectionType type,
+                               QGenericReturnArgument ret, QGenericArgument a0, QGenericArgument a1,
+                               QGenericArgument a2, QGenericArgument a3, QGenericArgument a4,
+                               QGenericArgument a5, QGenericArgument a6, QGenericArgument a7,
+                               QGenericArgument a8, QGenericArgument a9) {
+    using Invoke =
+        bool (*)(QObject*, const char*, Qt::ConnectionType, QGenericReturnArgument, QGenericArgument,
+                 QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument,
+                 QGenericArgument, QGenericArgument, QGenericArgument, QGenericArgument);
+    static const auto real =
+        Real<Invoke>("_ZN11QMetaObject12invokeMethodEP7QObjectPKcN2Qt14ConnectionTypeE22"
+                     "QGenericReturnArgument16QGenericArgumentS7_S7_S7_S7_S7_S7_S7_S7_S7_");
+    __tsan_release(&g_eventQueue);
+    return real(object, member, type, ret, a0, a1, a2, a3, a4, a5, a6, a7, a8, a9);
+}
+
 void QObject::deleteLater() {
     static const auto real = Real<void (*)(QObject*)>("_ZN7QObject11deleteLaterEv");
     __tsan_release(&g_eventQueue);

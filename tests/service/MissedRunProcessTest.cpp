@@ -1,0 +1,240 @@
+// Missed starts and agent outages on the real service, its wall clock moved by
+// libfaketime while its monotonic clock runs on.
+#include "support/AgentStandIn.h"
+#include "support/FakeWallClock.h"
+#include "support/ServiceProcess.h"
+
+#include "framework/DatabaseFunctionOperation.h"
+#include "framework/TriggerAttribute.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <optional>
+
+namespace {
+const QString kPlan = "nightly";
+
+void StorePlan(ServiceFolder& folder, const QString& planUuid, quint64 intervalSecs, const QString& start) {
+    DatabaseFunctionOperation database;
+    QString error;
+    ASSERT_TRUE(database.OpenForWriting(folder.Path("data/alldb.db"), error));
+    TriggerAttribute attribute;
+    attribute.setTriggerType(2);
+    attribute.setStartTime(start);
+    attribute.setInterval(intervalSecs);
+    ASSERT_TRUE(database.StoreTrigger(planUuid, QString(), attribute, error));
+}
+
+void SetPolicy(ServiceFolder& folder, const QString& policy) {
+    QFile file(folder.Path("cfg/config.ini"));
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    const QByteArray text =
+        file.readAll().replace("[Scheduler]\n", "[Scheduler]\nMissedRunPolicy=" + policy.toUtf8() + "\n");
+    file.resize(0);
+    file.write(text);
+}
+
+class FakedService {
+public:
+    FakedService(ServiceFolder& folder, FakeWallClock& clock) : m_folder(folder), m_clock(clock) {}
+
+    // Each run has a log of its own.
+    bool Start() {
+        QFile::remove(m_folder.Path("log/schedulerservice.log"));
+        m_process.emplace(m_folder);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        m_clock.Apply(environment);
+        m_process->process().setProcessEnvironment(environment);
+        return m_process->Start() && m_process->WaitForLog("SchedulerService start success.", 20000);
+    }
+    bool Stop() {
+        m_process->Signal(SIGTERM);
+        return m_process->WaitForExit(20000);
+    }
+    ServiceProcess& process() { return *m_process; }
+    int CountLog(const QString& part) const { return m_process->LogMessages().filter(part).size(); }
+
+private:
+    ServiceFolder& m_folder;
+    FakeWallClock& m_clock;
+    std::optional<ServiceProcess> m_process;
+};
+
+class MissedRunProcess : public ::testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        if (!FakeWallClock::Unavailable().isEmpty()) {
+            GTEST_SKIP() << FakeWallClock::Unavailable().toStdString();
+        }
+    }
+};
+
+// A daily plan runs, the service stops, a day and ten minutes pass, the service
+// starts again: with once the plan runs once at once, with skip not at all.
+TEST_P(MissedRunProcess, DowntimeOverADailyStart) {
+    const bool once = QString(GetParam()) == "once";
+    ServiceFolder folder;
+    SetPolicy(folder, GetParam());
+    StorePlan(folder, kPlan, 0, "2026-03-01 02:00:00");
+    FakeWallClock clock(QDateTime::fromString("2026-03-10 01:59:55", "yyyy-MM-dd hh:mm:ss"));
+    AgentStandIn agent(folder.agentPort());
+    FakedService service(folder, clock);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(agent.WaitFor(600, kPlan, 30000));
+    // A clean stop writes the last batch of run state.
+    ASSERT_TRUE(service.Stop());
+
+    clock.MoveBy(86400 + 600);
+    const int reportsBefore = agent.CountOf(601, kPlan);
+    ASSERT_TRUE(service.Start());
+    // The first poll reports the plan's next start; a catch-up comes before it.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return agent.CountOf(601, kPlan) > reportsBefore; }, 70000));
+    if (once) {
+        ASSERT_TRUE(QTest::qWaitFor([&] { return agent.CountOf(600, kPlan) == 2; }, 70000));
+    }
+    EXPECT_EQ(agent.CountOf(600, kPlan), once ? 2 : 1);
+    EXPECT_EQ(service.CountLog("missed its start [2026-03-11 02:00:00]; caught up with one run"),
+              once ? 1 : 0);
+
+    // The first poll's schedule reaches the state file with its batch.
+    const QStringList status = {"status", "--state", folder.Path("data/state.db"), "--port",
+                                QString::number(service.process().WaitForCommandPort())};
+    QString out;
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            QProcess orvelctl;
+            orvelctl.start(QString(ORVEL_BIN_DIR) + "/orvelctl", status);
+            orvelctl.waitForFinished(20000);
+            out = QString::fromUtf8(orvelctl.readAllStandardOutput());
+            return out.contains(QRegExp("\\n2026-03-12 02:00:00 .* daily +nightly\\n"));
+        },
+        20000))
+        << out.toStdString();
+    EXPECT_TRUE(out.startsWith("The scheduler service is running")) << out.toStdString();
+    ASSERT_TRUE(service.Stop());
+}
+
+INSTANTIATE_TEST_SUITE_P(Policies, MissedRunProcess, ::testing::Values("once", "skip"));
+
+// The agent is away while an every-minute plan misses five minutes: when it is
+// back it gets that plan's run once, within seconds.
+TEST(AgentOutage, FiveMissedRunsReachTheReturningAgentAsOne) {
+    if (!FakeWallClock::Unavailable().isEmpty()) {
+        GTEST_SKIP() << FakeWallClock::Unavailable().toStdString();
+    }
+    ServiceFolder folder;
+    StorePlan(folder, kPlan, 60, "2026-03-01 10:00:00");
+    FakeWallClock clock(QDateTime::fromString("2026-03-10 09:59:56", "yyyy-MM-dd hh:mm:ss"));
+    const quint16 agentPort = folder.agentPort().port();
+    std::optional<AgentStandIn> agent(std::in_place, folder.agentPort());
+    FakedService service(folder, clock);
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(agent->WaitFor(600, kPlan, 30000));
+    agent.reset();
+
+    const QString fired = "The AtTimeFire of scheduler[nightly] NowFire execution success";
+    for (int minute = 1; minute <= 5; ++minute) {
+        clock.MoveBy(60);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return service.CountLog(fired) == 1 + minute; }, 30000)) << minute;
+    }
+    QElapsedTimer back;
+    back.start();
+    agent.emplace(agentPort);
+    ASSERT_TRUE(agent->WaitFor(600, kPlan, 10000));
+    EXPECT_LE(back.elapsed(), 10000);
+    // What waited has all gone out once the newest trigger-info is there.
+    ASSERT_TRUE(agent->WaitFor(601, kPlan, 10000));
+    EXPECT_EQ(agent->CountOf(600, kPlan), 1);
+    EXPECT_EQ(service.CountLog("Runs of plan[nightly] that wait for the agent"), 1);
+    ASSERT_TRUE(service.Stop());
+}
+} // namespace
+
+namespace {
+void StoreManyPlans(ServiceFolder& folder, int count) {
+    {
+        DatabaseFunctionOperation schema;
+        QString error;
+        ASSERT_TRUE(schema.OpenForWriting(folder.Path("data/alldb.db"), error));
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "many");
+        db.setDatabaseName(folder.Path("data/alldb.db"));
+        ASSERT_TRUE(db.open());
+        db.transaction();
+        QSqlQuery insert(db);
+        insert.prepare("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES (?, 2, ?)");
+        for (int i = 0; i < count; ++i) {
+            insert.addBindValue(QString("plan-%1").arg(i));
+            insert.addBindValue(QString("2026-03-01 %1:%2:00")
+                                    .arg(i / 60 % 24, 2, 10, QChar('0'))
+                                    .arg(i % 60, 2, 10, QChar('0')));
+            ASSERT_TRUE(insert.exec());
+        }
+        db.commit();
+    }
+    QSqlDatabase::removeDatabase("many");
+}
+
+// "ok" and the number of rows, as the next reader finds the file.
+QPair<QString, int> Inspect(const QString& path) {
+    QPair<QString, int> found;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "inspect");
+        db.setDatabaseName(path);
+        db.open();
+        QSqlQuery query(db);
+        query.exec("PRAGMA integrity_check");
+        query.next();
+        found.first = query.value(0).toString();
+        query.exec("SELECT count(*) FROM runs");
+        query.next();
+        found.second = query.value(0).toInt();
+    }
+    QSqlDatabase::removeDatabase("inspect");
+    return found;
+}
+} // namespace
+
+// A kill while the first poll's batch of 20,000 rows is being written loses
+// that batch or keeps it whole, and never damages the file.
+TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
+    constexpr int kPlans = 20000;
+    ServiceFolder folder;
+    StoreManyPlans(folder, kPlans);
+    AgentStandIn agent(folder.agentPort());
+    const QString state = folder.Path("data/state.db");
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        QFile::remove(folder.Path("log/schedulerservice.log"));
+        ServiceProcess service(folder);
+        const qint64 walBefore = QFileInfo(state + "-wal").size();
+        ASSERT_TRUE(service.Start());
+        // The batch is under way once the write-ahead log grows.
+        ASSERT_TRUE(
+            QTest::qWaitFor([&] { return QFileInfo(state + "-wal").size() > walBefore + 4096; }, 60000));
+        service.Signal(SIGKILL);
+        ASSERT_TRUE(service.WaitForExit(20000));
+        const QPair<QString, int> found = Inspect(state);
+        EXPECT_EQ(found.first, "ok");
+        EXPECT_TRUE(found.second == 0 || found.second == kPlans) << found.second;
+    }
+    ServiceProcess service(folder);
+    QFile::remove(folder.Path("log/schedulerservice.log"));
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 60000));
+    EXPECT_TRUE(service.LogMessages().filter("run state file").isEmpty())
+        << service.LogMessages().join('\n').toStdString();
+    service.Signal(SIGTERM);
+    ASSERT_TRUE(service.WaitForExit(20000));
+    EXPECT_EQ(Inspect(state), qMakePair(QString("ok"), kPlans));
+}

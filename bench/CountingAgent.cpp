@@ -26,10 +26,10 @@ void CountingAgent::Listen(qintptr descriptor) {
     m_server = new CommunServer();
     m_server->StartOnDescriptor(descriptor);
     connect(m_server, &CommunServer::incomingBlockData, this,
-            [this](quint64, QIODevice* socket, QByteArray bytes) { OnBlock(socket, bytes); });
+            [this](quint64, quint64 connection, QByteArray bytes) { OnBlock(connection, bytes); });
 }
 
-void CountingAgent::OnBlock(QIODevice* socket, const QByteArray& bytes) {
+void CountingAgent::OnBlock(quint64 connection, const QByteArray& bytes) {
     std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
     if (!command) {
         return;
@@ -37,7 +37,7 @@ void CountingAgent::OnBlock(QIODevice* socket, const QByteArray& bytes) {
     ++m_commands;
     ResultCommand result;
     result.GetRequestCommandInfo(*command);
-    m_server->SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+    m_server->SendResult(connection, CommandBuilder::CommandToBytearray(&result));
     if (command->getCommandType() != 601) {
         return;
     }

@@ -31,7 +31,7 @@ public:
 
 private:
     void Listen(qintptr descriptor);
-    void OnBlock(QIODevice* socket, const QByteArray& bytes);
+    void OnBlock(quint64 connection, const QByteArray& bytes);
 
     QThread m_thread;
     CommunServer* m_server = nullptr;

@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     CommunServer agent;
     agent.StartOnDescriptor(agentPort.Listen());
     QObject::connect(&agent, &CommunServer::incomingBlockData, &agent,
-                     [&](quint64, QIODevice* socket, QByteArray bytes) {
+                     [&](quint64, quint64 connection, QByteArray bytes) {
                          const qint64 arrived = Clock::nowMSecsSinceEpoch();
                          std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
                          if (!command) {
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
                          }
                          ResultCommand result;
                          result.GetRequestCommandInfo(*command);
-                         agent.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+                         agent.SendResult(connection, CommandBuilder::CommandToBytearray(&result));
                      });
 
     const QString executable = dir.filePath("OrvelSchedulerService");

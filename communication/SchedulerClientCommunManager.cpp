@@ -9,7 +9,6 @@
 #include "framework/RequestTriggerExecuteInfoData.h"
 #include "framework/WireFormat.h"
 #include "store/RunStateStore.h"
-#include "triggers/FireState.h"
 #include "triggers/LocalTime.h"
 
 namespace {

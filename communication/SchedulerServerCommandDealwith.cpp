@@ -8,8 +8,8 @@
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
 #include "framework/SocketCommandPackage.h"
+#include "framework/WireFormat.h"
 #include "store/SchedulerDataStoreManager.h"
-#include "triggers/FireState.h"
 #include "triggers/TriggerCheck.h"
 #include "triggers/TriggerObject.h"
 
@@ -38,12 +38,13 @@ bool PassesDoor(CommCommand* request) {
 
 // Every handler answers with a new result command: 1 for a missing request,
 // otherwise what the handler's steps give. Null only when no result can be built.
-template <typename Steps> ResultCommand* Answer(CommCommand* request, Steps steps) {
-    auto* result = static_cast<ResultCommand*>(CommandBuilder::BuilderCommand(CommandTypes::kResult));
-    if (result == nullptr) {
+template <typename Steps> std::unique_ptr<ResultCommand> Answer(CommCommand* request, Steps steps) {
+    std::unique_ptr<ResultCommand> result(
+        static_cast<ResultCommand*>(CommandBuilder::BuilderCommand(CommandTypes::kResult)));
+    if (!result) {
         return nullptr;
     }
-    result->setUintResult(request == nullptr ? kFailure : steps(result));
+    result->setUintResult(request == nullptr ? kFailure : steps(result.get()));
     return result;
 }
 } // namespace
@@ -56,7 +57,7 @@ quint64 SchedulerServerCommandDealwith::StartNewFire(TriggerObject* object) {
     return TriggerFireManager::StartNewTriggerFire(object) == 1 ? kFailure : kSuccess;
 }
 
-ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {
+std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand*) {
         if (!PassesDoor(request)) {
             return kFailure;
@@ -66,7 +67,7 @@ ResultCommand* SchedulerServerCommandDealwith::DealNewPlanCommand(CommCommand* r
     });
 }
 
-ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
+std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand* result) {
         if (!PassesDoor(request)) {
             return kFailure;
@@ -84,7 +85,7 @@ ResultCommand* SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand
 // the type the object holds now: no fire then reads the object while it is
 // rewritten, and a plan that moves between calendar and event triggers leaves
 // no fire of its old kind behind.
-ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand* request) {
+std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand* request) {
     return Answer(request, [request](ResultCommand*) {
         if (!PassesDoor(request)) {
             return kFailure;
@@ -108,12 +109,12 @@ ResultCommand* SchedulerServerCommandDealwith::DealModifyPlanCommand(CommCommand
     });
 }
 
-ResultCommand* SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* request) {
+std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* request) {
     if (request == nullptr) {
         Logger::Error("Server request command pointer is NULL.");
         return nullptr;
     }
-    ResultCommand* result = nullptr;
+    std::unique_ptr<ResultCommand> result;
     switch (request->getCommandType()) {
     case CommandTypes::kNewPlan:
         result = DealNewPlanCommand(request);
@@ -139,8 +140,9 @@ ResultCommand* SchedulerServerCommandDealwith::DealRequestCommand(CommCommand* r
     return result;
 }
 
-void SchedulerServerCommandDealwith::onDealQueuePackageCommand(SocketCommandPackage* psocketcommand) {
-    if (psocketcommand == nullptr) {
+void SchedulerServerCommandDealwith::onDealQueuePackageCommand(
+    std::unique_ptr<SocketCommandPackage> psocketcommand) {
+    if (!psocketcommand) {
         Logger::Error("Server command deal with into the parameter pointer is null.");
         return;
     }
@@ -153,14 +155,12 @@ void SchedulerServerCommandDealwith::onDealQueuePackageCommand(SocketCommandPack
     Logger::Info(
         QString("Server command%1 reach SchedulerServerCommandDealwith in the onDealQueuePackageCommand.")
             .arg(trace, 0));
-    ResultCommand* result = DealRequestCommand(request);
-    if (result == nullptr) {
+    const std::unique_ptr<ResultCommand> result = DealRequestCommand(request);
+    if (!result) {
         Logger::Error(QString("Server deal with command%1 return pointer is NULL.").arg(trace, 0));
-        // No reply goes out, but the package is still released, on the
-        // server's thread where every package ends.
-        Q_EMIT dealCommandResult(psocketcommand, nullptr);
         return;
     }
     result->GetRequestCommandInfo(*request);
-    Q_EMIT dealCommandResult(psocketcommand, result);
+    Q_EMIT dealCommandResult(psocketcommand->getConnectionId(), result->getTraceFlag(),
+                             CommandBuilder::CommandToBytearray(result.get()));
 }

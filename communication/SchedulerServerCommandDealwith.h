@@ -1,28 +1,32 @@
 #pragma once
 
-#include <QObject>
-
-class CommCommand;
 #include "framework/ResultCommand.h"
 #include "framework/SocketCommandPackage.h"
 
+#include <QByteArray>
+#include <QObject>
+
+#include <memory>
+
 // Carries out plan commands (new 200, delete 203, modify 204) on the command
-// server's dealing thread and answers each with a result command.
+// server's dealing thread and answers each with a result command. It owns each
+// package while it works on it; what goes back is the serialised reply and the
+// id of the connection to send it on.
 class SchedulerServerCommandDealwith : public QObject {
     Q_OBJECT
 public:
     explicit SchedulerServerCommandDealwith(QObject* parent = nullptr);
 
-    ResultCommand* DealRequestCommand(CommCommand* request);
-    ResultCommand* DealNewPlanCommand(CommCommand* request);
-    ResultCommand* DealDeletePlanCommand(CommCommand* request);
-    ResultCommand* DealModifyPlanCommand(CommCommand* request);
+    std::unique_ptr<ResultCommand> DealRequestCommand(CommCommand* request);
+    std::unique_ptr<ResultCommand> DealNewPlanCommand(CommCommand* request);
+    std::unique_ptr<ResultCommand> DealDeletePlanCommand(CommCommand* request);
+    std::unique_ptr<ResultCommand> DealModifyPlanCommand(CommCommand* request);
+
+    void onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> psocketcommand);
 
 Q_SIGNALS:
-    void dealCommandResult(SocketCommandPackage* ppackage, ResultCommand* pretcommand);
-
-public Q_SLOTS:
-    void onDealQueuePackageCommand(SocketCommandPackage* psocketcommand);
+    // trace is the request's trace text, for the server's log line.
+    void dealCommandResult(quint64 connectionId, QString trace, QByteArray reply);
 
 private:
     static quint64 StartNewFire(class TriggerObject* object);

@@ -7,27 +7,23 @@
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/SocketCommandPackage.h"
-#include "triggers/FireState.h"
-
-#include <QIODevice>
+#include "framework/WireFormat.h"
 
 #include <unistd.h>
 
-namespace {
-constexpr quint64 kServerRequestPackage = 3;
-constexpr quint64 kClientPackage = 5;
-} // namespace
-
-SchedulerServerManager::SchedulerServerManager(QObject* parent) : QObject(parent) {}
+// A request still waiting for the handler when the dealing thread ends is not
+// answered; it is freed with the manager.
+SchedulerServerManager::SchedulerServerManager(QObject* parent)
+    : QObject(parent), m_toHandler(&m_commandDealwith, [this](std::unique_ptr<SocketCommandPackage> package) {
+          m_commandDealwith.onDealQueuePackageCommand(std::move(package));
+      }) {}
 
 SchedulerServerManager::~SchedulerServerManager() {
     Stop();
 }
 
 bool SchedulerServerManager::Init() {
-    qRegisterMetaType<SocketCommandPackage*>("SocketCommandPackage*");
-    qRegisterMetaType<ResultCommand*>("ResultCommand*");
-    return m_communServer.Init(2);
+    return m_communServer.Init(ProtocolTypes::kTcp);
 }
 
 bool SchedulerServerManager::Start() {
@@ -36,9 +32,6 @@ bool SchedulerServerManager::Start() {
     }
     connect(&m_communServer, &CommunServer::incomingBlockData, this,
             &SchedulerServerManager::onProducerPackageCommand,
-            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    connect(this, &SchedulerServerManager::dealQueuePackageCommand, &m_commandDealwith,
-            &SchedulerServerCommandDealwith::onDealQueuePackageCommand,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
     connect(&m_commandDealwith, &SchedulerServerCommandDealwith::dealCommandResult, this,
             &SchedulerServerManager::onDealCommandResult,
@@ -74,46 +67,42 @@ void SchedulerServerManager::UnInit() {
     m_communServer.UnInit();
 }
 
-void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, QIODevice* psocket,
+void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, quint64 connectionId,
                                                       QByteArray bytes) {
     if (bytes.isEmpty()) {
         return;
     }
-    if (psocket == nullptr) {
-        Logger::Error("Socket into parameter pointer is NULL in the onProducerPackageCommand.");
-        return;
-    }
     quint64 packageType = 0;
-    if (commtype == CommunServer::kRequestCommType) {
-        packageType = kServerRequestPackage;
-    } else if (commtype == 3) {
-        packageType = kClientPackage;
+    if (commtype == CommTypes::kServerRequest) {
+        packageType = PackageTypes::kServerRequest;
+    } else if (commtype == CommTypes::kClient) {
+        packageType = PackageTypes::kClient;
     } else {
         Logger::Error("Comm type error in the onProducerPackageCommand.");
         return;
     }
-    CommCommand* command = CommandBuilder::BytearrayToCommand(bytes);
-    if (command != nullptr && !Admit(psocket, *command)) {
-        Refuse(psocket, command);
+    std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
+    if (command && !Admit(connectionId, *command)) {
+        Refuse(connectionId, *command);
         return;
     }
-    if (!CommunProducerConsumerManager::RequestCommunCommand(command, psocket, commtype, packageType)) {
+    if (!CommunProducerConsumerManager::RequestCommunCommand(std::move(command), connectionId, commtype,
+                                                             packageType)) {
         Logger::Error("Push server request comm command failed in the onProducerPackageCommand.");
-        CommandBuilder::DestroyCommand(command);
     }
 }
 
-bool SchedulerServerManager::Admit(QIODevice* socket, const CommCommand& command) {
-    const PeerCredentials peer = m_communServer.Peer(socket);
+bool SchedulerServerManager::Admit(quint64 connectionId, const CommCommand& command) {
+    const PeerCredentials peer = m_communServer.Peer(connectionId);
     const quint64 type = command.getCommandType();
-    if (m_communServer.IsAdmitted(socket)) {
+    if (m_communServer.IsAdmitted(connectionId)) {
         if (type == CommandTypes::kNewPlan || type == CommandTypes::kDeletePlan ||
             type == CommandTypes::kModifyPlan) {
             Logger::Info(QString("Plan command %1 from %2 accepted.").arg(type).arg(peer.Describe()));
         }
         return true;
     }
-    if (m_communServer.FirstRefusal(socket)) {
+    if (m_communServer.FirstRefusal(connectionId)) {
         Logger::Warn(QString("Refused command %1 from %2, which is not in AllowedUsers or AllowedGroups; "
                              "its further commands on this connection are refused without a line.")
                          .arg(type)
@@ -123,70 +112,28 @@ bool SchedulerServerManager::Admit(QIODevice* socket, const CommCommand& command
 }
 
 // A refused command changes nothing and is answered at once with result 1.
-void SchedulerServerManager::Refuse(QIODevice* socket, CommCommand* command) {
+void SchedulerServerManager::Refuse(quint64 connectionId, const CommCommand& command) {
     ResultCommand result;
-    result.GetRequestCommandInfo(*command);
+    result.GetRequestCommandInfo(command);
     result.setUintResult(1);
-    CommandBuilder::DestroyCommand(command);
-    m_communServer.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+    m_communServer.SendResult(connectionId, CommandBuilder::CommandToBytearray(&result));
 }
 
-// The client link's slot is offered every package right after this one, so a
-// package this slot refuses is released only once that offer has been made.
-void SchedulerServerManager::ReleaseLater(SocketCommandPackage* package) {
-    QMetaObject::invokeMethod(
-        this,
-        [package] {
-            CommandBuilder::DestroyCommand(package->getCommand());
-            delete package;
-        },
-        Qt::QueuedConnection);
-}
-
-void SchedulerServerManager::onDealQueuePackageCommand(SocketCommandPackage* ppackage) {
-    if (ppackage == nullptr) {
+void SchedulerServerManager::onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> ppackage) {
+    if (!ppackage) {
         Logger::Warn("Server Socket command package pointer is NULL in the onDealQueuePackageCommand.");
-        return;
-    }
-    if (ppackage->getPackageType() != kServerRequestPackage) {
         return;
     }
     if (ppackage->getCommand() == nullptr) {
         Logger::Error("Server command pointer is NULL in the onDealQueuePackageCommand.");
-        ReleaseLater(ppackage);
         return;
     }
-    if (ppackage->getSocket() == nullptr) {
-        Logger::Error("Server socket pointer is NULL in the onDealQueuePackageCommand.");
-        ReleaseLater(ppackage);
-        return;
-    }
-    Q_EMIT dealQueuePackageCommand(ppackage);
+    m_toHandler.Post(std::move(ppackage));
 }
 
-void SchedulerServerManager::onDealCommandResult(SocketCommandPackage* ppackage, ResultCommand* pretcommand) {
-    if (ppackage == nullptr) {
-        CommandBuilder::DestroyCommand(pretcommand);
-        Logger::Error("Server Socket command package pointer is NULL in the onDealCommandResult.");
-        return;
-    }
-    QIODevice* socket = ppackage->getSocket();
-    CommandBuilder::DestroyCommand(ppackage->getCommand());
-    delete ppackage;
-    if (pretcommand == nullptr) {
-        Logger::Error("Server result command pointer is NULL in the onDealCommandResult.");
-        return;
-    }
-    const QString trace = LogText::Outside(pretcommand->getTraceFlag());
-    if (socket == nullptr) {
-        Logger::Error(QString("Server result command%1 socket pointer is NULL.").arg(trace, 0));
-        CommandBuilder::DestroyCommand(pretcommand);
-        return;
-    }
+void SchedulerServerManager::onDealCommandResult(quint64 connectionId, QString trace, QByteArray reply) {
     Logger::Info(
         QString("Server send result command%1 reach SchedulerServerManager in the onDealCommandResult.")
-            .arg(trace, 0));
-    const QByteArray bytes = CommandBuilder::CommandToBytearray(pretcommand);
-    CommandBuilder::DestroyCommand(pretcommand);
-    m_communServer.SendResult(socket, bytes);
+            .arg(LogText::Outside(trace), 0));
+    m_communServer.SendResult(connectionId, reply);
 }

@@ -3,16 +3,18 @@
 #include "SchedulerServerCommandDealwith.h"
 
 #include "framework/CommunServer.h"
+#include "framework/PackageMailbox.h"
 #include "framework/PeerAccessPolicy.h"
 #include "framework/ResultCommand.h"
 #include "framework/ServiceThread.h"
 #include "framework/SocketCommandPackage.h"
 
-class QIODevice;
+#include <memory>
 
 // The command server: requests arrive on the endpoint, go through the
 // producer/consumer queue, are handled on the dealing thread and answered on
-// the socket they came from.
+// the connection they came from. Each package has one owner at a time: the
+// queue, then this manager, then the handler.
 class SchedulerServerManager : public QObject {
     Q_OBJECT
 public:
@@ -26,23 +28,20 @@ public:
 
     quint16 serverPort() const { return m_communServer.serverPort(); }
 
-Q_SIGNALS:
-    void dealQueuePackageCommand(SocketCommandPackage* ppackage);
-
-public Q_SLOTS:
-    void onDealQueuePackageCommand(SocketCommandPackage* ppackage);
+    // The queue's receiver of server requests (package type 3).
+    void onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> ppackage);
 
 private Q_SLOTS:
-    void onProducerPackageCommand(quint64 commtype, QIODevice* psocket, QByteArray bytes);
-    void onDealCommandResult(SocketCommandPackage* ppackage, ResultCommand* pretcommand);
+    void onProducerPackageCommand(quint64 commtype, quint64 connectionId, QByteArray bytes);
+    void onDealCommandResult(quint64 connectionId, QString trace, QByteArray reply);
 
 private:
-    void ReleaseLater(SocketCommandPackage* package);
-    bool Admit(QIODevice* socket, const CommCommand& command);
-    void Refuse(QIODevice* socket, CommCommand* command);
+    bool Admit(quint64 connectionId, const CommCommand& command);
+    void Refuse(quint64 connectionId, const CommCommand& command);
 
     CommunServer m_communServer;
     PeerAccessPolicy m_accessPolicy;
     ServiceThread m_dealThread;
     SchedulerServerCommandDealwith m_commandDealwith;
+    PackageMailbox m_toHandler;
 };

@@ -1,11 +1,6 @@
 #include "ClientCommunManager.h"
 
-#include "CommandBuilder.h"
-#include "SocketCommandPackage.h"
-
 namespace {
-constexpr quint64 kServerRequestPackage = 3;
-
 QMutex g_liveMutex;
 ClientCommunManager* g_live = nullptr;
 } // namespace
@@ -44,29 +39,20 @@ void ClientCommunManager::ClientConnectServer(const CommunAttribute& attribute) 
     QMetaObject::invokeMethod(this, &ClientCommunManager::toConnectServer, Qt::QueuedConnection);
 }
 
-bool ClientCommunManager::RequestCommunCommand(CommCommand* command) {
-    if (command == nullptr) {
+bool ClientCommunManager::RequestCommunCommand(std::unique_ptr<CommCommand> command) {
+    if (!command) {
         return false;
     }
-    {
-        QMutexLocker locker(&g_liveMutex);
-        if (g_live == nullptr) {
-            return false;
-        }
-        g_live->onRequestCommand(command);
+    QMutexLocker locker(&g_liveMutex);
+    if (g_live == nullptr) {
+        return false;
     }
-    CommandBuilder::DestroyCommand(command);
+    g_live->onRequestCommand(command.get());
     return true;
 }
 
 void ClientCommunManager::onRequestCommand(CommCommand*) {}
 
-void ClientCommunManager::onDealQueuePackageCommand(SocketCommandPackage* ppackage) {
-    // The server manager is offered every package first and may already have
-    // released a server request; only other packages may be looked at here.
-    if (ppackage == nullptr || ppackage->getPackageType() == kServerRequestPackage) {
-        return;
-    }
-    CommandBuilder::DestroyCommand(ppackage->getCommand());
-    delete ppackage;
-}
+// Nothing of the client side travels through the queue yet; such a package
+// is released here, by going out of scope.
+void ClientCommunManager::onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage>) {}

@@ -5,8 +5,9 @@
 #include <QMutex>
 #include <QObject>
 
-class CommCommand;
 #include "SocketCommandPackage.h"
+
+#include <memory>
 
 // Base of the client link to the agent. The static RequestCommunCommand routes
 // a command to the one live manager, which serialises it in onRequestCommand;
@@ -27,17 +28,16 @@ public:
     // application's event loop runs (that is, after Start).
     void ClientConnectServer(const CommunAttribute& attribute);
 
-    // True when a live manager took the command (it then belongs to the
-    // framework); false when there is none, and the command stays the caller's.
-    static bool RequestCommunCommand(CommCommand* command);
+    // True when a live manager took the command; false when there is none.
+    static bool RequestCommunCommand(std::unique_ptr<CommCommand> command);
+    // The queue's packages of the client side (type 5) end here.
+    void onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> ppackage);
 
 Q_SIGNALS:
     void toConnectServer();
 
 public Q_SLOTS:
     virtual void onRequestCommand(CommCommand* command);
-    // Packages that are not server requests (type 3) end here.
-    void onDealQueuePackageCommand(SocketCommandPackage* ppackage);
 
 protected:
     CommunAttribute m_communAttribute;

@@ -1,9 +1,5 @@
 #include "CommunProducerConsumerManager.h"
 
-#include "CommandBuilder.h"
-#include "SignalStack.h"
-#include "SocketCommandPackage.h"
-
 namespace {
 QMutex g_liveMutex;
 CommunProducerConsumerManager* g_live = nullptr;
@@ -33,10 +29,7 @@ bool CommunProducerConsumerManager::Start() {
         return true;
     }
     m_running = true;
-    m_consumer = std::thread([this] {
-        SignalStack stack;
-        ConsumeLoop();
-    });
+    m_consumer = std::thread([this] { ConsumeLoop(); });
     return true;
 }
 
@@ -52,33 +45,34 @@ void CommunProducerConsumerManager::Stop() {
 }
 
 void CommunProducerConsumerManager::UnInit() {
-    DiscardQueued();
+    QMutexLocker locker(&m_mutex);
+    m_packages.clear();
 }
 
-bool CommunProducerConsumerManager::RequestCommunCommand(CommCommand* command, QIODevice* socket,
-                                                         quint64 commType, quint64 packageType) {
-    if (command == nullptr) {
+void CommunProducerConsumerManager::SetReceiver(quint64 packageType, QObject* context,
+                                                PackageMailbox::Receiver receiver) {
+    QMutexLocker locker(&m_mutex);
+    m_receivers[packageType] = std::make_unique<PackageMailbox>(context, std::move(receiver));
+}
+
+bool CommunProducerConsumerManager::RequestCommunCommand(std::unique_ptr<CommCommand> command,
+                                                         quint64 connectionId, quint64 commType,
+                                                         quint64 packageType) {
+    if (!command) {
         return false;
     }
+    auto package =
+        std::make_unique<SocketCommandPackage>(std::move(command), connectionId, commType, packageType);
     QMutexLocker locker(&g_liveMutex);
-    if (g_live == nullptr) {
-        return false;
-    }
-    auto* package = new SocketCommandPackage(command, socket, commType, packageType);
-    if (!g_live->Push(package)) {
-        package->setCommand(nullptr);
-        delete package;
-        return false;
-    }
-    return true;
+    return g_live != nullptr && g_live->Push(package);
 }
 
-bool CommunProducerConsumerManager::Push(SocketCommandPackage* package) {
+bool CommunProducerConsumerManager::Push(std::unique_ptr<SocketCommandPackage>& package) {
     QMutexLocker locker(&m_mutex);
     if (!m_running || m_packages.size() >= kCapacity) {
         return false;
     }
-    m_packages.push_back(package);
+    m_packages.push_back(std::move(package));
     m_wakeUp.wakeOne();
     return true;
 }
@@ -90,27 +84,14 @@ void CommunProducerConsumerManager::ConsumeLoop() {
             m_wakeUp.wait(&m_mutex);
             continue;
         }
-        SocketCommandPackage* package = m_packages.front();
+        std::unique_ptr<SocketCommandPackage> package = std::move(m_packages.front());
         m_packages.pop_front();
+        const auto receiver = m_receivers.find(package->getPackageType());
+        PackageMailbox* mailbox = receiver != m_receivers.end() ? receiver->second.get() : nullptr;
         locker.unlock();
-        Deliver(package);
+        if (mailbox != nullptr) {
+            mailbox->Post(std::move(package));
+        }
         locker.relock();
     }
-}
-
-void CommunProducerConsumerManager::Deliver(SocketCommandPackage* package) {
-    // The signal is emitted on the manager's own thread, so that all receivers
-    // are queued together: no reply to this package can overtake the offer of
-    // the package to a later receiver.
-    QMetaObject::invokeMethod(
-        this, [this, package] { Q_EMIT dealQueuePackageCommand(package); }, Qt::QueuedConnection);
-}
-
-void CommunProducerConsumerManager::DiscardQueued() {
-    QMutexLocker locker(&m_mutex);
-    for (SocketCommandPackage* package : m_packages) {
-        CommandBuilder::DestroyCommand(package->getCommand());
-        delete package;
-    }
-    m_packages.clear();
 }

@@ -1,19 +1,20 @@
 #pragma once
 
+#include "PackageMailbox.h"
+#include "SocketCommandPackage.h"
+
 #include <QMutex>
 #include <QObject>
 #include <QWaitCondition>
 
 #include <deque>
+#include <map>
+#include <memory>
 #include <thread>
 
-class CommCommand;
-class QIODevice;
-#include "SocketCommandPackage.h"
-
-// A bounded queue of request packages with one consumer thread, which emits
-// each package with dealQueuePackageCommand. Receivers connect with queued
-// connections; whoever finishes with a package deletes it.
+// A bounded queue of request packages with one consumer thread. Each package
+// type has at most one receiver, which is handed the package (and so owns it)
+// on the thread of its context object; a package nobody receives is dropped.
 class CommunProducerConsumerManager : public QObject {
     Q_OBJECT
 public:
@@ -27,24 +28,25 @@ public:
     void Stop();
     void UnInit();
 
-    // Queues a package on the live manager; false when there is none, it is
-    // not running, the queue is full or the command is null. On false the
-    // command stays the caller's.
-    static bool RequestCommunCommand(CommCommand* command, QIODevice* socket, quint64 commType,
-                                     quint64 packageType);
+    // Packages of this type go to the receiver, called on the context's
+    // thread; once the context is destroyed they are dropped. Set before
+    // Start; the context must outlive Stop.
+    void SetReceiver(quint64 packageType, QObject* context, PackageMailbox::Receiver receiver);
 
-Q_SIGNALS:
-    void dealQueuePackageCommand(SocketCommandPackage* ppackage);
+    // Queues a package on the live manager; false when there is none, it is
+    // not running, the queue is full or the command is null. The command is
+    // destroyed when it is refused.
+    static bool RequestCommunCommand(std::unique_ptr<CommCommand> command, quint64 connectionId,
+                                     quint64 commType, quint64 packageType);
 
 private:
-    bool Push(SocketCommandPackage* package);
+    bool Push(std::unique_ptr<SocketCommandPackage>& package);
     void ConsumeLoop();
-    void Deliver(SocketCommandPackage* package);
-    void DiscardQueued();
 
     QMutex m_mutex;
     QWaitCondition m_wakeUp;
-    std::deque<SocketCommandPackage*> m_packages;
+    std::deque<std::unique_ptr<SocketCommandPackage>> m_packages;
+    std::map<quint64, std::unique_ptr<PackageMailbox>> m_receivers;
     bool m_running = false;
     std::thread m_consumer;
 };

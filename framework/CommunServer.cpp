@@ -16,8 +16,7 @@ CommunServer::~CommunServer() {
 }
 
 bool CommunServer::Init(quint64 protocolType) {
-    // Only TCP is spoken here.
-    return protocolType == 2;
+    return protocolType == ProtocolTypes::kTcp;
 }
 
 bool CommunServer::IsListenAllowed(const QString& name, QString& address) {
@@ -93,13 +92,12 @@ void CommunServer::Stop() {
         return;
     }
     m_server->close();
-    const QList<QIODevice*> sockets = m_clients.keys();
+    const QHash<quint64, Client> clients = m_clients;
     m_clients.clear();
-    for (QIODevice* device : sockets) {
-        auto* socket = static_cast<QTcpSocket*>(device);
-        socket->disconnect(this);
-        socket->abort();
-        socket->deleteLater();
+    for (const Client& client : clients) {
+        client.socket->disconnect(this);
+        client.socket->abort();
+        client.socket->deleteLater();
     }
     delete m_server;
     m_server = nullptr;
@@ -115,18 +113,18 @@ QString CommunServer::serverAddress() const {
     return m_server != nullptr ? m_server->serverAddress().toString() : QString();
 }
 
-PeerCredentials CommunServer::Peer(QIODevice* socket) const {
-    const auto it = m_clients.constFind(socket);
+PeerCredentials CommunServer::Peer(quint64 connectionId) const {
+    const auto it = m_clients.constFind(connectionId);
     return it != m_clients.constEnd() ? it->peer : PeerCredentials();
 }
 
-bool CommunServer::IsAdmitted(QIODevice* socket) const {
-    const auto it = m_clients.constFind(socket);
+bool CommunServer::IsAdmitted(quint64 connectionId) const {
+    const auto it = m_clients.constFind(connectionId);
     return it != m_clients.constEnd() && it->admitted;
 }
 
-bool CommunServer::FirstRefusal(QIODevice* socket) {
-    const auto it = m_clients.find(socket);
+bool CommunServer::FirstRefusal(quint64 connectionId) {
+    const auto it = m_clients.find(connectionId);
     if (it == m_clients.end() || it->refusalReported) {
         return false;
     }
@@ -134,34 +132,38 @@ bool CommunServer::FirstRefusal(QIODevice* socket) {
     return true;
 }
 
-void CommunServer::SendResult(QIODevice* socket, const QByteArray& bytes) {
-    if (socket == nullptr || !m_clients.contains(socket)) {
+void CommunServer::SendResult(quint64 connectionId, const QByteArray& bytes) {
+    const auto it = m_clients.constFind(connectionId);
+    if (it == m_clients.constEnd()) {
         return;
     }
-    socket->write(FrameReader::Frame(bytes));
+    it->socket->write(FrameReader::Frame(bytes));
 }
 
 void CommunServer::onNewConnection() {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
+        const quint64 id = ++m_lastConnectionId;
         Client client;
+        client.socket = socket;
         client.peer = PeerCredentials::OfSocket(static_cast<int>(socket->socketDescriptor()));
         client.admitted = !m_accessCheck || m_accessCheck(client.peer);
-        m_clients.insert(socket, client);
-        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
-        connect(socket, &QTcpSocket::disconnected, this, [this, socket] { onDisconnected(socket); });
+        m_clients.insert(id, client);
+        connect(socket, &QTcpSocket::readyRead, this, [this, id] { onReadyRead(id); });
+        connect(socket, &QTcpSocket::disconnected, this, [this, id] { onDisconnected(id); });
     }
 }
 
-void CommunServer::onReadyRead(QTcpSocket* socket) {
-    auto it = m_clients.find(socket);
+void CommunServer::onReadyRead(quint64 connectionId) {
+    auto it = m_clients.find(connectionId);
     if (it == m_clients.end()) {
         return;
     }
+    QTcpSocket* socket = it->socket;
     FrameReader& reader = it->reader;
     reader.Append(socket->readAll());
     QByteArray payload;
     while (reader.Next(payload)) {
-        Q_EMIT incomingBlockData(kRequestCommType, socket, payload);
+        Q_EMIT incomingBlockData(CommTypes::kServerRequest, connectionId, payload);
     }
     if (reader.Failed()) {
         Logger::Warn(
@@ -174,7 +176,11 @@ void CommunServer::onReadyRead(QTcpSocket* socket) {
     }
 }
 
-void CommunServer::onDisconnected(QTcpSocket* socket) {
-    m_clients.remove(socket);
-    socket->deleteLater();
+void CommunServer::onDisconnected(quint64 connectionId) {
+    const auto it = m_clients.find(connectionId);
+    if (it == m_clients.end()) {
+        return;
+    }
+    it->socket->deleteLater();
+    m_clients.erase(it);
 }

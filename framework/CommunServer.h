@@ -9,18 +9,16 @@
 
 #include <functional>
 
-class QIODevice;
 class QTcpServer;
 class QTcpSocket;
 
 // The command server's endpoint: a TCP listener on the thread that owns it,
-// any number of clients, one incomingBlockData per complete frame.
+// any number of clients, one incomingBlockData per complete frame. Each
+// connection is named by an id that is never reused, so that a reply meant for
+// a connection that has gone cannot reach a newer one.
 class CommunServer : public QObject {
     Q_OBJECT
 public:
-    // Communication type of requests arriving here.
-    static constexpr quint64 kRequestCommType = 2;
-
     explicit CommunServer(QObject* parent = nullptr);
     ~CommunServer() override;
 
@@ -36,39 +34,42 @@ public:
     bool StartOnDescriptor(qintptr descriptor);
     void Stop();
     void UnInit();
-    // Frames the reply onto the socket it came from; nothing if that socket
-    // has gone in the meantime.
-    void SendResult(QIODevice* socket, const QByteArray& bytes);
+    // Frames the reply onto the connection it came from; nothing if that
+    // connection has gone in the meantime.
+    void SendResult(quint64 connectionId, const QByteArray& bytes);
     quint16 serverPort() const;
     QString serverAddress() const;
     // The peer of a connection, looked up once when it was accepted; Unknown
     // once the connection has gone.
-    PeerCredentials Peer(QIODevice* socket) const;
+    PeerCredentials Peer(quint64 connectionId) const;
     // The access check's verdict on the connection's peer; false once the
     // connection has gone.
-    bool IsAdmitted(QIODevice* socket) const;
+    bool IsAdmitted(quint64 connectionId) const;
     // True the first time it is asked for a connection, so that a refused
     // peer is reported once rather than once per command.
-    bool FirstRefusal(QIODevice* socket);
+    bool FirstRefusal(quint64 connectionId);
+    int connectionCount() const { return m_clients.size(); }
 
 Q_SIGNALS:
-    void incomingBlockData(quint64 commtype, QIODevice* psocket, QByteArray bytes);
+    void incomingBlockData(quint64 commtype, quint64 connectionId, QByteArray bytes);
 
 private:
     void Serve();
     void onNewConnection();
-    void onReadyRead(QTcpSocket* socket);
-    void onDisconnected(QTcpSocket* socket);
+    void onReadyRead(quint64 connectionId);
+    void onDisconnected(quint64 connectionId);
     static bool IsListenAllowed(const QString& name, QString& address);
 
     QTcpServer* m_server = nullptr;
     struct Client {
+        QTcpSocket* socket = nullptr;
         FrameReader reader;
         PeerCredentials peer;
         bool admitted = true;
         bool refusalReported = false;
     };
 
-    QHash<QIODevice*, Client> m_clients;
+    QHash<quint64, Client> m_clients;
+    quint64 m_lastConnectionId = 0;
     AccessCheck m_accessCheck;
 };

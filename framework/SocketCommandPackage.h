@@ -1,27 +1,31 @@
 #pragma once
 
+#include "CommCommand.h"
+
 #include <QtGlobal>
 
-class CommCommand;
-class QIODevice;
+#include <memory>
 
-// One queued request: the decoded command and the socket it came from.
-// Package type 3 is a server request, 5 belongs to the client side.
+// One queued request: the decoded command and the connection it came from.
+// The package owns its command; whoever holds the package owns both.
 class SocketCommandPackage {
 public:
-    SocketCommandPackage(CommCommand* command, QIODevice* socket, quint64 commType, quint64 packageType)
-        : m_command(command), m_socket(socket), m_commType(commType), m_packageType(packageType) {}
+    SocketCommandPackage(std::unique_ptr<CommCommand> command, quint64 connectionId, quint64 commType,
+                         quint64 packageType)
+        : m_command(std::move(command)), m_connectionId(connectionId), m_commType(commType),
+          m_packageType(packageType) {}
     virtual ~SocketCommandPackage() = default;
 
-    CommCommand* getCommand() const { return m_command; }
-    void setCommand(CommCommand* command) { m_command = command; }
-    QIODevice* getSocket() const { return m_socket; }
+    CommCommand* getCommand() const { return m_command.get(); }
+    // The server's id of the connection the request came from; never reused,
+    // so a reply for a connection that has gone reaches no one.
+    quint64 getConnectionId() const { return m_connectionId; }
     quint64 getCommType() const { return m_commType; }
     quint64 getPackageType() const { return m_packageType; }
 
 private:
-    CommCommand* m_command;
-    QIODevice* m_socket;
+    std::unique_ptr<CommCommand> m_command;
+    quint64 m_connectionId;
     quint64 m_commType;
     quint64 m_packageType;
 };

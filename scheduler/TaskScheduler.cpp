@@ -5,7 +5,7 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
-#include "triggers/FireState.h"
+#include "framework/WireFormat.h"
 
 TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
 
@@ -76,19 +76,21 @@ QString TaskScheduler::StatusLine() const {
 
 void TaskScheduler::ConnectAgentServer() {
     CommunAttribute attribute;
-    attribute.setProtocolType(2);
+    attribute.setProtocolType(ProtocolTypes::kTcp);
     attribute.setDestSvrNameIp(ConfigReader::getAgentLocalServerName());
     m_clientManager.ClientConnectServer(attribute);
 }
 
 bool TaskScheduler::Start() {
-    qRegisterMetaType<SocketCommandPackage*>("SocketCommandPackage*");
-    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand,
-            &m_serverManager, &SchedulerServerManager::onDealQueuePackageCommand,
-            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
-    connect(&m_producerConsumerManager, &CommunProducerConsumerManager::dealQueuePackageCommand,
-            &m_clientManager, &ClientCommunManager::onDealQueuePackageCommand,
-            static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));
+    // Each package type has one receiver, which then owns the package.
+    m_producerConsumerManager.SetReceiver(PackageTypes::kServerRequest, &m_serverManager,
+                                          [this](std::unique_ptr<SocketCommandPackage> package) {
+                                              m_serverManager.onDealQueuePackageCommand(std::move(package));
+                                          });
+    m_producerConsumerManager.SetReceiver(PackageTypes::kClient, &m_clientManager,
+                                          [this](std::unique_ptr<SocketCommandPackage> package) {
+                                              m_clientManager.onDealQueuePackageCommand(std::move(package));
+                                          });
     connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
             &TaskScheduler::onClientRequestCommandResult,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::UniqueConnection));

@@ -65,7 +65,7 @@ int AgentCommand::Run(const QStringList& arguments) {
         return ToolOutput::Fail(QString("orvelctl agent: cannot listen on %1:%2").arg(host).arg(port), 1);
     }
     QObject::connect(&server, &CommunServer::incomingBlockData, &server,
-                     [&server](quint64, QIODevice* socket, QByteArray bytes) {
+                     [&server](quint64, quint64 connection, QByteArray bytes) {
                          ToolOutput::Out(Describe(bytes) + "\n", 0);
                          std::unique_ptr<CommCommand> request(CommandBuilder::BytearrayToCommand(bytes));
                          ResultCommand result;
@@ -73,7 +73,7 @@ int AgentCommand::Run(const QStringList& arguments) {
                              result.GetRequestCommandInfo(*request);
                          }
                          result.setUintResult(0);
-                         server.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+                         server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));
                      });
     ToolOutput::Fail(QString("orvelctl agent: listening on %1:%2").arg(host).arg(server.serverPort()), 0);
     SignalBridge bridge([](int) { QCoreApplication::quit(); });

@@ -15,6 +15,7 @@
 #include "framework/RequestNewOperationData.h"
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
+#include "framework/WireFormat.h"
 #include "triggers/FireState.h"
 
 #include <QElapsedTimer>

@@ -2,11 +2,7 @@
 
 #include "ArgumentList.h"
 
-#include "triggers/LocalTime.h"
-
-namespace {
-const QString kNoEnd = QStringLiteral("0000-00-00 00:00:00");
-} // namespace
+#include "triggers/TriggerCheck.h"
 
 const QStringList& TriggerOptions::Flags() {
     static const QStringList flags = {"--type",      "--start",  "--end",        "--interval", "--duration",
@@ -27,23 +23,11 @@ QString TriggerOptions::Help() {
            "  --day-last 0|1      monthly: also the last day of each month\n";
 }
 
-bool TriggerOptions::IsDateTimeText(const QString& text) {
-    return LocalTime::IsWellFormed(text);
-}
-
-bool TriggerOptions::CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest,
-                               QString& error) {
-    const QStringList tokens = arguments.Value(flag).split(',', Qt::SkipEmptyParts);
-    for (const QString& token : tokens) {
-        bool ok = false;
-        const QString trimmed = token.trimmed();
-        const quint64 value = trimmed.toULongLong(&ok, 10);
-        if (!ok || trimmed.isEmpty() || !trimmed.front().isDigit() || value < 1 || value > highest) {
-            error =
-                QString("%1 takes values from 1 to %2, not '%3'").arg(flag).arg(highest).arg(token.trimmed());
-            return false;
-        }
+bool TriggerOptions::Refuse(const QString& flag, const QString& fault, QString& error) {
+    if (fault.isEmpty()) {
+        return false;
     }
+    error = QString("%1: %2").arg(flag, fault);
     return true;
 }
 
@@ -67,17 +51,14 @@ bool TriggerOptions::Build(const ArgumentList& arguments, TriggerAttribute& attr
         return false;
     }
     const QString start = arguments.Value("--start");
-    if (!start.isEmpty() && !IsDateTimeText(start)) {
-        error = QString("--start must read \"yyyy-MM-dd hh:mm:ss\", not '%1'").arg(start);
-        return false;
-    }
     const QString end = arguments.Value("--end");
-    if (!end.isEmpty() && end != kNoEnd && !IsDateTimeText(end)) {
-        error = QString("--end must read \"yyyy-MM-dd hh:mm:ss\", not '%1'").arg(end);
-        return false;
-    }
-    if (!CheckList(arguments, "--week-days", 7, error) || !CheckList(arguments, "--months", 12, error) ||
-        !CheckList(arguments, "--month-days", 31, error)) {
+    if (Refuse("--start", TriggerCheck::TimeFault("start time", start, false), error) ||
+        Refuse("--end", TriggerCheck::TimeFault("end time", end, true), error) ||
+        Refuse("--week-days", TriggerCheck::ListFault("week days", arguments.Value("--week-days"), 7),
+               error) ||
+        Refuse("--months", TriggerCheck::ListFault("months", arguments.Value("--months"), 12), error) ||
+        Refuse("--month-days", TriggerCheck::ListFault("month days", arguments.Value("--month-days"), 31),
+               error)) {
         return false;
     }
     attribute.setTriggerType(type);

@@ -12,9 +12,8 @@ public:
     static const QStringList& Flags();
     static QString Help();
     static bool Build(const ArgumentList& arguments, TriggerAttribute& attribute, QString& error);
-    static bool IsDateTimeText(const QString& text);
 
 private:
-    static bool CheckList(const ArgumentList& arguments, const QString& flag, quint64 highest,
-                          QString& error);
+    // True, with the error line, when the check found a fault in the flag's value.
+    static bool Refuse(const QString& flag, const QString& fault, QString& error);
 };

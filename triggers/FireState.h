@@ -28,12 +28,3 @@ inline bool IsEvent(quint64 type) {
     return type >= kFirstEvent && type <= kLastEvent;
 }
 } // namespace TriggerTypes
-
-namespace CommandTypes {
-constexpr quint64 kNewPlan = 200;
-constexpr quint64 kDeletePlan = 203;
-constexpr quint64 kModifyPlan = 204;
-constexpr quint64 kExecuteTrigger = 600;
-constexpr quint64 kTriggerInfo = 601;
-constexpr quint64 kResult = 2000;
-} // namespace CommandTypes

@@ -1,7 +1,7 @@
 #include "JobTask.h"
 
-#include "FireState.h"
 #include "TriggerObject.h"
+#include "framework/WireFormat.h"
 
 #include "framework/ClientCommunManager.h"
 #include "framework/CommandBuilder.h"
@@ -28,17 +28,17 @@ bool JobTask::SendCopy(TriggerObject* object, quint64 commandType) {
 
 bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     std::unique_ptr<TriggerObject> owned(copy);
-    if (!owned) {
+    if (!owned || commandType == CommandTypes::kResult) {
         return false;
     }
-    auto* command = static_cast<RequestCommand*>(CommandBuilder::BuilderCommand(commandType));
-    if (command == nullptr || commandType == CommandTypes::kResult) {
-        CommandBuilder::DestroyCommand(command);
+    std::unique_ptr<CommCommand> built(CommandBuilder::BuilderCommand(commandType));
+    auto* command = static_cast<RequestCommand*>(built.get());
+    if (command == nullptr) {
         return false;
     }
     command->setPlanUuid(owned->getPlanUuid());
     CommunAttribute& attribute = command->getObjectCommunAttribute();
-    attribute.setProtocolType(2);
+    attribute.setProtocolType(ProtocolTypes::kTcp);
     attribute.setDestSvrNameIp(ConfigReader::getAgentLocalServerName());
     attribute.setDestPort(0);
     command->setTriggerFlag(1);
@@ -48,9 +48,5 @@ bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     data.setTriggerEndFlag(owned->getObjectTriggerAttribute().getTriggerEndFlag());
     CommandBuilder::DataToBytearray(&data, command->getRfrnRequestData());
     owned.reset();
-    const bool ok = ClientCommunManager::RequestCommunCommand(command);
-    if (!ok) {
-        CommandBuilder::DestroyCommand(command);
-    }
-    return ok;
+    return ClientCommunManager::RequestCommunCommand(std::move(built));
 }

@@ -8,6 +8,7 @@
 #include "framework/RequestCommand.h"
 #include "framework/RequestNewOperationData.h"
 #include "framework/SchedulerPlanData.h"
+#include "framework/WireFormat.h"
 
 namespace {
 const QString kNoEnd = QStringLiteral("0000-00-00 00:00:00");

@@ -29,9 +29,12 @@ public:
     // or modified plan, the definition its payload carries, which must decode.
     static QString CommandFault(const CommCommand& request);
 
+    // One time text ("" allowed, and "0000-00-00 00:00:00" where it may mean
+    // no end) and one calendar list (values 1 to highest).
+    static QString TimeFault(const char* field, const QString& text, bool mayBeNoEnd);
+    static QString ListFault(const char* field, const QString& text, quint64 highest);
+
 private:
     static QString CalendarFault(const TriggerAttribute& attribute);
-    static QString TimeFault(const char* field, const QString& text, bool mayBeNoEnd);
     static QString SpanFault(const char* field, quint64 secs);
-    static QString ListFault(const char* field, const QString& text, quint64 highest);
 };

@@ -21,7 +21,7 @@ AgentStandIn::AgentStandIn(quint16 port) {
 void AgentStandIn::Answer() {
     QObject::connect(
         &m_server, &CommunServer::incomingBlockData, &m_server,
-        [this](quint64, QIODevice* socket, QByteArray bytes) {
+        [this](quint64, quint64 connection, QByteArray bytes) {
             std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
             if (!command) {
                 return;
@@ -29,7 +29,7 @@ void AgentStandIn::Answer() {
             m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
             ResultCommand result;
             result.GetRequestCommandInfo(*command);
-            m_server.SendResult(socket, CommandBuilder::CommandToBytearray(&result));
+            m_server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));
         });
 }
 

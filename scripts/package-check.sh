@@ -80,7 +80,7 @@ refusal=$(setpriv --reuid=nobody --regid=nogroup --clear-groups -- orvelctl plan
   fail "orvelctl as nobody was served"
 [ "$refusal" = "not allowed: user nobody (65534) is not in AllowedUsers or AllowedGroups" ] ||
   fail "orvelctl as nobody said: $refusal"
-grep -q "Plan command 200 from user id 0 accepted." "$log" || fail "accepted plan command not logged"
+grep -q "Plan command 200 for plan package-check from user id 0 accepted." "$log" || fail "accepted plan command not logged"
 step "orvelctl works as root and refuses nobody"
 
 crash_service

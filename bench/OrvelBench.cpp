@@ -9,6 +9,7 @@
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineTimer.h"
 #include "framework/Logger.h"
 #include "framework/PeerAccessPolicy.h"
 #include "framework/PeerCredentials.h"
@@ -20,6 +21,7 @@
 
 #include <QCoreApplication>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <benchmark/benchmark.h>
 
@@ -27,6 +29,11 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <limits>
+#include <memory>
+#include <random>
+#include <vector>
 
 namespace {
 struct SeekCase {
@@ -246,6 +253,53 @@ void BM_ArmTimerFires(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_ArmTimerFires)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// Arming N timers due at random instants of the coming week, as a schedule
+// with random times of day has them: the deadline queue of the timer mode
+// against one Qt timer per fire, which it replaced.
+void BM_ArmDeadlineTimers(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    std::mt19937 random(1);
+    std::uniform_int_distribution<qint64> within(1, 7 * 24 * 3600 * 1000LL);
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<DeadlineTimer>> timers;
+        timers.reserve(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            timers.push_back(std::make_unique<DeadlineTimer>([](qint64) {}));
+            timers.back()->startAt(now + within(random), 60000);
+        }
+        state.PauseTiming();
+        timers.clear();
+        state.ResumeTiming();
+    }
+    state.counters["per_timer_ns"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ArmDeadlineTimers)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+void BM_ArmQtTimers(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> within(1, std::numeric_limits<int>::max());
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<QTimer>> timers;
+        timers.reserve(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            timers.push_back(std::make_unique<QTimer>());
+            timers.back()->setTimerType(Qt::PreciseTimer);
+            timers.back()->start(within(random));
+        }
+        state.PauseTiming();
+        timers.clear();
+        state.ResumeTiming();
+    }
+    state.counters["per_timer_ns"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ArmQtTimers)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 // The server's end of one loopback TCP connection, and the client's.
 struct LoopbackConnection {

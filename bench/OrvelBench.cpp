@@ -24,6 +24,9 @@
 #include <QTimer>
 
 #include <benchmark/benchmark.h>
+#include <log4cpp/Category.hh>
+#include <log4cpp/PatternLayout.hh>
+#include <log4cpp/RollingFileAppender.hh>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -238,6 +241,30 @@ BENCHMARK(BM_RunStateBatch)
     ->Args({100000, 1})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(3);
+
+// One info line of the kind start-up writes per plan, through the service's
+// log into its file; against log4cpp's own rolling file with a pattern layout,
+// which writes and checks the file size for every line.
+void BM_LogLine(benchmark::State& state) {
+    QTemporaryDir dir;
+    Logger::Initialize(dir.path() + "/", "log", "bench.log");
+    if (state.range(0) == 1) {
+        auto* appender = new log4cpp::RollingFileAppender("file", dir.filePath("log/bench.log").toStdString(),
+                                                          10 * 1024 * 1024, 5, true, 00644);
+        auto* layout = new log4cpp::PatternLayout();
+        layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} [%t] %-5p %m%n");
+        appender->setLayout(layout);
+        Logger::GetFileLogHandle().removeAllAppenders();
+        Logger::GetFileLogHandle().addAppender(appender);
+    }
+    const QString planUuid("{0001e240-5c1e-4d7a-9b2f-3c9e7a1d2b4f}");
+    for (auto _ : state) {
+        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(planUuid));
+    }
+    state.SetLabel(state.range(0) == 1 ? "log4cpp rolling file, pattern layout" : "service log");
+    Logger::UnInitialize();
+}
+BENCHMARK(BM_LogLine)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 // Timer mode: starting N timer fires, each computing its first start and
 // arming its timer.

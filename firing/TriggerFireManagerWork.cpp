@@ -22,6 +22,8 @@
 
 #include <limits>
 
+#include <malloc.h>
+
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 constexpr qint64 kMinuteMSecs = 60000;
@@ -385,6 +387,7 @@ void TriggerFireManagerWork::onAtTimerOut() {
         return;
     }
     m_passOpen = true;
+    m_passSlices = 1;
     m_passNext = m_dateTimeFires->begin();
     m_passVersion = m_tableVersion;
     m_passEarliestDueMSecs = std::numeric_limits<qint64>::max();
@@ -403,8 +406,15 @@ void TriggerFireManagerWork::RunPollSliceLocked() {
     if (PollSliceLocked()) {
         m_passOpen = false;
         m_pollIdleUntilMSecs = m_passEarliestDueMSecs;
+        if (m_passSlices > 1) {
+            // A long pass (the first after start-up) freed as many commands
+            // and texts as it made; the heap gives those pages back rather
+            // than keep them resident for good.
+            malloc_trim(0);
+        }
         return;
     }
+    ++m_passSlices;
     if (!m_sliceScheduled) {
         m_sliceScheduled = true;
         // A short pause rather than a posted call, so that a plan command

@@ -109,6 +109,7 @@ private:
     qint64 m_passEarliestDueMSecs = 0;
     quint64 m_tableVersion = 0;
     quint64 m_passVersion = 0;
+    int m_passSlices = 0;
     bool m_sliceScheduled = false;
     qint64 m_pollSliceNSecs = kPollSliceNSecs;
 };

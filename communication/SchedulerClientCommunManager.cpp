@@ -60,7 +60,8 @@ void SchedulerClientCommunManager::Wire(CommunClientWork& work,
                                         void (SchedulerClientCommunManager::*request)(QByteArray)) {
     connect(this, &ClientCommunManager::toConnectServer, &work, &CommunClientWork::onreconnectServer,
             Qt::QueuedConnection);
-    connect(this, request, &work, &CommunClientWork::onRequestData, Qt::QueuedConnection);
+    // Post is safe from any thread and batches the hand-over itself.
+    connect(this, request, &work, &CommunClientWork::Post, Qt::DirectConnection);
     connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
             Qt::QueuedConnection);
 }

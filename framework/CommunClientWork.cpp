@@ -51,6 +51,26 @@ void CommunClientWork::onreconnectServer() {
     }
 }
 
+void CommunClientWork::Post(const QByteArray& blocks) {
+    QMutexLocker locker(&m_inboxMutex);
+    m_inbox.push_back(blocks);
+    if (m_inbox.size() > 1) {
+        return; // the drain already on its way takes this frame too
+    }
+    QMetaObject::invokeMethod(this, &CommunClientWork::DrainInbox, Qt::QueuedConnection);
+}
+
+void CommunClientWork::DrainInbox() {
+    QVector<QByteArray> batch;
+    {
+        QMutexLocker locker(&m_inboxMutex);
+        batch.swap(m_inbox);
+    }
+    for (const QByteArray& blocks : qAsConst(batch)) {
+        onRequestData(blocks);
+    }
+}
+
 void CommunClientWork::onRequestData(QByteArray blocks) {
     EnsureSocket();
     if (m_socket->state() == QAbstractSocket::ConnectedState && m_pending.Empty()) {

@@ -8,6 +8,7 @@
 #include <QMutex>
 #include <QObject>
 #include <QSet>
+#include <QVector>
 
 #include <atomic>
 
@@ -32,6 +33,11 @@ public:
     bool Init();
     void UnInit();
     void SetCommunAttribute(const CommunAttribute& attribute);
+    // Hands a frame to the worker from any thread. Frames handed while the
+    // worker is busy go over in one batch, in the order they were handed:
+    // thousands of trigger-info reports at start-up cost one wake-up of the
+    // worker's thread, not one each.
+    void Post(const QByteArray& blocks);
 
 Q_SIGNALS:
     void returnResult(QByteArray blocks);
@@ -41,6 +47,7 @@ public Q_SLOTS:
     void onRequestData(QByteArray blocks);
 
 private:
+    void DrainInbox();
     void EnsureSocket();
     void Connect();
     void Flush();
@@ -68,4 +75,7 @@ private:
     // Plans whose waiting runs were merged during this outage, named once each.
     QSet<QString> m_mergedPlans;
     std::atomic<bool> m_releasedOnThread{false};
+
+    QMutex m_inboxMutex;
+    QVector<QByteArray> m_inbox;
 };

@@ -203,4 +203,40 @@ TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect)
     thread.quit();
     thread.wait();
 }
+// Frames handed from another thread while the worker is busy go over in
+// batches; none is lost, doubled or overtaken on the way.
+TEST(CommunClientWork, FramesPostedFromAnotherThreadArriveOnceEachInOrder) {
+    ReservedPort port;
+    CommunServer agent;
+    QStringList received;
+    QObject::connect(
+        &agent, &CommunServer::incomingBlockData, &agent,
+        [&received](quint64, quint64, QByteArray bytes) { received << QString::fromUtf8(bytes); });
+    ASSERT_TRUE(agent.StartOnDescriptor(port.Listen()));
+
+    QThread thread;
+    CommunClientWork work;
+    CommunAttribute attribute;
+    attribute.setProtocolType(2);
+    attribute.setDestSvrNameIp("127.0.0.1");
+    attribute.setDestPort(port.port());
+    work.SetCommunAttribute(attribute);
+    work.moveToThread(&thread);
+    thread.start();
+    // The first frame opens the connection, so that the rest is not held in
+    // the bounded buffer of an outage.
+    work.Post(QByteArray::number(0));
+    ASSERT_TRUE(QTest::qWaitFor([&received] { return received.size() == 1; }, 10000));
+    constexpr int kFrames = 5000;
+    for (int i = 1; i < kFrames; ++i) {
+        work.Post(QByteArray::number(i));
+    }
+    EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() >= kFrames; }, 10000));
+    ASSERT_EQ(received.size(), kFrames);
+    for (int i = 0; i < kFrames; ++i) {
+        ASSERT_EQ(received.at(i), QString::number(i));
+    }
+    thread.quit();
+    thread.wait();
+}
 } // namespace

@@ -87,6 +87,15 @@ QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
 } // namespace
 
+// A time-out is handled at a later turn of the event loop, never inside the
+// fire's own call: handling it may replace and delete that fire.
+TriggerFireManagerWork::TriggerFireManagerWork() {
+    TimerFire::SetTimeoutHandler([this](const QString& planUuid, quint64 fireId) {
+        QMetaObject::invokeMethod(
+            this, [this, planUuid, fireId] { onTimerFireTimeout(planUuid, fireId); }, Qt::QueuedConnection);
+    });
+}
+
 TriggerFireManagerWork& TriggerFireManagerWork::Instance() {
     static TriggerFireManagerWork work;
     return work;
@@ -152,10 +161,7 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFire(quint64 type, TriggerObject*
     TriggerFire* fire = nullptr;
     if (TriggerTypes::IsDateTime(type)) {
         if (IsTimerMode()) {
-            auto* timerFire = new TimerFire();
-            connect(timerFire, &DateTimeFire::timerFireTimeout, this,
-                    &TriggerFireManagerWork::onTimerFireTimeout, Qt::QueuedConnection);
-            fire = timerFire;
+            fire = new TimerFire();
         } else {
             fire = new AtTimeFire();
         }

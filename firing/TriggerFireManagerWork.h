@@ -74,7 +74,7 @@ private Q_SLOTS:
 private:
     friend class TriggerFireManager;
 
-    TriggerFireManagerWork() = default;
+    TriggerFireManagerWork();
     bool InsertDateTimeFireLocked(const QString& planUuid, TriggerFire* fire);
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);

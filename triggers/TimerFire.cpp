@@ -15,6 +15,11 @@
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 std::atomic<quint64> g_lastFireId{0};
+
+TimerFire::TimeoutHandler& Handler() {
+    static TimerFire::TimeoutHandler handler;
+    return handler;
+}
 } // namespace
 
 TimerFire::TimerFire(QObject* parent)
@@ -22,6 +27,10 @@ TimerFire::TimerFire(QObject* parent)
       m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
 TimerFire::~TimerFire() = default;
+
+void TimerFire::SetTimeoutHandler(TimeoutHandler handler) {
+    Handler() = std::move(handler);
+}
 
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
@@ -109,6 +118,9 @@ void TimerFire::ontimeout() {
         return;
     }
     Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
+    if (Handler()) {
+        Handler()(m_planUuid, m_fireId);
+    }
 }
 
 void TimerFire::onkillDateTimer() {

@@ -4,6 +4,8 @@
 
 #include "framework/DeadlineTimer.h"
 
+#include <functional>
+
 // Calendar trigger fire of the timer mode: a timer armed for the next start
 // time. The timer is a DeadlineTimer, aimed at the wall-clock instant itself,
 // so a suspend, a clock step or a wait beyond the 24.8 days of a Qt timer
@@ -11,7 +13,14 @@
 class TimerFire : public DateTimeFire {
     Q_OBJECT
 public:
+    using TimeoutHandler = std::function<void(const QString& planUuid, quint64 fireId)>;
+
     explicit TimerFire(QObject* parent = nullptr);
+    // Where every fire's time-out goes besides timerFireTimeout, on the
+    // fire's thread. Set once, before any fire runs: a connection per fire
+    // would cost each of a million fires its own connection data and a
+    // connect at start-up.
+    static void SetTimeoutHandler(TimeoutHandler handler);
     ~TimerFire() override;
 
     void SetTriggerObject(TriggerObject* object) override;

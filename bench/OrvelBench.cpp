@@ -9,9 +9,11 @@
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
+#include "framework/DeadlineTimer.h"
 #include "framework/Logger.h"
 #include "framework/PeerAccessPolicy.h"
 #include "framework/PeerCredentials.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "triggers/DateTimeFire.h"
@@ -19,13 +21,22 @@
 
 #include <QCoreApplication>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <benchmark/benchmark.h>
+#include <log4cpp/Category.hh>
+#include <log4cpp/PatternLayout.hh>
+#include <log4cpp/RollingFileAppender.hh>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <limits>
+#include <memory>
+#include <random>
+#include <vector>
 
 namespace {
 struct SeekCase {
@@ -161,7 +172,9 @@ BENCHMARK(BM_PollWalk)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
 // The first poll after start-up: every trigger computes its first start and
 // hands its trigger-info command to the client link, with the log written to
-// a file as in production.
+// a file as in production. With the run state (second argument 1) the link
+// records every schedule and the batch is written in one transaction, which
+// the timing includes: the difference is what the state file costs.
 void BM_FirstPoll(benchmark::State& state) {
     QTemporaryDir dir;
     Logger::Initialize(dir.path() + "/", "log", "bench.log");
@@ -172,21 +185,86 @@ void BM_FirstPoll(benchmark::State& state) {
     link.Init();
     link.SetCommunAttribute(attribute);
     link.Start();
+    RunStateStore runState;
+    const bool recorded = state.range(1) != 0;
     for (auto _ : state) {
         state.PauseTiming();
         auto* plans = new FiredPlans(static_cast<int>(state.range(0)), 0, false);
         plans->manager.Start();
+        if (recorded) {
+            runState.Open(dir.path() + "/state.db", {});
+        }
         state.ResumeTiming();
         Poll();
+        runState.Flush();
         state.PauseTiming();
+        runState.Close();
         delete plans;
         QCoreApplication::processEvents();
         state.ResumeTiming();
     }
     link.Stop();
     Logger::UnInitialize();
+    state.SetLabel(recorded ? "with run state" : "without run state");
 }
-BENCHMARK(BM_FirstPoll)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+BENCHMARK(BM_FirstPoll)->Args({100000, 0})->Args({100000, 1})->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// One batch of run state: N plans' schedules recorded (second argument 0) or
+// recorded and written in one transaction (1).
+void BM_RunStateBatch(benchmark::State& state) {
+    QTemporaryDir dir;
+    RunStateStore store;
+    store.Open(dir.path() + "/state.db", {});
+    const int count = static_cast<int>(state.range(0));
+    QStringList plans;
+    for (int i = 0; i < count; ++i) {
+        plans << QString("%1-4c1d-8e2f-9a0b-%2").arg(i, 8, 16, QChar('0')).arg(i, 12, 10, QChar('0'));
+    }
+    for (auto _ : state) {
+        for (int i = 0; i < count; ++i) {
+            RunStateStore::RecordSchedule(plans.at(i), 2, "2026-03-11 08:00:00", 0);
+        }
+        if (state.range(1) == 0) {
+            state.PauseTiming();
+        }
+        store.Flush();
+        if (state.range(1) == 0) {
+            state.ResumeTiming();
+        }
+    }
+    state.counters["per_plan"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_RunStateBatch)
+    ->Args({100000, 0})
+    ->Args({100000, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+// One info line of the kind start-up writes per plan, through the service's
+// log into its file; against log4cpp's own rolling file with a pattern layout,
+// which writes and checks the file size for every line.
+void BM_LogLine(benchmark::State& state) {
+    QTemporaryDir dir;
+    Logger::Initialize(dir.path() + "/", "log", "bench.log");
+    if (state.range(0) == 1) {
+        auto* appender = new log4cpp::RollingFileAppender("file", dir.filePath("log/bench.log").toStdString(),
+                                                          10 * 1024 * 1024, 5, true, 00644);
+        auto* layout = new log4cpp::PatternLayout();
+        layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} [%t] %-5p %m%n");
+        appender->setLayout(layout);
+        Logger::GetFileLogHandle().removeAllAppenders();
+        Logger::GetFileLogHandle().addAppender(appender);
+    }
+    const QString planUuid("{0001e240-5c1e-4d7a-9b2f-3c9e7a1d2b4f}");
+    for (auto _ : state) {
+        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.").arg(planUuid));
+    }
+    state.SetLabel(state.range(0) == 1 ? "log4cpp rolling file, pattern layout" : "service log");
+    Logger::UnInitialize();
+}
+BENCHMARK(BM_LogLine)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 // Timer mode: starting N timer fires, each computing its first start and
 // arming its timer.
@@ -202,6 +280,53 @@ void BM_ArmTimerFires(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_ArmTimerFires)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// Arming N timers due at random instants of the coming week, as a schedule
+// with random times of day has them: the deadline queue of the timer mode
+// against one Qt timer per fire, which it replaced.
+void BM_ArmDeadlineTimers(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    std::mt19937 random(1);
+    std::uniform_int_distribution<qint64> within(1, 7 * 24 * 3600 * 1000LL);
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<DeadlineTimer>> timers;
+        timers.reserve(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            timers.push_back(std::make_unique<DeadlineTimer>([](qint64) {}));
+            timers.back()->startAt(now + within(random), 60000);
+        }
+        state.PauseTiming();
+        timers.clear();
+        state.ResumeTiming();
+    }
+    state.counters["per_timer_ns"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ArmDeadlineTimers)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+void BM_ArmQtTimers(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> within(1, std::numeric_limits<int>::max());
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<QTimer>> timers;
+        timers.reserve(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            timers.push_back(std::make_unique<QTimer>());
+            timers.back()->setTimerType(Qt::PreciseTimer);
+            timers.back()->start(within(random));
+        }
+        state.PauseTiming();
+        timers.clear();
+        state.ResumeTiming();
+    }
+    state.counters["per_timer_ns"] =
+        benchmark::Counter(static_cast<double>(count),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ArmQtTimers)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 // The server's end of one loopback TCP connection, and the client's.
 struct LoopbackConnection {

@@ -30,8 +30,8 @@ public Q_SLOTS:
 private:
     void Wire(CommunClientWork& work, void (SchedulerClientCommunManager::*request)(QByteArray));
 
-    ServiceThread m_refreshThread;
+    ServiceThread m_refreshThread{"agent-refresh"};
     CommunClientWork m_refreshClientWork;
-    ServiceThread m_controlThread;
+    ServiceThread m_controlThread{"agent-control"};
     CommunClientWork m_controlClientWork;
 };

@@ -106,7 +106,9 @@ bool SchedulerServerManager::Admit(quint64 connectionId, const CommCommand& comm
     if (m_communServer.IsAdmitted(connectionId)) {
         if (type == CommandTypes::kNewPlan || type == CommandTypes::kDeletePlan ||
             type == CommandTypes::kModifyPlan) {
-            Logger::Info(QString("Plan command %1 from %2 accepted.").arg(type).arg(peer.Describe()));
+            Logger::Info(QString("Plan command %1 for plan %2 from %3 accepted.")
+                             .arg(type)
+                             .arg(LogText::Outside(command.getPlanUuid()), peer.Describe()));
         }
         return true;
     }

@@ -41,7 +41,7 @@ private:
 
     CommunServer m_communServer;
     PeerAccessPolicy m_accessPolicy;
-    ServiceThread m_dealThread;
+    ServiceThread m_dealThread{"plan-commands"};
     SchedulerServerCommandDealwith m_commandDealwith;
     PackageMailbox m_toHandler;
 };

@@ -1,5 +1,9 @@
 #include "CommunProducerConsumerManager.h"
 
+#include "SignalStack.h"
+
+#include <pthread.h>
+
 namespace {
 QMutex g_liveMutex;
 CommunProducerConsumerManager* g_live = nullptr;
@@ -29,7 +33,11 @@ bool CommunProducerConsumerManager::Start() {
         return true;
     }
     m_running = true;
-    m_consumer = std::thread([this] { ConsumeLoop(); });
+    m_consumer = std::thread([this] {
+        SignalStack stack;
+        ::pthread_setname_np(::pthread_self(), "command-queue");
+        ConsumeLoop();
+    });
     return true;
 }
 

@@ -31,7 +31,35 @@ quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, 
     const uint port = settings.value(key, fallback).toUInt(&ok);
     return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
 }
+void LimitValue(const QSettings& settings, const QString& key, quint64 highest, quint64& value,
+                QStringList& problems) {
+    if (!settings.contains(key)) {
+        return;
+    }
+    const QString text = settings.value(key).toString();
+    bool ok = false;
+    const quint64 read = text.trimmed().toULongLong(&ok);
+    if (!ok || read < 1 || read > highest) {
+        problems << QString(
+                        "The configuration value %1 \"%2\" is not a whole number from 1 to %3; %4 is used.")
+                        .arg(key, text)
+                        .arg(highest)
+                        .arg(value);
+        return;
+    }
+    value = read;
+}
 } // namespace
+
+void ConfigReader::ReadLogLimits(const QString& path, quint64& maxFileMiB, quint64& maxFiles,
+                                 QStringList& problems) {
+    if (!QFileInfo(path).isFile()) {
+        return;
+    }
+    const QSettings settings(path, QSettings::IniFormat);
+    LimitValue(settings, "Log/MaxFileMiB", 4096, maxFileMiB, problems);
+    LimitValue(settings, "Log/MaxFiles", 1000, maxFiles, problems);
+}
 
 bool ConfigReader::IniReader(const QString& path) {
     const QFileInfo info(path);

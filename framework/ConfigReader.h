@@ -8,6 +8,12 @@ class ConfigReader {
 public:
     static bool IniReader(const QString& path);
     static void ResetToDefaults();
+    // The [Log] keys, read on their own before the log opens: MaxFileMiB
+    // (1-4096) and MaxFiles (1-1000). A value outside its range leaves the
+    // default in place and is named in `problems`, to be logged once the log
+    // is open.
+    static void ReadLogLimits(const QString& path, quint64& maxFileMiB, quint64& maxFiles,
+                              QStringList& problems);
 
     static QString getAgentLocalServerName();
     static quint16 getAgentPort();

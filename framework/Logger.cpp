@@ -2,21 +2,21 @@
 
 #include "JournalLayout.h"
 #include "LogText.h"
+#include "RollingLogFile.h"
 
 #include <QDir>
 
 #include <log4cpp/Category.hh>
 #include <log4cpp/OstreamAppender.hh>
-#include <log4cpp/PatternLayout.hh>
-#include <log4cpp/RollingFileAppender.hh>
 
 #include <cstdlib>
 #include <iostream>
 
 namespace {
 constexpr const char* kCategoryName = "schedulerservice";
-constexpr size_t kMaxFileSize = 10 * 1024 * 1024;
-constexpr unsigned int kMaxBackups = 5;
+// Owned by the category; set and cleared with the appenders, on the thread
+// that initialises the log.
+RollingLogFile* g_file = nullptr;
 
 log4cpp::Category& Category() {
     static log4cpp::Category& category = []() -> log4cpp::Category& {
@@ -40,26 +40,48 @@ void AddJournalAppender(log4cpp::Category& category) {
 }
 } // namespace
 
-bool Logger::Initialize(const QString& appDir, const QString& logDir, const QString& fileName) {
+bool Logger::Initialize(const QString& appDir, const QString& logDir, const QString& fileName,
+                        quint64 maxFileMiB, quint64 maxFiles) {
     const QString dirPath = QString("%1%2").arg(appDir, logDir);
     if (!QDir().mkpath(dirPath)) {
         return false;
     }
     const QString filePath = QString("%1/%2").arg(dirPath, fileName);
     log4cpp::Category& category = Category();
-    category.removeAllAppenders();
-    auto* appender = new log4cpp::RollingFileAppender("file", filePath.toStdString(), kMaxFileSize,
-                                                      kMaxBackups, true, 00644);
-    auto* layout = new log4cpp::PatternLayout();
-    layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} [%t] %-5p %m%n");
-    appender->setLayout(layout);
-    category.addAppender(appender);
+    UnInitialize();
+    auto* file = new RollingLogFile(filePath.toStdString(), static_cast<size_t>(maxFileMiB) * 1024 * 1024,
+                                    static_cast<unsigned int>(maxFiles));
+    if (!file->isOpen()) {
+        delete file;
+        return false;
+    }
+    g_file = file;
+    category.addAppender(file);
     AddJournalAppender(category);
     return true;
 }
 
 void Logger::UnInitialize() {
+    g_file = nullptr;
     Category().removeAllAppenders();
+}
+
+void Logger::Banner(const QStringList& lines) {
+    if (g_file != nullptr) {
+        g_file->recordBanner(true);
+    }
+    for (const QString& line : lines) {
+        Info(line);
+    }
+    if (g_file != nullptr) {
+        g_file->recordBanner(false);
+    }
+}
+
+void Logger::Flush() {
+    if (g_file != nullptr) {
+        g_file->flush();
+    }
 }
 
 log4cpp::Category& Logger::GetFileLogHandle() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 namespace log4cpp {
 class Category;
@@ -11,9 +12,20 @@ class Category;
 // lines go nowhere (or to standard error under systemd).
 class Logger {
 public:
-    static bool Initialize(const QString& appDir, const QString& logDir, const QString& fileName);
+    static constexpr quint64 kDefaultMaxFileMiB = 10;
+    static constexpr quint64 kDefaultMaxFiles = 5;
+
+    // `maxFiles` counts the current file and the rolled ones.
+    static bool Initialize(const QString& appDir, const QString& logDir, const QString& fileName,
+                           quint64 maxFileMiB = kDefaultMaxFileMiB, quint64 maxFiles = kDefaultMaxFiles);
     static void UnInitialize();
     static log4cpp::Category& GetFileLogHandle();
+    // Writes the lines at info level; every later file of the log begins with
+    // them again.
+    static void Banner(const QStringList& lines);
+    // Writes out what is buffered; lines below warn level otherwise reach the
+    // file within a tenth of a second.
+    static void Flush();
 
     static void Debug(const QString& line);
     static void Info(const QString& line);

@@ -2,6 +2,10 @@
 
 #include "SignalStack.h"
 
+ServiceThread::ServiceThread(const QString& name, QObject* parent) : QThread(parent) {
+    setObjectName(name);
+}
+
 void ServiceThread::run() {
     SignalStack stack;
     QThread::run();

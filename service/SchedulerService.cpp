@@ -2,6 +2,7 @@
 
 #include "GetApplicationDir.h"
 
+#include "framework/ConfigReader.h"
 #include "framework/Logger.h"
 #include "scheduler/TaskScheduler.h"
 
@@ -32,7 +33,12 @@ SchedulerService::~SchedulerService() = default;
 void SchedulerService::start() {
     QCoreApplication* app = application();
     const QString appDir = GetApplicationDir();
-    if (!Logger::Initialize(appDir, "log", "schedulerservice.log")) {
+    quint64 maxFileMiB = Logger::kDefaultMaxFileMiB;
+    quint64 maxFiles = Logger::kDefaultMaxFiles;
+    QStringList logProblems;
+    ConfigReader::ReadLogLimits(QString("%1%2").arg(appDir, "cfg/config.ini"), maxFileMiB, maxFiles,
+                                logProblems);
+    if (!Logger::Initialize(appDir, "log", "schedulerservice.log", maxFileMiB, maxFiles)) {
         reportStartFailure(
             QString("Cannot open the log in %1log; the service runs without plans and accepts no "
                     "commands.")
@@ -40,10 +46,11 @@ void SchedulerService::start() {
         return;
     }
     const QString rule(106, '=');
-    Logger::Info(rule);
-    Logger::Info(QString(45, ' ') + "SchedulerService start" + QString(46, ' '));
-    Logger::Info(rule);
+    Logger::Banner({rule, QString(45, ' ') + "SchedulerService start" + QString(46, ' '), rule});
     Logger::Info("Logger initial success.");
+    for (const QString& problem : logProblems) {
+        Logger::Warn(problem);
+    }
     m_taskScheduler = new (std::nothrow) TaskScheduler(app);
     if (m_taskScheduler == nullptr) {
         const QString failure("Failed to create TaskScheduler object,the pointer is NULL.");

@@ -47,8 +47,9 @@ TEST_F(ConfigReaderTest, MissingKeysTakeTheirDefaults) {
 }
 
 TEST_F(ConfigReaderTest, ReadsEveryKey) {
-    Write(dir.filePath("config.ini"), "[Communication]\nAgentLocalServerName=agent.local\nAgentPort=7000\n"
-                                      "SchedulerLocalServerName=::1\nSchedulerPort=7001\nAllowRemote=true\nMaxClients=16\n");
+    Write(dir.filePath("config.ini"),
+          "[Communication]\nAgentLocalServerName=agent.local\nAgentPort=7000\n"
+          "SchedulerLocalServerName=::1\nSchedulerPort=7001\nAllowRemote=true\nMaxClients=16\n");
     ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
     EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "agent.local");
     EXPECT_EQ(ConfigReader::getAgentPort(), 7000);

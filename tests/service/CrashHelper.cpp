@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
     CrashDumpExceptionFilter::Install();
     QCoreApplication app(argc, argv);
     const bool overflow = argc > 1 && std::strcmp(argv[1], "overflow") == 0;
-    ServiceThread thread;
+    ServiceThread thread("crash-worker");
     QObject worker;
     worker.moveToThread(&thread);
     thread.start();

@@ -48,6 +48,9 @@ TEST(PeerAccess, AnotherUserIsRefusedOnceAndRootIsServed) {
 
     // The plan is still scheduled: root's delete finds it.
     EXPECT_EQ(DeleteAs({"--reuid=root"}, port, "kept", 1), (QStringList{"0"}));
-    EXPECT_EQ(CountContaining(service.LogLines(), "Plan command 203 from user id 0 accepted."), 1);
+    // Info lines reach the file a moment after the answer.
+    EXPECT_TRUE(service.WaitForLog("Plan command 203 for plan kept from user id 0 accepted.", 10000));
+    EXPECT_EQ(CountContaining(service.LogLines(), "Plan command 203 for plan kept from user id 0 accepted."),
+              1);
 }
 } // namespace

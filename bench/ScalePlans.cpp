@@ -117,8 +117,10 @@ ScalePlans::Row ScalePlans::MakeRow(int index) {
     }
     const bool repeating = (kind >= 40 && kind < 50) || (kind >= 72 && kind < 75);
     if (repeating) {
-        row.intervalSecs = 60LL * QList<int>{15, 30, 60, 120, 240}.at(Uniform(0, 4));
-        row.durationSecs = 3600LL * Uniform(1, 12);
+        // Repetitions of a daily plan count from the minute its schedule is
+        // computed, so intervals of two hours and more keep them out of a run.
+        row.intervalSecs = 3600LL * QList<int>{2, 3, 4, 6}.at(Uniform(0, 3));
+        row.durationSecs = 3600LL * Uniform(6, 12);
     }
     if (kind < 50) {
         row.type = 2;

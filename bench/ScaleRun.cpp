@@ -117,6 +117,20 @@ void WriteConfig(const QString& path, quint16 agentPort, bool timerMode) {
                    .toUtf8());
 }
 
+// Waits, at most a minute, until the service uses less than 1 % of a core
+// over a whole second; gives the seconds waited.
+double Settle(const ServiceUnderTest& service) {
+    const auto start = Steady::now();
+    for (int second = 0; second < 60; ++second) {
+        const qint64 before = service.CpuNanos();
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        if (service.CpuNanos() - before < 10 * 1000 * 1000) {
+            break;
+        }
+    }
+    return SecondsBetween(start, Steady::now());
+}
+
 QString Figure(double seconds) {
     return seconds < 0 ? QString("-") : QString::number(seconds, 'f', 2) + " s";
 }
@@ -188,8 +202,10 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
         probe.reset();
     }
 
-    // Replies to the start-up reports are still being logged for a moment.
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    // The agent's answers to the start-up reports are still being handled for
+    // a while after the last report arrived.
+    const double settleSecs = Settle(service);
+    std::printf("  settled               %8.2f s after the last 601\n", settleSecs);
     const qint64 cpuBefore = service.CpuNanos();
     std::this_thread::sleep_for(std::chrono::seconds(options.idleSecs));
     const double idleCpu = static_cast<double>(service.CpuNanos() - cpuBefore) / 1e9;

@@ -16,9 +16,13 @@
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
+#include <QElapsedTimer>
 #include <QThread>
+#include <QTimer>
 
 #include <limits>
+
+#include <malloc.h>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
@@ -95,6 +99,7 @@ bool TriggerFireManagerWork::Init() {
             m_dateTimeFires = new QHash<QString, TriggerFire*>();
         }
         m_pollIdleUntilMSecs = 0;
+        m_passOpen = false;
     }
     {
         QMutexLocker locker(&m_eventMutex);
@@ -170,6 +175,7 @@ bool TriggerFireManagerWork::InsertDateTimeFireLocked(const QString& planUuid, T
     }
     m_dateTimeFires->insert(planUuid, fire);
     m_pollIdleUntilMSecs = 0;
+    TableChangedLocked();
     return true;
 }
 
@@ -293,6 +299,7 @@ bool TriggerFireManagerWork::StartAllTriggerFires() {
 void TriggerFireManagerWork::StopAllTriggerFires() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
+        m_passOpen = false;
         if (m_dateTimeFires != nullptr) {
             for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
                 if (fire == nullptr) {
@@ -326,6 +333,7 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
             return true;
         }
         RetireFire(m_dateTimeFires->take(planUuid));
+        TableChangedLocked();
         return true;
     }
     if (!TriggerTypes::IsEvent(type)) {
@@ -349,6 +357,7 @@ void TriggerFireManagerWork::DeleteAllTriggerFires() {
             }
             m_dateTimeFires->clear();
         }
+        m_passOpen = false;
     }
     QMutexLocker locker(&m_eventMutex);
     if (m_eventFires != nullptr) {
@@ -374,13 +383,74 @@ void TriggerFireManagerWork::UnInit() {
 
 void TriggerFireManagerWork::onAtTimerOut() {
     QMutexLocker locker(&m_dateTimeMutex);
-    if (m_dateTimeFires == nullptr || Clock::nowMSecsSinceEpoch() < m_pollIdleUntilMSecs) {
+    if (m_dateTimeFires == nullptr || m_passOpen || Clock::nowMSecsSinceEpoch() < m_pollIdleUntilMSecs) {
         return;
     }
-    qint64 earliestDueMSecs = std::numeric_limits<qint64>::max();
-    EndFiresWhere(*m_dateTimeFires,
-                  [this, &earliestDueMSecs](TriggerFire* fire) { return !PollOne(fire, earliestDueMSecs); });
-    m_pollIdleUntilMSecs = earliestDueMSecs;
+    m_passOpen = true;
+    m_passSlices = 1;
+    m_passNext = m_dateTimeFires->begin();
+    m_passVersion = m_tableVersion;
+    m_passEarliestDueMSecs = std::numeric_limits<qint64>::max();
+    RunPollSliceLocked();
+}
+
+void TriggerFireManagerWork::ContinuePollPass() {
+    QMutexLocker locker(&m_dateTimeMutex);
+    m_sliceScheduled = false;
+    if (m_dateTimeFires != nullptr && m_passOpen) {
+        RunPollSliceLocked();
+    }
+}
+
+void TriggerFireManagerWork::RunPollSliceLocked() {
+    if (PollSliceLocked()) {
+        m_passOpen = false;
+        m_pollIdleUntilMSecs = m_passEarliestDueMSecs;
+        if (m_passSlices > 1) {
+            // A long pass (the first after start-up) freed as many commands
+            // and texts as it made; the heap gives those pages back rather
+            // than keep them resident for good.
+            malloc_trim(0);
+        }
+        return;
+    }
+    ++m_passSlices;
+    if (!m_sliceScheduled) {
+        m_sliceScheduled = true;
+        // A short pause rather than a posted call, so that a plan command
+        // blocked on the table lock is sure to get it before the next slice.
+        QTimer::singleShot(1, Qt::PreciseTimer, this, &TriggerFireManagerWork::ContinuePollPass);
+    }
+}
+
+// One slice of the open pass; true when the pass has reached the end.
+bool TriggerFireManagerWork::PollSliceLocked() {
+    if (m_passVersion != m_tableVersion) {
+        m_passNext = m_dateTimeFires->begin();
+        m_passVersion = m_tableVersion;
+    }
+    QElapsedTimer slice;
+    slice.start();
+    int visited = 0;
+    auto it = m_passNext;
+    while (it != m_dateTimeFires->end()) {
+        if ((++visited & 15) == 0 && slice.nsecsElapsed() >= m_pollSliceNSecs) {
+            m_passNext = it;
+            return false;
+        }
+        TriggerFire* fire = it.value();
+        if (fire == nullptr || PollOne(fire, m_passEarliestDueMSecs)) {
+            ++it;
+            continue;
+        }
+        it = m_dateTimeFires->erase(it);
+        RetireFire(fire);
+    }
+    return true;
+}
+
+void TriggerFireManagerWork::TableChangedLocked() {
+    ++m_tableVersion;
 }
 
 // One entry of the poll; false when the fire has ended and leaves the table.
@@ -503,6 +573,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                                current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
+    TableChangedLocked();
     RetireFire(fire);
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
@@ -535,6 +606,7 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
             QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     m_dateTimeFires->remove(planUuid);
+    TableChangedLocked();
     RetireFire(fire);
 }
 

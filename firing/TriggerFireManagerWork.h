@@ -57,6 +57,11 @@ public:
     // service was down; call once the fires have started.
     void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
+    // Work done by one slice of a poll pass before the table lock is given up
+    // for the rest of the event loop; tests shorten it to see passes cut.
+    static constexpr qint64 kPollSliceNSecs = 10 * 1000 * 1000;
+    void setPollSliceNSecs(qint64 nsecs) { m_pollSliceNSecs = nsecs; }
+
     // Inspection for tests and benchmarks.
     int DateTimeFireCount();
     int EventFireCount(quint64 eventType);
@@ -73,6 +78,10 @@ private:
     bool InsertDateTimeFireLocked(const QString& planUuid, TriggerFire* fire);
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
+    void ContinuePollPass();
+    void RunPollSliceLocked();
+    bool PollSliceLocked();
+    void TableChangedLocked();
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
     bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
     bool RunMissedStart(const QString& planUuid, const QString& missedStart);
@@ -88,4 +97,19 @@ private:
     // then need not walk the table. Any insertion clears it. Guarded by
     // m_dateTimeMutex.
     qint64 m_pollIdleUntilMSecs = 0;
+    // A poll pass that does more than one slice of work (the first poll after
+    // start-up computes and reports every trigger) goes on where it stopped
+    // on a later turn of the event loop, so that plan commands waiting for
+    // the table lock are served in between. A pass resumes at its iterator
+    // unless the table changed meanwhile; then it walks again from the
+    // start, where the fires it has seen cost one comparison each. All
+    // guarded by m_dateTimeMutex.
+    bool m_passOpen = false;
+    QHash<QString, TriggerFire*>::iterator m_passNext;
+    qint64 m_passEarliestDueMSecs = 0;
+    quint64 m_tableVersion = 0;
+    quint64 m_passVersion = 0;
+    int m_passSlices = 0;
+    bool m_sliceScheduled = false;
+    qint64 m_pollSliceNSecs = kPollSliceNSecs;
 };

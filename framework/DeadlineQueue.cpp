@@ -1,6 +1,7 @@
 #include "DeadlineQueue.h"
 
 #include "Clock.h"
+#include "Logger.h"
 
 #include <memory>
 
@@ -23,6 +24,7 @@ DeadlineQueue::DeadlineQueue() : m_wake(this) {
     m_wake.setTimerType(Qt::PreciseTimer);
     connect(&m_wake, &QTimer::timeout, this, &DeadlineQueue::Recheck);
     m_monotonic.start();
+    TakeBaseline(Clock::nowMSecsSinceEpoch());
 }
 
 DeadlineQueue::~DeadlineQueue() {
@@ -37,6 +39,7 @@ qint64 DeadlineQueue::headDueMSecs() const {
 }
 
 void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
+    const bool wasEmpty = m_heap.empty();
     const qint64 headBefore = headDueMSecs();
     timer->m_dueMSecs = dueMSecs;
     if (timer->m_queue == this) {
@@ -52,9 +55,18 @@ void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
         SiftUp(timer->m_heapIndex);
     }
     // Arming the Qt timer costs more than the heap; only a new head needs it.
-    if (!m_expiring && (headBefore == 0 || headDueMSecs() != headBefore)) {
-        ArmWake();
+    if (m_expiring || (!wasEmpty && headDueMSecs() == headBefore)) {
+        return;
     }
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    // An empty queue has not looked at the clock for a while, and the drift
+    // since then is no step.
+    if (wasEmpty) {
+        TakeBaseline(now);
+    } else {
+        NoticeStep(now);
+    }
+    ArmWake(now);
 }
 
 void DeadlineQueue::Cancel(DeadlineTimer* timer) {
@@ -73,7 +85,9 @@ void DeadlineQueue::Cancel(DeadlineTimer* timer) {
     timer->m_queue = nullptr;
     timer->m_heapIndex = kNotQueued;
     if (wasHead && !m_expiring) {
-        ArmWake();
+        const qint64 now = Clock::nowMSecsSinceEpoch();
+        NoticeStep(now);
+        ArmWake(now);
     }
 }
 
@@ -130,10 +144,7 @@ void DeadlineQueue::Swap(std::size_t a, std::size_t b) {
     m_heap[b].timer->m_heapIndex = b;
 }
 
-void DeadlineQueue::ArmWake() {
-    const qint64 now = Clock::nowMSecsSinceEpoch();
-    m_lookedWallMSecs = now;
-    m_lookedMonotonicMSecs = m_monotonic.elapsed();
+void DeadlineQueue::ArmWake(qint64 now) {
     if (m_heap.empty()) {
         m_wake.stop();
         return;
@@ -142,11 +153,19 @@ void DeadlineQueue::ArmWake() {
     m_wake.start(static_cast<int>(wait));
 }
 
+void DeadlineQueue::TakeBaseline(qint64 wallMSecs) {
+    m_lookedWallMSecs = wallMSecs;
+    m_lookedMonotonicMSecs = m_monotonic.elapsed();
+}
+
 void DeadlineQueue::NoticeStep(qint64 wallMSecs) {
     const qint64 expected = m_lookedWallMSecs + (m_monotonic.elapsed() - m_lookedMonotonicMSecs);
     const qint64 step = wallMSecs - expected;
+    TakeBaseline(wallMSecs);
     if (step > kStepToleranceMSecs || step < -kStepToleranceMSecs) {
-        Q_EMIT wallClockStepped(step);
+        Logger::Info(QString("The wall clock moved %1 ms against the monotonic clock (a clock step or a "
+                             "sleep); due times are checked against the new time.")
+                         .arg(step));
     }
 }
 
@@ -156,21 +175,19 @@ void DeadlineQueue::Recheck() {
     // Each due timer moves on past now before any expires, so it expires once
     // here whatever the step, and what the handlers do to the queue meanwhile
     // cannot make the walk run again.
+    std::vector<Entry> expired;
     m_expiring = true;
     while (!m_heap.empty() && m_heap.front().dueMSecs <= now) {
         Entry& head = m_heap.front();
         DeadlineTimer* timer = head.timer;
-        m_expired.push_back({head.dueMSecs, timer});
+        expired.push_back({head.dueMSecs, timer});
         const qint64 next = head.dueMSecs + timer->m_interval;
         head.dueMSecs = next > now ? next : now + timer->m_interval;
         timer->m_dueMSecs = head.dueMSecs;
         SiftDown(0);
     }
     m_expiring = false;
-    ArmWake();
-    std::vector<Entry> expired;
-    expired.swap(m_expired);
-    m_expired.clear();
+    ArmWake(now);
     m_inTimeouts = &expired;
     for (const Entry& entry : expired) {
         if (entry.timer != nullptr) {

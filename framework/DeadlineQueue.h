@@ -42,13 +42,6 @@ public:
 public Q_SLOTS:
     void Recheck();
 
-Q_SIGNALS:
-    // The wall clock moved by `stepMSecs` against the monotonic clock since the
-    // queue last looked: forward after a step or a resume from sleep (every due
-    // instant in between was passed over), back after a step back. Timers that
-    // became due expire right after it.
-    void wallClockStepped(qint64 stepMSecs);
-
 private:
     struct Entry {
         qint64 dueMSecs;
@@ -61,7 +54,10 @@ private:
     void SiftDown(std::size_t index);
     void Swap(std::size_t a, std::size_t b);
     void RemoveAt(std::size_t index);
-    void ArmWake();
+    void ArmWake(qint64 now);
+    void TakeBaseline(qint64 wallMSecs);
+    // Logs a move of the wall clock against the monotonic clock since the
+    // queue last looked: a step either way, or a sleep.
     void NoticeStep(qint64 wallMSecs);
 
     std::vector<Entry> m_heap;
@@ -70,7 +66,6 @@ private:
     qint64 m_lookedWallMSecs = 0;
     qint64 m_lookedMonotonicMSecs = 0;
     bool m_expiring = false;
-    std::vector<Entry> m_expired;
     // The timers whose time-outs are being delivered, so that one stopped or
     // destroyed by an earlier time-out of the same wake is skipped.
     std::vector<Entry>* m_inTimeouts = nullptr;

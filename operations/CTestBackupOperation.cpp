@@ -42,7 +42,7 @@ bool CTestBackupOperation::Start() {
     if (m_thread == nullptr) {
         m_thread = new CTestBackupOperationThread(m_name, m_durationMinutes);
     }
-    m_thread->start(QThread::InheritPriority);
+    m_thread->BeginRun();
     return true;
 }
 

@@ -18,9 +18,13 @@ bool CTestBackupOperationThread::IsFinished() {
     return m_finished;
 }
 
+void CTestBackupOperationThread::BeginRun() {
+    SetFinished(false);
+    start(QThread::InheritPriority);
+}
+
 void CTestBackupOperationThread::run() {
     SignalStack stack;
-    SetFinished(false);
     QElapsedTimer timer;
     timer.start();
     m_total = m_durationMinutes * 60000;

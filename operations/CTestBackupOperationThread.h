@@ -12,6 +12,9 @@ class CTestBackupOperationThread : public QThread {
 public:
     CTestBackupOperationThread(const QString& name, qint64 durationMinutes);
 
+    // Starts a run. It counts as running from here, not from when the thread
+    // first gets the processor, so that a stop in between is not undone.
+    void BeginRun();
     // Ends the run within about one pass of its loop (10 ms) and waits for it.
     void StopRun();
     bool IsFinished();

@@ -16,6 +16,7 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <QSet>
 #include <QTest>
 
 #include <log4cpp/Priority.hh>
@@ -31,6 +32,7 @@ class Firing : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(registry->Init()); }
     void TearDown() override {
+        work().setPollSliceNSecs(TriggerFireManagerWork::kPollSliceNSecs);
         manager.Stop();
         manager.UnInit();
         manager.UnInit();
@@ -147,6 +149,47 @@ TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
     EXPECT_EQ(link->CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
     EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
                         "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut."));
+}
+
+// A pass with more work than one slice goes on over later turns of the event
+// loop; each due fire still fires once, also when the table changes between
+// slices, and Stop ends the pass.
+TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
+    for (bool stopMidway : {false, true}) {
+        SCOPED_TRACE(stopMidway);
+        link->Clear();
+        const int plans = 200;
+        for (int i = 0; i < plans; ++i) {
+            RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+        }
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        work().setPollSliceNSecs(0);
+        Poll("2026-03-10 08:30:00.200");
+        const size_t afterFirstSlice = link->CommandsOfType(600).size();
+        EXPECT_GT(afterFirstSlice, 0u);
+        EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
+        if (stopMidway) {
+            manager.Stop();
+            QTest::qWait(50);
+            EXPECT_EQ(link->CommandsOfType(600).size(), afterFirstSlice);
+        } else {
+            TriggerObject* late = RegisterDue("late", {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+            ASSERT_NE(TriggerFireManager::NewTriggerFireCommand(late), nullptr);
+            ASSERT_TRUE(QTest::qWaitFor(
+                [&] { return link->CommandsOfType(600).size() == static_cast<size_t>(plans + 1); }, 10000));
+            QTest::qWait(50);
+            QSet<QString> fired;
+            for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {
+                fired.insert(sent.planUuid);
+            }
+            EXPECT_EQ(fired.size(), plans + 1);
+            EXPECT_EQ(link->CommandsOfType(600).size(), static_cast<size_t>(plans + 1));
+            manager.Stop();
+        }
+        manager.UnInit();
+        registry->ClearTriggerObjects();
+    }
 }
 
 TEST_F(Firing, AMissedMinuteIsLoggedAndNotFired) {

@@ -211,8 +211,9 @@ QPair<QString, int> Inspect(const QString& path) {
 }
 } // namespace
 
-// A kill while the first poll's batch of 20,000 rows is being written loses
-// that batch or keeps it whole, and never damages the file.
+// A kill while the first poll's rows are being written loses the batch under
+// way or keeps it whole, and never damages the file. The first poll runs in
+// slices, so its 20,000 rows may be written in several batches.
 TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
     constexpr int kPlans = 20000;
     ServiceFolder folder;
@@ -232,7 +233,7 @@ TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
         ASSERT_TRUE(service.WaitForExit(20000));
         const QPair<QString, int> found = Inspect(state);
         EXPECT_EQ(found.first, "ok");
-        EXPECT_TRUE(found.second == 0 || found.second == kPlans) << found.second;
+        EXPECT_TRUE(found.second >= 0 && found.second <= kPlans) << found.second;
     }
     ServiceProcess service(folder);
     QFile::remove(folder.Path("log/schedulerservice.log"));
@@ -240,6 +241,8 @@ TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
     ASSERT_TRUE(service.WaitForLog("SchedulerService start success.", 60000));
     EXPECT_TRUE(service.LogMessages().filter("run state file").isEmpty())
         << service.LogMessages().join('\n').toStdString();
+    // The first poll reports every plan over a few slices; all reach the file.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return Inspect(state) == qMakePair(QString("ok"), kPlans); }, 60000));
     service.Signal(SIGTERM);
     ASSERT_TRUE(service.WaitForExit(20000));
     EXPECT_EQ(Inspect(state), qMakePair(QString("ok"), kPlans));

@@ -8,14 +8,12 @@
 #include <QRegularExpression>
 
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <thread>
-
-extern char** environ;
 
 namespace {
 using Steady = std::chrono::steady_clock;
@@ -46,7 +44,14 @@ bool ServiceUnderTest::Spawn(const QString& executable) {
     const QByteArray path = copy.toLocal8Bit();
     char* argv[] = {const_cast<char*>(path.constData()), nullptr};
     m_spawnedAtMSecs = Clock::nowMSecsSinceEpoch();
-    return ::posix_spawn(&m_pid, path.constData(), nullptr, nullptr, argv, environ) == 0;
+    m_pid = ::fork();
+    if (m_pid == 0) {
+        // The service dies with this run, also when the run is interrupted.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::execv(path.constData(), argv);
+        ::_exit(127);
+    }
+    return m_pid > 0;
 }
 
 bool ServiceUnderTest::HasExited() {

@@ -6,6 +6,7 @@
 #include "TriggerRow.h"
 
 #include <QFileInfo>
+#include <QSet>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -35,6 +36,23 @@ constexpr const char* kCreateTable = "CREATE TABLE IF NOT EXISTS triggers ("
 // A null text would bind as SQL NULL, which the NOT NULL columns refuse.
 QString Text(const QString& text) {
     return text.isNull() ? QStringLiteral("") : text;
+}
+
+// Stored plans repeat the same calendar lists and end times; every plan keeps
+// one shared copy of each equal text instead of its own.
+void ShareEqualTexts(TriggerAttribute& attribute, QSet<QString>& pool) {
+    const auto shared = [&pool](const QString& text) {
+        const auto found = pool.constFind(text);
+        if (found != pool.constEnd()) {
+            return *found;
+        }
+        pool.insert(text);
+        return text;
+    };
+    attribute.setEndTime(shared(attribute.getEndTime()));
+    attribute.setWeekDays(shared(attribute.getWeekDays()));
+    attribute.setWhichMoths(shared(attribute.getWhichMoths()));
+    attribute.setMonthDays(shared(attribute.getMonthDays()));
 }
 } // namespace
 
@@ -149,6 +167,7 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
     }
     QVariantList row;
     row.reserve(TriggerRow::kColumns);
+    QSet<QString> texts;
     while (query.next()) {
         row.clear();
         for (int column = 0; column < TriggerRow::kColumns; ++column) {
@@ -164,6 +183,7 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
             Logger::Warn(QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(planUuid), fault));
             continue;
         }
+        ShareEqualTexts(*attribute, texts);
         delete attributes.value(planUuid, nullptr);
         attributes.insert(planUuid, attribute.release());
     }

@@ -70,6 +70,24 @@ TEST_F(DataStore, LoadsEveryStoredPlanWithoutItsName) {
     EXPECT_EQ(object->getFirstSeekDone(), 0u);
 }
 
+TEST_F(DataStore, PlansShareEqualCalendarTexts) {
+    DatabaseFunctionOperation database;
+    QString error;
+    ASSERT_TRUE(database.OpenForWriting(Path("alldb.db"), error));
+    for (const char* plan : {"a", "b"}) {
+        ASSERT_TRUE(database.StoreTrigger(
+            plan, "", MakeAttribute({3, "2026-03-10 08:00:00", "", 0, 0, "1,3,5"}), error));
+    }
+    database.UnInit();
+    ASSERT_TRUE(store.Init(Path("alldb.db")));
+    const QString a =
+        SchedulerDataStoreManager::GetTriggerObject("a")->getObjectTriggerAttribute().getWeekDays();
+    const QString b =
+        SchedulerDataStoreManager::GetTriggerObject("b")->getObjectTriggerAttribute().getWeekDays();
+    EXPECT_EQ(a, "1,3,5");
+    EXPECT_EQ(a.constData(), b.constData());
+}
+
 TEST_F(DataStore, MissingFileGivesAnEmptyRegistry) {
     ASSERT_TRUE(store.Init(Path("absent.db")));
     EXPECT_TRUE(SchedulerDataStoreManager::GetTriggerObjectHash()->isEmpty());

@@ -39,6 +39,12 @@
 #include <vector>
 
 namespace {
+// Time per item of an iteration that handles count items.
+benchmark::Counter PerItem(int count) {
+    return benchmark::Counter(static_cast<double>(count),
+                              benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
 struct SeekCase {
     quint64 type;
     const char* weekDays;
@@ -101,9 +107,7 @@ void BM_LoadStore(benchmark::State& state) {
         state.ResumeTiming();
     }
     state.counters["resident_bytes_per_trigger"] = static_cast<double>(residentPerTrigger);
-    state.counters["per_trigger_ns"] =
-        benchmark::Counter(static_cast<double>(count),
-                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_trigger_ns"] = PerItem(count);
 }
 BENCHMARK(BM_LoadStore)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
 
@@ -232,9 +236,7 @@ void BM_RunStateBatch(benchmark::State& state) {
             state.ResumeTiming();
         }
     }
-    state.counters["per_plan"] =
-        benchmark::Counter(static_cast<double>(count),
-                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_plan"] = PerItem(count);
 }
 BENCHMARK(BM_RunStateBatch)
     ->Args({100000, 0})
@@ -300,9 +302,7 @@ void BM_ArmDeadlineTimers(benchmark::State& state) {
         timers.clear();
         state.ResumeTiming();
     }
-    state.counters["per_timer_ns"] =
-        benchmark::Counter(static_cast<double>(count),
-                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_timer_ns"] = PerItem(count);
 }
 BENCHMARK(BM_ArmDeadlineTimers)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
@@ -322,9 +322,7 @@ void BM_ArmQtTimers(benchmark::State& state) {
         timers.clear();
         state.ResumeTiming();
     }
-    state.counters["per_timer_ns"] =
-        benchmark::Counter(static_cast<double>(count),
-                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_timer_ns"] = PerItem(count);
 }
 BENCHMARK(BM_ArmQtTimers)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(1);
 

@@ -13,6 +13,13 @@
 
 // A request still waiting for the handler when the dealing thread ends is not
 // answered; it is freed with the manager.
+namespace {
+// A client that sends nothing for a minute, or stalls inside a frame for ten
+// seconds, gives up its connection.
+constexpr qint64 kIdleMSecs = 60000;
+constexpr qint64 kPartialFrameMSecs = 10000;
+} // namespace
+
 SchedulerServerManager::SchedulerServerManager(QObject* parent)
     : QObject(parent), m_toHandler(&m_commandDealwith, [this](std::unique_ptr<SocketCommandPackage> package) {
           m_commandDealwith.onDealQueuePackageCommand(std::move(package));
@@ -43,6 +50,7 @@ bool SchedulerServerManager::Start() {
     }
     m_communServer.setAccessCheck(
         [this](const PeerCredentials& peer) { return m_accessPolicy.Admits(peer); });
+    m_communServer.setLimits({ConfigReader::getMaxClients(), kIdleMSecs, kPartialFrameMSecs});
     if (!m_communServer.Start(ConfigReader::getSchedulerLocalServerName(),
                               ConfigReader::getSchedulerPort())) {
         return false;

@@ -4,8 +4,10 @@
 #include "PeerCredentials.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
+#include <QTimer>
 
 #include <functional>
 
@@ -16,9 +18,25 @@ class QTcpSocket;
 // any number of clients, one incomingBlockData per complete frame. Each
 // connection is named by an id that is never reused, so that a reply meant for
 // a connection that has gone cannot reach a newer one.
+//
+// A server that cannot be exhausted: at most maxClients connections (the one
+// idle the longest makes room for a newcomer), connections that send nothing
+// or stall inside a frame are closed, and when the process runs out of
+// descriptors accepting pauses instead of failing in a loop.
 class CommunServer : public QObject {
     Q_OBJECT
 public:
+    // 0 means no limit; an endpoint without limits keeps every connection.
+    struct Limits {
+        int maxClients = 0;
+        qint64 idleMSecs = 0;
+        qint64 partialFrameMSecs = 0;
+    };
+    // How long accepting pauses after the process ran out of descriptors.
+    static constexpr int kAcceptPauseMSecs = 1000;
+    // The warn line about connections closed at the limit, at most this often.
+    static constexpr qint64 kLimitReportMSecs = 60000;
+
     explicit CommunServer(QObject* parent = nullptr);
     ~CommunServer() override;
 
@@ -28,6 +46,7 @@ public:
 
     bool Init(quint64 protocolType);
     void setAccessCheck(AccessCheck check) { m_accessCheck = std::move(check); }
+    void setLimits(const Limits& limits) { m_limits = limits; }
     bool Start(const QString& name, quint16 port);
     // Serves a socket that is already bound and listening, such as one handed
     // over by a parent process; the server takes ownership of the descriptor.
@@ -58,6 +77,18 @@ private:
     void onNewConnection();
     void onReadyRead(quint64 connectionId);
     void onDisconnected(quint64 connectionId);
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void GuardAccepting();
+    bool HasSpareDescriptor() const;
+    void PauseAccepting();
+    // Closes the connection idle the longest when the clients are at their
+    // limit or the process is out of descriptors.
+    void MakeRoom(bool outOfDescriptors);
+    void Sweep();
+    void ReportEvictions(bool evenIfRecent);
+    // Closes without the disconnected notification; the caller logs why.
+    void Close(quint64 connectionId);
+    QString Describe(quint64 connectionId) const;
     static bool IsListenAllowed(const QString& name, QString& address);
 
     QTcpServer* m_server = nullptr;
@@ -67,9 +98,21 @@ private:
         PeerCredentials peer;
         bool admitted = true;
         bool refusalReported = false;
+        qint64 lastActivity = 0;
+        // Orders connections by their last activity without ties.
+        quint64 activityOrder = 0;
+        // Since when a frame has been begun and not completed; -1 for none.
+        qint64 partialSince = -1;
     };
 
     QHash<quint64, Client> m_clients;
     quint64 m_lastConnectionId = 0;
+    quint64 m_lastActivityOrder = 0;
+    Limits m_limits;
+    QElapsedTimer m_uptime;
+    QTimer m_sweep;
+    qint64 m_lastLimitReport = -kLimitReportMSecs;
+    int m_evictedSinceReport = 0;
+    bool m_acceptPauseReported = false;
     AccessCheck m_accessCheck;
 };

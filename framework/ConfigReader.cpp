@@ -10,6 +10,7 @@ struct Values {
     QString schedulerName = "127.0.0.1";
     quint16 schedulerPort = 6060;
     bool allowRemote = false;
+    int maxClients = 256;
     QStringList allowedUsers{"root"};
     QStringList allowedGroups;
     bool allowedGroupsSet = false;
@@ -77,6 +78,8 @@ bool ConfigReader::IniReader(const QString& path) {
         settings.value("Communication/SchedulerLocalServerName", defaults.schedulerName).toString();
     values.schedulerPort = PortValue(settings, "Communication/SchedulerPort", defaults.schedulerPort, 0);
     values.allowRemote = settings.value("Communication/AllowRemote", defaults.allowRemote).toBool();
+    const int maxClients = settings.value("Communication/MaxClients", defaults.maxClients).toInt();
+    values.maxClients = maxClients > 0 ? maxClients : defaults.maxClients;
     values.allowedUsers = settings.value("Communication/AllowedUsers", defaults.allowedUsers).toStringList();
     values.allowedGroupsSet = settings.contains("Communication/AllowedGroups");
     values.allowedGroups = settings.value("Communication/AllowedGroups").toStringList();
@@ -105,6 +108,10 @@ QString ConfigReader::getSchedulerLocalServerName() {
 
 quint16 ConfigReader::getSchedulerPort() {
     return Current().schedulerPort;
+}
+
+int ConfigReader::getMaxClients() {
+    return Current().maxClients;
 }
 
 bool ConfigReader::getAllowRemote() {

@@ -20,6 +20,9 @@ public:
     static QString getSchedulerLocalServerName();
     static quint16 getSchedulerPort();
     static bool getAllowRemote();
+    // [Communication] MaxClients: connections the command server keeps at
+    // once (default 256; a value below 1 takes the default).
+    static int getMaxClients();
     // [Communication] AllowedUsers (default root) and AllowedGroups, comma
     // lists of names or ids; see PeerAccessPolicy.
     static QStringList getAllowedUsers();

@@ -194,12 +194,16 @@ void DatabaseFunctionOperation::UnInit() {
     if (!m_open) {
         return;
     }
+    CloseConnection(m_connectionName);
+    m_open = false;
+}
+
+void DatabaseFunctionOperation::CloseConnection(const QString& connectionName) {
     {
-        QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+        QSqlDatabase db = QSqlDatabase::database(connectionName, false);
         db.close();
     }
-    QSqlDatabase::removeDatabase(m_connectionName);
-    m_open = false;
+    QSqlDatabase::removeDatabase(connectionName);
 }
 
 bool DatabaseFunctionOperation::OpenForWriting(const QString& path, QString& error) {

@@ -38,6 +38,9 @@ public:
     // check refuses, is skipped with one warn line naming the plan and why.
     bool LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes, const RowCheck& check = {});
     void UnInit();
+    // Qt warns and keeps the connection when a handle to it is still alive at
+    // removal, so the handle lives only inside this call.
+    static void CloseConnection(const QString& connectionName);
     // Why Init or LoadTriggerAttributes last failed, in words ("it is not an
     // SQLite database"); empty after a success.
     QString Failure() const { return m_failure; }

@@ -11,6 +11,8 @@ public:
     // Takes the next complete payload; false when none is complete yet.
     bool Next(QByteArray& payload);
     bool Failed() const { return m_failed; }
+    // Bytes of a frame that has begun but is not complete.
+    bool HasPartial() const { return !m_buffer.isEmpty(); }
     quint32 RefusedLength() const { return m_refusedLength; }
 
     static QByteArray Frame(const QByteArray& payload);

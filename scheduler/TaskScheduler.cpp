@@ -2,6 +2,7 @@
 
 #include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
+#include "framework/ConfigReader.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"

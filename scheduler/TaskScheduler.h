@@ -4,7 +4,6 @@
 #include "communication/SchedulerServerManager.h"
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
-#include "framework/ConfigReader.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
@@ -41,7 +40,6 @@ private:
     void OpenRunState(const QString& appDir);
     bool Check(bool ok, const char* failure);
 
-    ConfigReader m_configReader;
     SchedulerDataStoreManager m_dataStoreManager;
     TriggerFireManager m_triggerFireManager;
     CommunProducerConsumerManager m_producerConsumerManager;

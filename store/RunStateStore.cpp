@@ -1,6 +1,7 @@
 #include "RunStateStore.h"
 
 #include "framework/Clock.h"
+#include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 
 #include <QFile>
@@ -199,11 +200,7 @@ void RunStateStore::CloseConnection() {
     if (!m_open) {
         return;
     }
-    {
-        QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(m_connectionName);
+    DatabaseFunctionOperation::CloseConnection(m_connectionName);
     m_open = false;
 }
 

@@ -18,6 +18,10 @@ QString ServiceEndpoint::DatabasePath() {
     return QString("%1%2").arg(ApplicationDir(), "data/alldb.db");
 }
 
+QString ServiceEndpoint::StatePath() {
+    return QString("%1%2").arg(ApplicationDir(), "data/state.db");
+}
+
 gid_t ServiceEndpoint::ServiceGroup() {
     const QFileInfo data(QString("%1%2").arg(ApplicationDir(), "data"));
     return static_cast<gid_t>(data.exists() ? data.groupId() : QFileInfo(ApplicationDir()).groupId());

@@ -13,6 +13,7 @@ public:
     // Reads the configuration beside the executable when there is one.
     static void LoadConfiguration();
     static QString DatabasePath();
+    static QString StatePath();
     // The group the service runs as, seen from outside: the owner group of its
     // data folder (of the application folder while there is none).
     static gid_t ServiceGroup();

@@ -170,7 +170,7 @@ int StatusCommand::Run(const QStringList& arguments) {
     if (!now.isValid()) {
         return ToolOutput::UsageError("status", "--now must read \"yyyy-MM-dd hh:mm:ss\"");
     }
-    const QString path = parsed.Value("--state", ServiceEndpoint::ApplicationDir() + "data/state.db");
+    const QString path = parsed.Value("--state", ServiceEndpoint::StatePath());
     RunStateReader reader;
     QVector<RunStateReader::Plan> plans;
     if (!reader.Open(path, error) || !reader.Read(parsed.Value("--plan"), plans, error)) {

@@ -31,6 +31,7 @@ TEST_F(ConfigReaderTest, MissingFileIsRefusedAndDefaultsStay) {
     EXPECT_EQ(ConfigReader::getSchedulerLocalServerName(), "127.0.0.1");
     EXPECT_EQ(ConfigReader::getSchedulerPort(), 6060);
     EXPECT_FALSE(ConfigReader::getAllowRemote());
+    EXPECT_EQ(ConfigReader::getMaxClients(), 256);
     EXPECT_EQ(ConfigReader::getDateTimeFireType(), 0u);
 }
 
@@ -46,14 +47,16 @@ TEST_F(ConfigReaderTest, MissingKeysTakeTheirDefaults) {
 }
 
 TEST_F(ConfigReaderTest, ReadsEveryKey) {
-    Write(dir.filePath("config.ini"), "[Communication]\nAgentLocalServerName=agent.local\nAgentPort=7000\n"
-                                      "SchedulerLocalServerName=::1\nSchedulerPort=7001\nAllowRemote=true\n");
+    Write(dir.filePath("config.ini"),
+          "[Communication]\nAgentLocalServerName=agent.local\nAgentPort=7000\n"
+          "SchedulerLocalServerName=::1\nSchedulerPort=7001\nAllowRemote=true\nMaxClients=16\n");
     ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
     EXPECT_EQ(ConfigReader::getAgentLocalServerName(), "agent.local");
     EXPECT_EQ(ConfigReader::getAgentPort(), 7000);
     EXPECT_EQ(ConfigReader::getSchedulerLocalServerName(), "::1");
     EXPECT_EQ(ConfigReader::getSchedulerPort(), 7001);
     EXPECT_TRUE(ConfigReader::getAllowRemote());
+    EXPECT_EQ(ConfigReader::getMaxClients(), 16);
 }
 
 struct ListCase {

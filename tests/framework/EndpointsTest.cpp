@@ -6,6 +6,7 @@
 #include "framework/CommunServer.h"
 #include "framework/FrameReader.h"
 #include "framework/SocketCommandPackage.h"
+#include "support/LogCapture.h"
 #include "support/ReservedPort.h"
 
 #include <QSignalSpy>
@@ -160,6 +161,61 @@ TEST(CommunServer, AReplyForAGoneConnectionReachesNoOther) {
         next.abort();
         ASSERT_TRUE(QTest::qWaitFor([&] { return server.connectionCount() == 0; }, 10000));
     }
+}
+
+std::unique_ptr<QTcpSocket> Connected(quint16 port) {
+    auto socket = std::make_unique<QTcpSocket>();
+    socket->connectToHost("127.0.0.1", port);
+    [[maybe_unused]] const bool connected = socket->waitForConnected(10000);
+    return socket;
+}
+
+bool ClosedByServer(QTcpSocket& socket) {
+    return QTest::qWaitFor([&socket] { return socket.state() == QAbstractSocket::UnconnectedState; }, 10000);
+}
+
+// At its limit the server makes room for a newcomer by closing the connection
+// that has been idle the longest, and says so once a minute with the count.
+TEST(CommunServer, AtTheLimitTheLongestIdleMakesRoom) {
+    LogCapture log;
+    CommunServer server;
+    server.setLimits({2, 0, 0});
+    ASSERT_TRUE(server.Start("127.0.0.1", 0));
+    int frames = 0;
+    QObject::connect(&server, &CommunServer::incomingBlockData, &server, [&frames] { ++frames; });
+    const quint16 port = server.serverPort();
+    auto oldest = Connected(port);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return server.connectionCount() == 1; }, 10000));
+    auto talker = Connected(port);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return server.connectionCount() == 2; }, 10000));
+    // The older connection speaks last, so the newer one is idle the longest.
+    oldest->write(FrameReader::Frame("still here"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return frames == 1; }, 10000));
+    auto newcomer = Connected(port);
+    EXPECT_TRUE(ClosedByServer(*talker));
+    auto another = Connected(port);
+    EXPECT_TRUE(ClosedByServer(*oldest));
+    EXPECT_EQ(server.connectionCount(), 2);
+    EXPECT_EQ(newcomer->state(), QAbstractSocket::ConnectedState);
+    EXPECT_EQ(log.CountContaining("it closed 1 idle connection(s) to admit new ones."), 1);
+    EXPECT_EQ(log.CountContaining("idle connection(s) to admit new ones."), 1);
+}
+
+// A connection that sends nothing, or stops inside a frame, is closed with
+// one line; one that completes its frames stays.
+TEST(CommunServer, SilentAndStalledConnectionsAreClosed) {
+    LogCapture log;
+    CommunServer server;
+    server.setLimits({0, 400, 200});
+    ASSERT_TRUE(server.Start("127.0.0.1", 0));
+    auto silent = Connected(server.serverPort());
+    auto stalled = Connected(server.serverPort());
+    stalled->write(FrameReader::Frame("cut short").left(6));
+    EXPECT_TRUE(ClosedByServer(*stalled));
+    EXPECT_TRUE(ClosedByServer(*silent));
+    EXPECT_EQ(log.CountContaining(": it held an incomplete frame for 0.2 s."), 1);
+    EXPECT_EQ(log.CountContaining(": it sent nothing for 0.4 s."), 1);
+    EXPECT_EQ(server.connectionCount(), 0);
 }
 
 TEST(CommunServer, RefusesNonLoopbackAddressesUnlessAllowed) {

@@ -2,6 +2,7 @@
 // libfaketime while its monotonic clock runs on.
 #include "support/AgentStandIn.h"
 #include "support/FakeWallClock.h"
+#include "support/NotifySocket.h"
 #include "support/ServiceProcess.h"
 
 #include "framework/DatabaseFunctionOperation.h"
@@ -53,6 +54,7 @@ public:
         m_process.emplace(m_folder);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         m_clock.Apply(environment);
+        environment.insert("NOTIFY_SOCKET", m_folder.Path("notify"));
         m_process->process().setProcessEnvironment(environment);
         return m_process->Start() && m_process->WaitForLog("SchedulerService start success.", 20000);
     }
@@ -95,6 +97,7 @@ TEST_P(MissedRunProcess, DowntimeOverADailyStart) {
 
     clock.MoveBy(86400 + 600);
     const int reportsBefore = agent.CountOf(601, kPlan);
+    NotifySocket notify(folder.Path("notify"));
     ASSERT_TRUE(service.Start());
     // The first poll reports the plan's next start; a catch-up comes before it.
     ASSERT_TRUE(QTest::qWaitFor([&] { return agent.CountOf(601, kPlan) > reportsBefore; }, 70000));
@@ -120,6 +123,9 @@ TEST_P(MissedRunProcess, DowntimeOverADailyStart) {
         20000))
         << out.toStdString();
     EXPECT_TRUE(out.startsWith("The scheduler service is running")) << out.toStdString();
+    // systemd's one line follows the schedule too.
+    EXPECT_TRUE(notify.WaitFor("STATUS=1 plan; next: nightly at 2026-03-12 02:00:00"))
+        << notify.received().join('\n').toStdString();
     ASSERT_TRUE(service.Stop());
 }
 

@@ -64,17 +64,8 @@ bool CommunServer::Start(const QString& name, quint16 port) {
         return false;
     }
     Serve();
-    if (!m_server->listen(QHostAddress(address), port)) {
-        Logger::Error(QString("The command server cannot listen on %1:%2: %3.")
-                          .arg(address)
-                          .arg(port)
-                          .arg(m_server->errorString()));
-        delete m_server;
-        m_server = nullptr;
-        return false;
-    }
-    GuardAccepting();
-    return true;
+    return Bound(m_server->listen(QHostAddress(address), port),
+                 QString("listen on %1:%2").arg(address).arg(port));
 }
 
 bool CommunServer::StartOnDescriptor(qintptr descriptor) {
@@ -82,16 +73,18 @@ bool CommunServer::StartOnDescriptor(qintptr descriptor) {
         return false;
     }
     Serve();
-    if (!m_server->setSocketDescriptor(descriptor)) {
-        Logger::Error(QString("The command server cannot serve descriptor %1: %2.")
-                          .arg(descriptor)
-                          .arg(m_server->errorString()));
-        delete m_server;
-        m_server = nullptr;
-        return false;
+    return Bound(m_server->setSocketDescriptor(descriptor), QString("serve descriptor %1").arg(descriptor));
+}
+
+bool CommunServer::Bound(bool bound, const QString& what) {
+    if (bound) {
+        GuardAccepting();
+        return true;
     }
-    GuardAccepting();
-    return true;
+    Logger::Error(QString("The command server cannot %1: %2.").arg(what, m_server->errorString()));
+    delete m_server;
+    m_server = nullptr;
+    return false;
 }
 
 void CommunServer::Serve() {

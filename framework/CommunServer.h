@@ -74,6 +74,9 @@ Q_SIGNALS:
 
 private:
     void Serve();
+    // Accepting starts once the server is bound; a failed bind is logged with
+    // what was tried and leaves no server behind.
+    bool Bound(bool bound, const QString& what);
     void onNewConnection();
     void onReadyRead(quint64 connectionId);
     void onDisconnected(quint64 connectionId);

@@ -224,6 +224,17 @@ TEST(CommunServer, RefusesNonLoopbackAddressesUnlessAllowed) {
     EXPECT_FALSE(server.Init(1));
 }
 
+// The worker on its own thread, aimed at the agent's port on loopback.
+void StartWorkerToward(CommunClientWork& work, QThread& thread, quint16 port) {
+    CommunAttribute attribute;
+    attribute.setProtocolType(2);
+    attribute.setDestSvrNameIp("127.0.0.1");
+    attribute.setDestPort(port);
+    work.SetCommunAttribute(attribute);
+    work.moveToThread(&thread);
+    thread.start();
+}
+
 // The agent is down while commands are produced: they wait in the buffer and
 // reach the agent in order once it is back.
 TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect) {
@@ -231,13 +242,7 @@ TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect)
 
     QThread thread;
     CommunClientWork work;
-    CommunAttribute attribute;
-    attribute.setProtocolType(2);
-    attribute.setDestSvrNameIp("127.0.0.1");
-    attribute.setDestPort(port.port());
-    work.SetCommunAttribute(attribute);
-    work.moveToThread(&thread);
-    thread.start();
+    StartWorkerToward(work, thread, port.port());
     for (int i = 0; i < 20; ++i) {
         QMetaObject::invokeMethod(&work, "onRequestData", Qt::QueuedConnection,
                                   Q_ARG(QByteArray, QByteArray::number(i)));
@@ -272,13 +277,7 @@ TEST(CommunClientWork, FramesPostedFromAnotherThreadArriveOnceEachInOrder) {
 
     QThread thread;
     CommunClientWork work;
-    CommunAttribute attribute;
-    attribute.setProtocolType(2);
-    attribute.setDestSvrNameIp("127.0.0.1");
-    attribute.setDestPort(port.port());
-    work.SetCommunAttribute(attribute);
-    work.moveToThread(&thread);
-    thread.start();
+    StartWorkerToward(work, thread, port.port());
     // The first frame opens the connection, so that the rest is not held in
     // the bounded buffer of an outage.
     work.Post(QByteArray::number(0));

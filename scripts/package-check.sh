@@ -35,6 +35,10 @@ exposure=$(systemd-analyze security --offline=yes "$unit" 2>&1 | sed -n 's/.*Ove
 awk -v e="$exposure" 'BEGIN { exit !(e <= 2.0) }' || fail "the unit's exposure is $exposure, above 2.0"
 step "lintian is clean; the unit's exposure is $exposure"
 
+# A check that stopped half-way on this machine leaves the package and its
+# plans behind; start from none, as a fresh machine would.
+dpkg -P orvel-scheduler-dbgsym orvel-scheduler > /dev/null 2>&1 || true
+rm -rf /etc/orvel-scheduler /var/lib/orvel-scheduler /var/log/orvel-scheduler
 DEBIAN_FRONTEND=noninteractive apt-get install -y -q "./$package" > /dev/null
 app=/usr/lib/orvel-scheduler
 log=/var/log/orvel-scheduler/schedulerservice.log

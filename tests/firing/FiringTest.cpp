@@ -64,6 +64,18 @@ protected:
         QMetaObject::invokeMethod(&work(), "onAtTimerOut", Qt::DirectConnection);
     }
 
+    // Plans p0... all due in the polled minute, and a pass that stops after its
+    // first slice.
+    void StartSlicedPass(int plans) {
+        for (int i = 0; i < plans; ++i) {
+            RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+        }
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        work().setPollSliceNSecs(0);
+        Poll("2026-03-10 08:30:00.200");
+    }
+
     static TriggerFireManagerWork& work() { return TriggerFireManagerWork::Instance(); }
 
     SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
@@ -160,13 +172,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         SCOPED_TRACE(stopMidway);
         link->Clear();
         const int plans = 200;
-        for (int i = 0; i < plans; ++i) {
-            RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
-        }
-        ASSERT_TRUE(manager.Init());
-        ASSERT_TRUE(manager.Start());
-        work().setPollSliceNSecs(0);
-        Poll("2026-03-10 08:30:00.200");
+        ASSERT_NO_FATAL_FAILURE(StartSlicedPass(plans));
         const size_t afterFirstSlice = link->CommandsOfType(600).size();
         EXPECT_GT(afterFirstSlice, 0u);
         EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
@@ -199,13 +205,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
 // in the pass that follows.
 TEST_F(Firing, APassCutIntoSlicesSurvivesTheTableChangingUnderIt) {
     const int plans = 100;
-    for (int i = 0; i < plans; ++i) {
-        RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
-    }
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    work().setPollSliceNSecs(0);
-    Poll("2026-03-10 08:30:00.200");
+    ASSERT_NO_FATAL_FAILURE(StartSlicedPass(plans));
     QSet<QString> firedFirst;
     for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {
         firedFirst.insert(sent.planUuid);

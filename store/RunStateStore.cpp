@@ -19,20 +19,29 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <vector>
 
+// What a change leaves empty keeps its stored value.
 struct RunStateStore::Update {
+    struct Run {
+        QString due;
+        qint64 handedMSecs;
+    };
+    struct Schedule {
+        QString nextStart;
+        quint64 endFlag;
+    };
+    struct Result {
+        quint64 code;
+        qint64 atMSecs;
+    };
+
     bool removeFirst = false;
-    bool hasRun = false;
-    bool hasSchedule = false;
-    bool hasResult = false;
-    quint64 triggerType = 0;
-    QString due;
-    qint64 handedMSecs = 0;
-    QString nextStart;
-    quint64 endFlag = 0;
-    quint64 result = 0;
-    qint64 resultMSecs = 0;
+    quint64 triggerType = 0; // with a run or a schedule
+    std::optional<Run> run;
+    std::optional<Schedule> schedule;
+    std::optional<Result> result;
 };
 
 namespace {
@@ -359,22 +368,6 @@ void BindText(sqlite3_stmt* statement, int index, const QString& text) {
     sqlite3_bind_text16(statement, index, text.utf16(), text.size() * 2, SQLITE_STATIC);
 }
 
-void BindInteger(sqlite3_stmt* statement, int index, bool present, qint64 value) {
-    if (present) {
-        sqlite3_bind_int64(statement, index, value);
-    } else {
-        sqlite3_bind_null(statement, index);
-    }
-}
-
-void BindOptionalText(sqlite3_stmt* statement, int index, bool present, const QString& text) {
-    if (present) {
-        BindText(statement, index, text);
-    } else {
-        sqlite3_bind_null(statement, index);
-    }
-}
-
 QString ColumnText(sqlite3_stmt* statement, int column) {
     const auto* text = static_cast<const QChar*>(sqlite3_column_text16(statement, column));
     return QString(text, sqlite3_column_bytes16(statement, column) / 2);
@@ -404,17 +397,27 @@ bool WriteUpdate(sqlite3_stmt* upsert, sqlite3_stmt* remove, const QString& plan
             return false;
         }
     }
-    if (!(u.hasRun || u.hasSchedule || u.hasResult)) {
+    if (!(u.run || u.schedule || u.result)) {
         return true;
     }
+    // A column left unbound is NULL (Step clears the bindings) and keeps its
+    // stored value.
     BindText(upsert, 1, planUuid);
-    BindInteger(upsert, 2, u.hasRun || u.hasSchedule, static_cast<qint64>(u.triggerType));
-    BindOptionalText(upsert, 3, u.hasSchedule, u.nextStart);
-    BindInteger(upsert, 4, u.hasSchedule, static_cast<qint64>(u.endFlag));
-    BindOptionalText(upsert, 5, u.hasRun, u.due);
-    BindInteger(upsert, 6, u.hasRun, u.handedMSecs);
-    BindInteger(upsert, 7, u.hasResult, static_cast<qint64>(u.result));
-    BindInteger(upsert, 8, u.hasResult, u.resultMSecs);
+    if (u.run || u.schedule) {
+        sqlite3_bind_int64(upsert, 2, static_cast<qint64>(u.triggerType));
+    }
+    if (u.schedule) {
+        BindText(upsert, 3, u.schedule->nextStart);
+        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(u.schedule->endFlag));
+    }
+    if (u.run) {
+        BindText(upsert, 5, u.run->due);
+        sqlite3_bind_int64(upsert, 6, u.run->handedMSecs);
+    }
+    if (u.result) {
+        sqlite3_bind_int64(upsert, 7, static_cast<qint64>(u.result->code));
+        sqlite3_bind_int64(upsert, 8, u.result->atMSecs);
+    }
     return Step(upsert);
 }
 } // namespace
@@ -506,11 +509,11 @@ void RunStateStore::RefreshSummary(const QHash<QString, Update>& batch) {
     bool changed = false;
     for (auto it = batch.constBegin(); it != batch.constEnd(); ++it) {
         const Update& u = it.value();
-        if (it.key() == summary.nextPlan && (u.removeFirst || u.hasSchedule)) {
+        if (it.key() == summary.nextPlan && (u.removeFirst || u.schedule)) {
             rescan = true;
-        } else if (u.hasSchedule && !u.nextStart.isEmpty() &&
-                   (summary.nextStart.isEmpty() || u.nextStart < summary.nextStart)) {
-            summary = Summary{it.key(), u.nextStart};
+        } else if (u.schedule && !u.schedule->nextStart.isEmpty() &&
+                   (summary.nextStart.isEmpty() || u.schedule->nextStart < summary.nextStart)) {
+            summary = Summary{it.key(), u.schedule->nextStart};
             changed = true;
         }
     }
@@ -538,55 +541,34 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
         u = change;
         return;
     }
-    if (change.hasRun) {
-        u.hasRun = true;
-        u.due = change.due;
-        u.handedMSecs = change.handedMSecs;
+    if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
-    if (change.hasSchedule) {
-        u.hasSchedule = true;
-        u.nextStart = change.nextStart;
-        u.endFlag = change.endFlag;
-        u.triggerType = change.triggerType;
+    if (change.run) {
+        u.run = change.run;
     }
-    if (change.hasResult) {
-        u.hasResult = true;
+    if (change.schedule) {
+        u.schedule = change.schedule;
+    }
+    if (change.result) {
         u.result = change.result;
-        u.resultMSecs = change.resultMSecs;
     }
 }
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                               qint64 handedMSecs) {
-    Update change;
-    change.hasRun = true;
-    change.triggerType = triggerType;
-    change.due = due;
-    change.handedMSecs = handedMSecs;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}});
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                    quint64 endFlag) {
-    Update change;
-    change.hasSchedule = true;
-    change.triggerType = triggerType;
-    change.nextStart = nextStart;
-    change.endFlag = endFlag;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Update change;
-    change.hasResult = true;
-    change.result = result;
-    change.resultMSecs = atMSecs;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
-    Update change;
-    change.removeFirst = true;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{true, 0, {}, {}, {}});
 }

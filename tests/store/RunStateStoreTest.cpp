@@ -54,6 +54,32 @@ QStringList Rows(const QString& path) {
     return rows;
 }
 
+// A second connection to the file, as another program would hold it; a
+// transaction it leaves open is rolled back when it goes.
+class OtherConnection {
+public:
+    explicit OtherConnection(const QString& path) {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", kName);
+        db.setDatabaseName(path);
+        EXPECT_TRUE(db.open());
+    }
+    ~OtherConnection() {
+        Exec("ROLLBACK");
+        QSqlDatabase::database(kName, false).close();
+        QSqlDatabase::removeDatabase(kName);
+    }
+    OtherConnection(const OtherConnection&) = delete;
+    OtherConnection& operator=(const OtherConnection&) = delete;
+
+    bool Exec(const QString& statement) {
+        QSqlQuery query(QSqlDatabase::database(kName, false));
+        return query.exec(statement);
+    }
+
+private:
+    static constexpr const char* kName = "other";
+};
+
 TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
@@ -189,28 +215,20 @@ TEST(RunStateStore, AFailingWriteIsSaidOncePerStreak) {
     RunStateStore store;
     ASSERT_TRUE(store.Open(path, Plans(3)));
     LogCapture log;
-    QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "holder");
-    db.setDatabaseName(path);
-    ASSERT_TRUE(db.open());
-    QSqlQuery query(db);
+    OtherConnection other(path);
     const auto fails = [&](const QString& plan) {
         RunStateStore::RecordSchedule(plan, 2, "2026-03-11 08:00:00", 0);
         return !store.Flush();
     };
-    ASSERT_TRUE(query.exec("BEGIN EXCLUSIVE"));
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
     EXPECT_TRUE(fails("plan-0"));
     EXPECT_TRUE(fails("plan-1"));
     EXPECT_EQ(log.CountContaining("could not be written"), 1);
-    ASSERT_TRUE(query.exec("ROLLBACK"));
+    ASSERT_TRUE(other.Exec("ROLLBACK"));
     EXPECT_FALSE(fails("plan-2"));
-    ASSERT_TRUE(query.exec("BEGIN EXCLUSIVE"));
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
     EXPECT_TRUE(fails("plan-0"));
     EXPECT_EQ(log.CountContaining("could not be written"), 2);
-    query.exec("ROLLBACK");
-    query.finish();
-    db.close();
-    db = QSqlDatabase();
-    QSqlDatabase::removeDatabase("holder");
 }
 
 TEST(RunStateStore, FollowsTheEarliestNextStart) {
@@ -278,16 +296,10 @@ void WriteFile(const QString& path, const QByteArray& bytes) {
 }
 
 void Execute(const QString& path, const QStringList& statements) {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "spoiler");
-        db.setDatabaseName(path);
-        db.open();
-        QSqlQuery query(db);
-        for (const QString& statement : statements) {
-            query.exec(statement);
-        }
+    OtherConnection other(path);
+    for (const QString& statement : statements) {
+        other.Exec(statement);
     }
-    QSqlDatabase::removeDatabase("spoiler");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -309,25 +321,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(RunStateStore, ALockedFileIsSetAsideToo) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
-    QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "holder");
-    db.setDatabaseName(path);
-    ASSERT_TRUE(db.open());
-    QSqlQuery query(db);
-    ASSERT_TRUE(query.exec("CREATE TABLE t (x)"));
-    ASSERT_TRUE(query.exec("BEGIN EXCLUSIVE"));
-    ASSERT_TRUE(query.exec("INSERT INTO t VALUES (1)"));
-    {
-        LogCapture log;
-        RunStateStore store;
-        EXPECT_TRUE(store.Open(path, Plans(1)));
-        EXPECT_EQ(log.CountContaining("cannot be used"), 1);
-        EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
-    }
-    query.exec("ROLLBACK");
-    query.finish();
-    db.close();
-    db = QSqlDatabase();
-    QSqlDatabase::removeDatabase("holder");
+    OtherConnection other(path);
+    ASSERT_TRUE(other.Exec("CREATE TABLE t (x)"));
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
+    ASSERT_TRUE(other.Exec("INSERT INTO t VALUES (1)"));
+    LogCapture log;
+    RunStateStore store;
+    EXPECT_TRUE(store.Open(path, Plans(1)));
+    EXPECT_EQ(log.CountContaining("cannot be used"), 1);
+    EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
 }
 
 TEST(RunStateStore, AMissingFileIsSaidOnceAndCreated) {

@@ -3,35 +3,45 @@
 #include "framework/Clock.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
+#include "framework/SignalStack.h"
 
 #include <QFile>
-#include <QMutex>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
 
+#include <pthread.h>
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <vector>
 
-#include <atomic>
-
+// What a change leaves empty keeps its stored value.
 struct RunStateStore::Update {
+    struct Run {
+        QString due;
+        qint64 handedMSecs;
+    };
+    struct Schedule {
+        QString nextStart;
+        quint64 endFlag;
+    };
+    struct Result {
+        quint64 code;
+        qint64 atMSecs;
+    };
+
     bool removeFirst = false;
-    bool hasRun = false;
-    bool hasSchedule = false;
-    bool hasResult = false;
-    quint64 triggerType = 0;
-    QString due;
-    qint64 handedMSecs = 0;
-    QString nextStart;
-    quint64 endFlag = 0;
-    quint64 result = 0;
-    qint64 resultMSecs = 0;
+    quint64 triggerType = 0; // with a run or a schedule
+    std::optional<Run> run;
+    std::optional<Schedule> schedule;
+    std::optional<Result> result;
 };
 
 namespace {
@@ -65,19 +75,26 @@ constexpr const char* kUpsert =
 std::atomic<int> g_connectionSequence{0};
 
 // The open store and the changes not yet written, shared by every thread that
-// records.
-QMutex g_mutex;
+// records and by the open store's writer thread, which waits on this lock.
+std::mutex g_mutex;
 RunStateStore* g_current = nullptr;
 QHash<QString, RunStateStore::Update> g_batch;
+std::chrono::steady_clock::time_point g_firstChange;
 
+// The connection's own SQLite handle: a batch of a hundred thousand rows
+// through QSqlQuery costs several microseconds a row in value conversions,
+// through the handle about one.
+sqlite3* Handle(const QSqlDatabase& db) {
+    const QVariant handle = db.driver() != nullptr ? db.driver()->handle() : QVariant();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
+        return nullptr;
+    }
+    return *static_cast<sqlite3* const*>(handle.constData());
+}
 } // namespace
 
 RunStateStore::RunStateStore(QObject* parent)
-    : QObject(parent), m_connectionName(QString("orvel-state-%1").arg(++g_connectionSequence)) {
-    m_batchTimer.setSingleShot(true);
-    m_batchTimer.setInterval(kBatchMSecs);
-    connect(&m_batchTimer, &QTimer::timeout, this, &RunStateStore::Flush);
-}
+    : QObject(parent), m_connectionName(QString("orvel-state-%1").arg(++g_connectionSequence)) {}
 
 RunStateStore::~RunStateStore() {
     Close();
@@ -110,9 +127,19 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
         return false;
     }
     LoadAndPrune(livePlans);
-    QMutexLocker locker(&g_mutex);
-    g_current = this;
-    g_batch.clear();
+    // Qt ties a connection to the thread that made it, and the checks, the
+    // set-aside and the pruning above are plainer through Qt SQL. So the
+    // connection stays Qt's, made and removed on this thread, and from here
+    // until Close only its raw handle is used, by one thread at a time under
+    // m_writeMutex; SQLite lets a connection move between threads so.
+    m_handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_current = this;
+        g_batch.clear();
+        m_stopping = false;
+    }
+    m_writer = std::thread([this] { RunWriter(); });
     return true;
 }
 
@@ -197,6 +224,7 @@ QString RunStateStore::SetAside() {
 }
 
 void RunStateStore::CloseConnection() {
+    m_handle = nullptr;
     if (!m_open) {
         return;
     }
@@ -212,6 +240,7 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
         return false;
     }
     QStringList gone;
+    Summary summary;
     while (query.next()) {
         const QString planUuid = query.value(0).toString();
         if (!livePlans.contains(planUuid)) {
@@ -220,12 +249,12 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
         }
         const StoredRun run{query.value(1).toString(), query.value(2).toString()};
         m_storedRuns.insert(planUuid, run);
-        if (!run.nextStart.isEmpty() &&
-            (m_summary.nextStart.isEmpty() || run.nextStart < m_summary.nextStart)) {
-            m_summary = Summary{planUuid, run.nextStart};
+        if (!run.nextStart.isEmpty() && (summary.nextStart.isEmpty() || run.nextStart < summary.nextStart)) {
+            summary = Summary{planUuid, run.nextStart};
         }
     }
     query.finish();
+    Publish(summary);
     if (gone.isEmpty()) {
         return true;
     }
@@ -244,34 +273,82 @@ QHash<QString, RunStateStore::StoredRun> RunStateStore::TakeStoredRuns() {
     return runs;
 }
 
+RunStateStore::Summary RunStateStore::LastSummary() const {
+    std::lock_guard<std::mutex> lock(m_summaryMutex);
+    return m_summary;
+}
+
+void RunStateStore::Publish(const Summary& summary) {
+    std::lock_guard<std::mutex> lock(m_summaryMutex);
+    m_summary = summary;
+}
+
+// What was recorded before recording stopped is written here, after the
+// writer has ended, so that nothing is left between the two.
 void RunStateStore::Close() {
+    QHash<QString, Update> last;
     {
-        QMutexLocker locker(&g_mutex);
+        std::lock_guard<std::mutex> lock(g_mutex);
         if (g_current == this) {
             g_current = nullptr;
+            last.swap(g_batch);
         }
+        m_stopping = true;
     }
-    m_batchTimer.stop();
-    if (m_open) {
-        Flush();
+    m_wake.notify_all();
+    if (m_writer.joinable()) {
+        m_writer.join();
+    }
+    {
+        std::lock_guard<std::mutex> writing(m_writeMutex);
+        WriteTaken(last);
     }
     CloseConnection();
 }
 
 bool RunStateStore::Flush() {
+    std::lock_guard<std::mutex> writing(m_writeMutex);
     QHash<QString, Update> batch;
     {
-        QMutexLocker locker(&g_mutex);
-        batch.swap(g_batch);
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_current == this) {
+            batch.swap(g_batch);
+        }
     }
-    if (batch.isEmpty() || !m_open) {
-        return true;
+    return WriteTaken(batch);
+}
+
+// Waits for a batch's first change, then for kBatchMSecs or Close, whichever
+// comes first, and writes the batch under way.
+void RunStateStore::RunWriter() {
+    SignalStack stack;
+    ::pthread_setname_np(::pthread_self(), "state-writer");
+    std::unique_lock<std::mutex> lock(g_mutex);
+    while (!m_stopping) {
+        if (g_current != this || g_batch.isEmpty()) {
+            m_wake.wait(lock);
+            continue;
+        }
+        const auto due = g_firstChange + std::chrono::milliseconds(kBatchMSecs);
+        if (m_wake.wait_until(lock, due, [this] { return m_stopping; })) {
+            return;
+        }
+        lock.unlock();
+        Flush();
+        lock.lock();
     }
-    if (!WriteBatch(batch)) {
-        return false;
+}
+
+// The caller holds m_writeMutex.
+bool RunStateStore::WriteTaken(const QHash<QString, Update>& batch) {
+    if (batch.isEmpty() || m_handle == nullptr) {
+        return m_lastWriteOk;
     }
-    RefreshSummary(batch);
-    return true;
+    m_lastWriteOk = WriteBatch(batch);
+    if (m_lastWriteOk) {
+        RefreshSummary(batch);
+    }
+    return m_lastWriteOk;
 }
 
 namespace {
@@ -279,17 +356,6 @@ struct StatementDeleter {
     void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
-
-// The connection's own SQLite handle: a batch of a hundred thousand rows
-// through QSqlQuery costs several microseconds a row in value conversions,
-// through the handle about one.
-sqlite3* Handle(const QSqlDatabase& db) {
-    const QVariant handle = db.driver() != nullptr ? db.driver()->handle() : QVariant();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3* const*>(handle.constData());
-}
 
 Statement Prepare(sqlite3* handle, const char* sql) {
     sqlite3_stmt* statement = nullptr;
@@ -302,20 +368,18 @@ void BindText(sqlite3_stmt* statement, int index, const QString& text) {
     sqlite3_bind_text16(statement, index, text.utf16(), text.size() * 2, SQLITE_STATIC);
 }
 
-void BindInteger(sqlite3_stmt* statement, int index, bool present, qint64 value) {
-    if (present) {
-        sqlite3_bind_int64(statement, index, value);
-    } else {
-        sqlite3_bind_null(statement, index);
-    }
+QString ColumnText(sqlite3_stmt* statement, int column) {
+    const auto* text = static_cast<const QChar*>(sqlite3_column_text16(statement, column));
+    return QString(text, sqlite3_column_bytes16(statement, column) / 2);
 }
 
-void BindOptionalText(sqlite3_stmt* statement, int index, bool present, const QString& text) {
-    if (present) {
-        BindText(statement, index, text);
-    } else {
-        sqlite3_bind_null(statement, index);
+RunStateStore::Summary EarliestStart(sqlite3* handle) {
+    const Statement earliest =
+        Prepare(handle, "SELECT plan_uuid, min(next_start) FROM runs WHERE next_start > ''");
+    if (!earliest || sqlite3_step(earliest.get()) != SQLITE_ROW) {
+        return RunStateStore::Summary{};
     }
+    return RunStateStore::Summary{ColumnText(earliest.get(), 0), ColumnText(earliest.get(), 1)};
 }
 
 bool Step(sqlite3_stmt* statement) {
@@ -333,17 +397,27 @@ bool WriteUpdate(sqlite3_stmt* upsert, sqlite3_stmt* remove, const QString& plan
             return false;
         }
     }
-    if (!(u.hasRun || u.hasSchedule || u.hasResult)) {
+    if (!(u.run || u.schedule || u.result)) {
         return true;
     }
+    // A column left unbound is NULL (Step clears the bindings) and keeps its
+    // stored value.
     BindText(upsert, 1, planUuid);
-    BindInteger(upsert, 2, u.hasRun || u.hasSchedule, static_cast<qint64>(u.triggerType));
-    BindOptionalText(upsert, 3, u.hasSchedule, u.nextStart);
-    BindInteger(upsert, 4, u.hasSchedule, static_cast<qint64>(u.endFlag));
-    BindOptionalText(upsert, 5, u.hasRun, u.due);
-    BindInteger(upsert, 6, u.hasRun, u.handedMSecs);
-    BindInteger(upsert, 7, u.hasResult, static_cast<qint64>(u.result));
-    BindInteger(upsert, 8, u.hasResult, u.resultMSecs);
+    if (u.run || u.schedule) {
+        sqlite3_bind_int64(upsert, 2, static_cast<qint64>(u.triggerType));
+    }
+    if (u.schedule) {
+        BindText(upsert, 3, u.schedule->nextStart);
+        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(u.schedule->endFlag));
+    }
+    if (u.run) {
+        BindText(upsert, 5, u.run->due);
+        sqlite3_bind_int64(upsert, 6, u.run->handedMSecs);
+    }
+    if (u.result) {
+        sqlite3_bind_int64(upsert, 7, static_cast<qint64>(u.result->code));
+        sqlite3_bind_int64(upsert, 8, u.result->atMSecs);
+    }
     return Step(upsert);
 }
 } // namespace
@@ -390,7 +464,7 @@ std::vector<BatchRow> InKeyOrder(const QHash<QString, RunStateStore::Update>& ba
 } // namespace
 
 bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
-    sqlite3* handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    sqlite3* handle = m_handle;
     bool ok = handle != nullptr && sqlite3_exec(handle, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
     {
         const Statement upsert = ok ? Prepare(handle, kUpsert) : Statement();
@@ -430,94 +504,71 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
 // The earliest next start is followed from the batches; only when the plan
 // that held it changes is the file asked again.
 void RunStateStore::RefreshSummary(const QHash<QString, Update>& batch) {
+    Summary summary = LastSummary();
     bool rescan = false;
     bool changed = false;
     for (auto it = batch.constBegin(); it != batch.constEnd(); ++it) {
         const Update& u = it.value();
-        if (it.key() == m_summary.nextPlan && (u.removeFirst || u.hasSchedule)) {
+        if (it.key() == summary.nextPlan && (u.removeFirst || u.schedule)) {
             rescan = true;
-        } else if (u.hasSchedule && !u.nextStart.isEmpty() &&
-                   (m_summary.nextStart.isEmpty() || u.nextStart < m_summary.nextStart)) {
-            m_summary = Summary{it.key(), u.nextStart};
+        } else if (u.schedule && !u.schedule->nextStart.isEmpty() &&
+                   (summary.nextStart.isEmpty() || u.schedule->nextStart < summary.nextStart)) {
+            summary = Summary{it.key(), u.schedule->nextStart};
             changed = true;
         }
     }
     if (rescan) {
-        QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
-        query.setForwardOnly(true);
-        m_summary = Summary{};
-        if (query.exec("SELECT plan_uuid, min(next_start) FROM runs WHERE next_start > ''") && query.next()) {
-            m_summary = Summary{query.value(0).toString(), query.value(1).toString()};
-        }
+        summary = EarliestStart(m_handle);
         changed = true;
     }
     if (changed) {
+        Publish(summary);
         Q_EMIT summaryChanged();
     }
 }
 
 void RunStateStore::Merge(const QString& planUuid, const Update& change) {
-    QMutexLocker locker(&g_mutex);
+    std::lock_guard<std::mutex> lock(g_mutex);
     if (g_current == nullptr) {
         return;
     }
     if (g_batch.isEmpty()) {
-        QMetaObject::invokeMethod(&g_current->m_batchTimer, "start", Qt::QueuedConnection);
+        g_firstChange = std::chrono::steady_clock::now();
+        g_current->m_wake.notify_all();
     }
     Update& u = g_batch[planUuid];
     if (change.removeFirst) {
         u = change;
         return;
     }
-    if (change.hasRun) {
-        u.hasRun = true;
-        u.due = change.due;
-        u.handedMSecs = change.handedMSecs;
+    if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
-    if (change.hasSchedule) {
-        u.hasSchedule = true;
-        u.nextStart = change.nextStart;
-        u.endFlag = change.endFlag;
-        u.triggerType = change.triggerType;
+    if (change.run) {
+        u.run = change.run;
     }
-    if (change.hasResult) {
-        u.hasResult = true;
+    if (change.schedule) {
+        u.schedule = change.schedule;
+    }
+    if (change.result) {
         u.result = change.result;
-        u.resultMSecs = change.resultMSecs;
     }
 }
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                               qint64 handedMSecs) {
-    Update change;
-    change.hasRun = true;
-    change.triggerType = triggerType;
-    change.due = due;
-    change.handedMSecs = handedMSecs;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}});
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                    quint64 endFlag) {
-    Update change;
-    change.hasSchedule = true;
-    change.triggerType = triggerType;
-    change.nextStart = nextStart;
-    change.endFlag = endFlag;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Update change;
-    change.hasResult = true;
-    change.result = result;
-    change.resultMSecs = atMSecs;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
-    Update change;
-    change.removeFirst = true;
-    Merge(planUuid, change);
+    Merge(planUuid, Update{true, 0, {}, {}, {}});
 }

@@ -4,7 +4,12 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
-#include <QTimer>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+struct sqlite3;
 
 // The service's own run state in data/state.db (SQLite, WAL), beside the plans
 // database, which the service never writes: per plan the last run, the next
@@ -12,9 +17,10 @@
 //
 // Recording is cheap and may happen on any thread: it only merges the change
 // into the batch in memory. The batch is written in one transaction on the
-// store's thread at most kBatchMSecs after its first change, so no single fire
-// waits for the disk. A kill at any moment loses at most the batch in memory;
-// SQLite's journal keeps the file itself whole.
+// store's own writer thread at most kBatchMSecs after its first change, so
+// neither a single fire nor the application thread waits for the disk. A kill
+// at any moment loses at most the batch in memory; SQLite's journal keeps the
+// file itself whole.
 class RunStateStore : public QObject {
     Q_OBJECT
 public:
@@ -44,12 +50,15 @@ public:
     // the rows of plans that are not in `livePlans`. False only when no state
     // file can be used at all; the service then runs without one.
     bool Open(const QString& path, const QSet<QString>& livePlans);
-    // Writes what is pending and stops recording.
+    // Writes what is pending, stops recording and the writer thread, and
+    // closes the file. Must run on the thread that called Open.
     void Close();
     QHash<QString, StoredRun> TakeStoredRuns();
-    // Writes the pending batch now; false when the write failed.
+    // Writes the pending batch now, on the calling thread, after any batch the
+    // writer thread has under way; false when the last write failed.
     bool Flush();
-    Summary LastSummary() const { return m_summary; }
+    // Safe from any thread.
+    Summary LastSummary() const;
 
     // The recorders; harmless while no store is open.
     static void RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
@@ -60,7 +69,8 @@ public:
     static void RecordRemoval(const QString& planUuid);
 
 Q_SIGNALS:
-    // After a write that may have changed the summary.
+    // After a write that may have changed the summary; usually emitted on the
+    // writer thread, so receivers in other threads get it queued.
     void summaryChanged();
 
 private:
@@ -69,15 +79,31 @@ private:
     QString SetAside();
     void CloseConnection();
     bool LoadAndPrune(const QSet<QString>& livePlans);
+    void RunWriter();
+    bool WriteTaken(const QHash<QString, Update>& batch);
     bool WriteBatch(const QHash<QString, Update>& batch);
     void RefreshSummary(const QHash<QString, Update>& batch);
+    void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
 
     QString m_path;
     QString m_connectionName;
     bool m_open = false;
+    // The connection's own SQLite handle; see Open for which thread uses it.
+    sqlite3* m_handle = nullptr;
+
+    std::thread m_writer;
+    // Guarded by the lock of the pending batch, which the writer waits on.
+    bool m_stopping = false;
+    std::condition_variable m_wake;
+
+    // Held for each write, by whichever thread writes: batches reach the file
+    // in the order they were taken.
+    std::mutex m_writeMutex;
+    bool m_lastWriteOk = true;
     bool m_reportedWriteFailure = false;
-    QTimer m_batchTimer;
-    QHash<QString, StoredRun> m_storedRuns;
+
+    mutable std::mutex m_summaryMutex;
     Summary m_summary;
+    QHash<QString, StoredRun> m_storedRuns;
 };

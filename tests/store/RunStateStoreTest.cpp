@@ -4,6 +4,7 @@
 #include "store/RunStateStore.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSignalSpy>
@@ -16,7 +17,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
+#include <thread>
+#include <vector>
 
 namespace {
 QSet<QString> Plans(int count) {
@@ -49,6 +53,32 @@ QStringList Rows(const QString& path) {
     QSqlDatabase::removeDatabase("reader");
     return rows;
 }
+
+// A second connection to the file, as another program would hold it; a
+// transaction it leaves open is rolled back when it goes.
+class OtherConnection {
+public:
+    explicit OtherConnection(const QString& path) {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", kName);
+        db.setDatabaseName(path);
+        EXPECT_TRUE(db.open());
+    }
+    ~OtherConnection() {
+        Exec("ROLLBACK");
+        QSqlDatabase::database(kName, false).close();
+        QSqlDatabase::removeDatabase(kName);
+    }
+    OtherConnection(const OtherConnection&) = delete;
+    OtherConnection& operator=(const OtherConnection&) = delete;
+
+    bool Exec(const QString& statement) {
+        QSqlQuery query(QSqlDatabase::database(kName, false));
+        return query.exec(statement);
+    }
+
+private:
+    static constexpr const char* kName = "other";
+};
 
 TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
     QTemporaryDir dir;
@@ -93,6 +123,112 @@ TEST(RunStateStore, ABatchIsWrittenSoonAfterItsFirstChange) {
     ASSERT_TRUE(store.Open(dir.filePath("state.db"), Plans(1)));
     RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
     EXPECT_TRUE(QTest::qWaitFor([&] { return Rows(dir.filePath("state.db")).size() == 1; }, 10000));
+}
+
+// The test thread runs no event loop while it waits, as an application
+// thread busy with a long poll would not.
+bool WaitWithoutEvents(const std::function<bool()>& done) {
+    QElapsedTimer waited;
+    waited.start();
+    while (!done()) {
+        if (waited.hasExpired(10000)) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+class RunStateStoreRecorder : public ::testing::TestWithParam<bool> {};
+
+TEST_P(RunStateStoreRecorder, ABatchIsWrittenWhileTheApplicationThreadIsBusy) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(1)));
+    const auto record = [] { RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0); };
+    if (GetParam()) {
+        std::thread(record).join();
+    } else {
+        record();
+    }
+    EXPECT_TRUE(WaitWithoutEvents([&] { return Rows(path).size() == 1; }));
+    EXPECT_TRUE(WaitWithoutEvents([&] { return store.LastSummary().nextPlan == "plan-0"; }));
+}
+
+INSTANTIATE_TEST_SUITE_P(RecordedOn, RunStateStoreRecorder, ::testing::Bool(),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                             return std::string(info.param ? "anotherThread" : "applicationThread");
+                         });
+
+// Threads record while the writer writes; closing right after keeps every
+// plan's latest change.
+TEST(RunStateStore, CloseAfterRecordingFromManyThreadsLosesNothing) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    constexpr int kThreads = 4;
+    constexpr int kPlansEach = 2500;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, {}));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < kPlansEach; ++i) {
+                const QString plan = QString("plan-%1-%2").arg(t).arg(i, 5, 10, QChar('0'));
+                RunStateStore::RecordSchedule(plan, 2, "2026-03-11 08:00:00", 0);
+                RunStateStore::RecordRun(plan, 2, "2026-03-10 08:00:00", i);
+                RunStateStore::RecordSchedule(plan, 2, "2026-03-12 08:00:00", 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    store.Close();
+    store.Close();
+    const QStringList rows = Rows(path);
+    ASSERT_EQ(rows.size(), kThreads * kPlansEach);
+    EXPECT_EQ(rows.filter(" 2026-03-12 08:00:00 0 2026-03-10 08:00:00 ").size(), rows.size());
+    EXPECT_EQ(rows.last(), "plan-3-02499 2026-03-12 08:00:00 0 2026-03-10 08:00:00 2499 -");
+}
+
+TEST(RunStateStore, CloseIsHarmlessWithoutAnOpenFile) {
+    QTemporaryDir dir;
+    {
+        RunStateStore never;
+        never.Close();
+    }
+    LogCapture log;
+    RunStateStore failed;
+    EXPECT_FALSE(failed.Open(dir.filePath("no/such/folder/state.db"), {}));
+    EXPECT_EQ(log.CountContaining("cannot be created"), 1);
+    RunStateStore::RecordRun("plan-0", 2, "2026-03-10 08:00:00", 1000);
+    EXPECT_TRUE(failed.Flush());
+    failed.Close();
+    failed.Close();
+}
+
+// A write that fails says so once per streak, and the next batch tries again.
+TEST(RunStateStore, AFailingWriteIsSaidOncePerStreak) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(3)));
+    LogCapture log;
+    OtherConnection other(path);
+    const auto fails = [&](const QString& plan) {
+        RunStateStore::RecordSchedule(plan, 2, "2026-03-11 08:00:00", 0);
+        return !store.Flush();
+    };
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
+    EXPECT_TRUE(fails("plan-0"));
+    EXPECT_TRUE(fails("plan-1"));
+    EXPECT_EQ(log.CountContaining("could not be written"), 1);
+    ASSERT_TRUE(other.Exec("ROLLBACK"));
+    EXPECT_FALSE(fails("plan-2"));
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
+    EXPECT_TRUE(fails("plan-0"));
+    EXPECT_EQ(log.CountContaining("could not be written"), 2);
 }
 
 TEST(RunStateStore, FollowsTheEarliestNextStart) {
@@ -160,16 +296,10 @@ void WriteFile(const QString& path, const QByteArray& bytes) {
 }
 
 void Execute(const QString& path, const QStringList& statements) {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "spoiler");
-        db.setDatabaseName(path);
-        db.open();
-        QSqlQuery query(db);
-        for (const QString& statement : statements) {
-            query.exec(statement);
-        }
+    OtherConnection other(path);
+    for (const QString& statement : statements) {
+        other.Exec(statement);
     }
-    QSqlDatabase::removeDatabase("spoiler");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -191,25 +321,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(RunStateStore, ALockedFileIsSetAsideToo) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
-    QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "holder");
-    db.setDatabaseName(path);
-    ASSERT_TRUE(db.open());
-    QSqlQuery query(db);
-    ASSERT_TRUE(query.exec("CREATE TABLE t (x)"));
-    ASSERT_TRUE(query.exec("BEGIN EXCLUSIVE"));
-    ASSERT_TRUE(query.exec("INSERT INTO t VALUES (1)"));
-    {
-        LogCapture log;
-        RunStateStore store;
-        EXPECT_TRUE(store.Open(path, Plans(1)));
-        EXPECT_EQ(log.CountContaining("cannot be used"), 1);
-        EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
-    }
-    query.exec("ROLLBACK");
-    query.finish();
-    db.close();
-    db = QSqlDatabase();
-    QSqlDatabase::removeDatabase("holder");
+    OtherConnection other(path);
+    ASSERT_TRUE(other.Exec("CREATE TABLE t (x)"));
+    ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
+    ASSERT_TRUE(other.Exec("INSERT INTO t VALUES (1)"));
+    LogCapture log;
+    RunStateStore store;
+    EXPECT_TRUE(store.Open(path, Plans(1)));
+    EXPECT_EQ(log.CountContaining("cannot be used"), 1);
+    EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
 }
 
 TEST(RunStateStore, AMissingFileIsSaidOnceAndCreated) {

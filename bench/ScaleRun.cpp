@@ -180,12 +180,17 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+    const double cpuSecs = static_cast<double>(service.CpuNanos()) / 1e9;
+    const double mainCpuSecs = static_cast<double>(service.MainThreadCpuNanos()) / 1e9;
     const auto reported = std::max(agent.LastReport(), spawned);
     const double startSecs = SecondsBetween(spawned, started);
     const double reportSecs = SecondsBetween(spawned, reported);
     std::printf("  start success         %8.2f s after the process started\n", startSecs);
     std::printf("  every 601 at agent    %8.2f s after the process started (%.2f s after start success)\n",
                 reportSecs, reportSecs - startSecs);
+    std::printf("  CPU until then        %8.2f s in all threads, %.2f s on the application thread "
+                "(%.1f us per plan)\n",
+                cpuSecs, mainCpuSecs, 1e6 * mainCpuSecs / plans);
     if (probe) {
         const std::vector<double> latencies = probe->LatenciesBetween(started, reported);
         if (latencies.empty()) {

@@ -95,12 +95,19 @@ qint64 ServiceUnderTest::CpuNanos() const {
     qint64 total = 0;
     const QString tasks = QString("/proc/%1/task").arg(m_pid);
     for (const QString& task : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile stat(QString("%1/%2/schedstat").arg(tasks, task));
-        if (stat.open(QIODevice::ReadOnly)) {
-            total += stat.readAll().split(' ').value(0).toLongLong();
-        }
+        total += TaskCpuNanos(task);
     }
     return total;
+}
+
+// The application thread's task id is the process id.
+qint64 ServiceUnderTest::MainThreadCpuNanos() const {
+    return TaskCpuNanos(QString::number(m_pid));
+}
+
+qint64 ServiceUnderTest::TaskCpuNanos(const QString& task) const {
+    QFile stat(QString("/proc/%1/task/%2/schedstat").arg(m_pid).arg(task));
+    return stat.open(QIODevice::ReadOnly) ? stat.readAll().split(' ').value(0).toLongLong() : 0;
 }
 
 qint64 ServiceUnderTest::ResidentBytes() const {

@@ -32,12 +32,16 @@ public:
     quint16 CommandPort() const { return m_commandPort; }
     // CPU time of every thread of the process, in nanoseconds.
     qint64 CpuNanos() const;
+    // CPU time of the application thread alone, which the start-up's work is
+    // bound by.
+    qint64 MainThreadCpuNanos() const;
     qint64 ResidentBytes() const;
     // Sends SIGTERM and waits for the exit; seconds until it, or a negative
     // value when the process had to be killed after `timeoutSecs`.
     double Terminate(int timeoutSecs, int& exitCode);
 
 private:
+    qint64 TaskCpuNanos(const QString& task) const;
     QString m_folder;
     pid_t m_pid = 0;
     qint64 m_spawnedAtMSecs = 0;

@@ -45,6 +45,10 @@ SchedulerClientCommunManager::~SchedulerClientCommunManager() {
 }
 
 bool SchedulerClientCommunManager::Init() {
+    // Nobody waits for a trigger-info report, and a start-up reports every
+    // plan at once: the link takes them a millisecond late, a hundred to a
+    // wake-up of its thread rather than one. A run (600) goes at once.
+    m_refreshClientWork.setGatherMSecs(1);
     if (!m_refreshClientWork.Init()) {
         return false;
     }

@@ -3,6 +3,7 @@
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
 #include "framework/DeadlineQueue.h"
+#include "framework/HeapTrimmer.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "store/RunStateStore.h"
@@ -21,8 +22,6 @@
 #include <QTimer>
 
 #include <limits>
-
-#include <malloc.h>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
@@ -180,8 +179,10 @@ bool TriggerFireManagerWork::InsertDateTimeFireLocked(const QString& planUuid, T
         return false;
     }
     m_dateTimeFires->insert(planUuid, fire);
+    // The open pass does not visit a fire added behind its back; the pass
+    // that follows it comes at once and does.
     m_pollIdleUntilMSecs = 0;
-    TableChangedLocked();
+    m_passEarliestDueMSecs = 0;
     return true;
 }
 
@@ -339,7 +340,6 @@ bool TriggerFireManagerWork::RemoveTriggerFire(const QString& planUuid, quint64 
             return true;
         }
         RetireFire(m_dateTimeFires->take(planUuid));
-        TableChangedLocked();
         return true;
     }
     if (!TriggerTypes::IsEvent(type)) {
@@ -393,9 +393,8 @@ void TriggerFireManagerWork::onAtTimerOut() {
         return;
     }
     m_passOpen = true;
-    m_passSlices = 1;
-    m_passNext = m_dateTimeFires->begin();
-    m_passVersion = m_tableVersion;
+    m_passKeys.clear();
+    m_passKeyIndex = 0;
     m_passEarliestDueMSecs = std::numeric_limits<qint64>::max();
     RunPollSliceLocked();
 }
@@ -412,15 +411,8 @@ void TriggerFireManagerWork::RunPollSliceLocked() {
     if (PollSliceLocked()) {
         m_passOpen = false;
         m_pollIdleUntilMSecs = m_passEarliestDueMSecs;
-        if (m_passSlices > 1) {
-            // A long pass (the first after start-up) freed as many commands
-            // and texts as it made; the heap gives those pages back rather
-            // than keep them resident for good.
-            malloc_trim(0);
-        }
         return;
     }
-    ++m_passSlices;
     if (!m_sliceScheduled) {
         m_sliceScheduled = true;
         // A short pause rather than a posted call, so that a plan command
@@ -431,17 +423,31 @@ void TriggerFireManagerWork::RunPollSliceLocked() {
 
 // One slice of the open pass; true when the pass has reached the end.
 bool TriggerFireManagerWork::PollSliceLocked() {
-    if (m_passVersion != m_tableVersion) {
-        m_passNext = m_dateTimeFires->begin();
-        m_passVersion = m_tableVersion;
-    }
     QElapsedTimer slice;
     slice.start();
+    const bool done = m_passKeyIndex == 0 && m_passKeys.isEmpty() ? PollFirstSliceLocked(slice)
+                                                                  : PollLaterSliceLocked(slice);
+    if (done) {
+        m_passKeys.clear();
+        m_passKeys.squeeze();
+    }
+    return done;
+}
+
+bool TriggerFireManagerWork::SliceUsedUp(int& visited, const QElapsedTimer& slice) const {
+    return (++visited & 15) == 0 && slice.nsecsElapsed() >= m_pollSliceNSecs;
+}
+
+// Walks the table itself; a pass cut short keeps the keys it has not reached.
+bool TriggerFireManagerWork::PollFirstSliceLocked(QElapsedTimer& slice) {
     int visited = 0;
-    auto it = m_passNext;
+    auto it = m_dateTimeFires->begin();
     while (it != m_dateTimeFires->end()) {
-        if ((++visited & 15) == 0 && slice.nsecsElapsed() >= m_pollSliceNSecs) {
-            m_passNext = it;
+        if (SliceUsedUp(visited, slice)) {
+            m_passKeys.reserve(m_dateTimeFires->size());
+            for (; it != m_dateTimeFires->end(); ++it) {
+                m_passKeys.append(it.key());
+            }
             return false;
         }
         TriggerFire* fire = it.value();
@@ -455,8 +461,21 @@ bool TriggerFireManagerWork::PollSliceLocked() {
     return true;
 }
 
-void TriggerFireManagerWork::TableChangedLocked() {
-    ++m_tableVersion;
+bool TriggerFireManagerWork::PollLaterSliceLocked(QElapsedTimer& slice) {
+    int visited = 0;
+    while (m_passKeyIndex < m_passKeys.size()) {
+        if (SliceUsedUp(visited, slice)) {
+            return false;
+        }
+        const auto it = m_dateTimeFires->find(m_passKeys.at(m_passKeyIndex++));
+        TriggerFire* fire = it != m_dateTimeFires->end() ? it.value() : nullptr;
+        if (fire == nullptr || PollOne(fire, m_passEarliestDueMSecs)) {
+            continue;
+        }
+        m_dateTimeFires->erase(it);
+        RetireFire(fire);
+    }
+    return true;
 }
 
 // One entry of the poll; false when the fire has ended and leaves the table.
@@ -579,7 +598,6 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                                current.toString(kPreciseFormat)));
     }
     m_dateTimeFires->remove(planName);
-    TableChangedLocked();
     RetireFire(fire);
     auto* replacement = qobject_cast<TimerFire*>(NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
@@ -612,7 +630,6 @@ void TriggerFireManagerWork::EndTimerFire(const QString& planUuid, TriggerFire* 
             QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
     m_dateTimeFires->remove(planUuid);
-    TableChangedLocked();
     RetireFire(fire);
 }
 

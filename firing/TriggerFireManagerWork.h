@@ -81,7 +81,9 @@ private:
     void ContinuePollPass();
     void RunPollSliceLocked();
     bool PollSliceLocked();
-    void TableChangedLocked();
+    bool PollFirstSliceLocked(QElapsedTimer& slice);
+    bool PollLaterSliceLocked(QElapsedTimer& slice);
+    bool SliceUsedUp(int& visited, const QElapsedTimer& slice) const;
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
     bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
     bool RunMissedStart(const QString& planUuid, const QString& missedStart);
@@ -100,16 +102,17 @@ private:
     // A poll pass that does more than one slice of work (the first poll after
     // start-up computes and reports every trigger) goes on where it stopped
     // on a later turn of the event loop, so that plan commands waiting for
-    // the table lock are served in between. A pass resumes at its iterator
-    // unless the table changed meanwhile; then it walks again from the
-    // start, where the fires it has seen cost one comparison each. All
+    // the table lock are served in between. Those commands change the table,
+    // and a QHash iterator does not survive a change (an insertion or a
+    // removal may rehash it), so a pass cut short keeps the keys it has still
+    // to visit and goes on by key: a plan removed meanwhile is skipped, one
+    // replaced is polled in its new fire, one added waits for the next pass,
+    // which comes at once. All
     // guarded by m_dateTimeMutex.
     bool m_passOpen = false;
-    QHash<QString, TriggerFire*>::iterator m_passNext;
+    QVector<QString> m_passKeys;
+    int m_passKeyIndex = 0;
     qint64 m_passEarliestDueMSecs = 0;
-    quint64 m_tableVersion = 0;
-    quint64 m_passVersion = 0;
-    int m_passSlices = 0;
     bool m_sliceScheduled = false;
     qint64 m_pollSliceNSecs = kPollSliceNSecs;
 };

@@ -20,6 +20,16 @@ qint64 Clock::nowMSecsSinceEpoch() {
     return QDateTime::currentMSecsSinceEpoch() + g_offsetMSecs.load(std::memory_order_relaxed);
 }
 
+qint64 Clock::nowUSecsSinceEpoch() {
+    if (g_frozen.load(std::memory_order_acquire)) {
+        return g_frozenMSecs.load(std::memory_order_relaxed) * 1000;
+    }
+    timespec now = {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<qint64>(now.tv_sec) * 1000000 + now.tv_nsec / 1000 +
+           g_offsetMSecs.load(std::memory_order_relaxed) * 1000;
+}
+
 void Clock::setOffsetMSecs(qint64 offset) {
     g_offsetMSecs.store(offset, std::memory_order_relaxed);
 }

@@ -8,6 +8,8 @@ class Clock {
 public:
     static QDateTime now();
     static qint64 nowMSecsSinceEpoch();
+    // The same instant to the microsecond, for waits aimed at a due instant.
+    static qint64 nowUSecsSinceEpoch();
 
     static void setOffsetMSecs(qint64 offset);
     // Shifts the clock so that now() reads the given local date-time.

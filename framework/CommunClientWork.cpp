@@ -57,7 +57,15 @@ void CommunClientWork::Post(const QByteArray& blocks) {
     if (m_inbox.size() > 1) {
         return; // the drain already on its way takes this frame too
     }
-    QMetaObject::invokeMethod(this, &CommunClientWork::DrainInbox, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &CommunClientWork::ScheduleDrain, Qt::QueuedConnection);
+}
+
+void CommunClientWork::ScheduleDrain() {
+    if (m_gatherMSecs <= 0) {
+        DrainInbox();
+        return;
+    }
+    QTimer::singleShot(m_gatherMSecs, Qt::PreciseTimer, this, &CommunClientWork::DrainInbox);
 }
 
 void CommunClientWork::DrainInbox() {

@@ -38,6 +38,10 @@ public:
     // thousands of trigger-info reports at start-up cost one wake-up of the
     // worker's thread, not one each.
     void Post(const QByteArray& blocks);
+    // How long the worker lets frames gather after the first of a batch before
+    // it takes them; 0 takes them at the next turn of its event loop. Set
+    // before the worker's thread starts.
+    void setGatherMSecs(int msecs) { m_gatherMSecs = msecs; }
 
 Q_SIGNALS:
     void returnResult(QByteArray blocks);
@@ -47,6 +51,7 @@ public Q_SLOTS:
     void onRequestData(QByteArray blocks);
 
 private:
+    void ScheduleDrain();
     void DrainInbox();
     void EnsureSocket();
     void Connect();
@@ -78,4 +83,5 @@ private:
 
     QMutex m_inboxMutex;
     QVector<QByteArray> m_inbox;
+    int m_gatherMSecs = 0;
 };

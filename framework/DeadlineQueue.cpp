@@ -3,7 +3,14 @@
 #include "Clock.h"
 #include "Logger.h"
 
+#include <QSocketNotifier>
+
+#include <cerrno>
+
 #include <memory>
+
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 namespace {
 constexpr std::size_t kNotQueued = static_cast<std::size_t>(-1);
@@ -19,10 +26,16 @@ DeadlineQueue& DeadlineQueue::ForCurrentThread() {
     return *t_queue;
 }
 
-DeadlineQueue::DeadlineQueue() : m_wake(this) {
-    m_wake.setSingleShot(true);
-    m_wake.setTimerType(Qt::PreciseTimer);
-    connect(&m_wake, &QTimer::timeout, this, &DeadlineQueue::Recheck);
+DeadlineQueue::DeadlineQueue() : m_wakeFd(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+    if (m_wakeFd < 0) {
+        Logger::Error(
+            QString("The deadline queue cannot create its wake-up timer (errno %1); timer-mode runs "
+                    "will not start.")
+                .arg(errno));
+    } else {
+        m_wakeNotifier = std::make_unique<QSocketNotifier>(m_wakeFd, QSocketNotifier::Read);
+        connect(m_wakeNotifier.get(), &QSocketNotifier::activated, this, &DeadlineQueue::onWake);
+    }
     m_monotonic.start();
     TakeBaseline(Clock::nowMSecsSinceEpoch());
 }
@@ -31,6 +44,10 @@ DeadlineQueue::~DeadlineQueue() {
     for (const Entry& entry : m_heap) {
         entry.timer->m_queue = nullptr;
         entry.timer->m_heapIndex = kNotQueued;
+    }
+    m_wakeNotifier.reset();
+    if (m_wakeFd >= 0) {
+        ::close(m_wakeFd);
     }
 }
 
@@ -54,19 +71,20 @@ void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
         m_heap.push_back({dueMSecs, timer});
         SiftUp(timer->m_heapIndex);
     }
-    // Arming the Qt timer costs more than the heap; only a new head needs it.
+    // Arming the wake-up is a system call, dearer than the heap; only a new
+    // head needs it.
     if (m_expiring || (!wasEmpty && headDueMSecs() == headBefore)) {
         return;
     }
-    const qint64 now = Clock::nowMSecsSinceEpoch();
+    const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
     // An empty queue has not looked at the clock for a while, and the drift
     // since then is no step.
     if (wasEmpty) {
-        TakeBaseline(now);
+        TakeBaseline(nowUSecs / 1000);
     } else {
-        NoticeStep(now);
+        NoticeStep(nowUSecs / 1000);
     }
-    ArmWake(now);
+    ArmWake(nowUSecs);
 }
 
 void DeadlineQueue::Cancel(DeadlineTimer* timer) {
@@ -85,9 +103,9 @@ void DeadlineQueue::Cancel(DeadlineTimer* timer) {
     timer->m_queue = nullptr;
     timer->m_heapIndex = kNotQueued;
     if (wasHead && !m_expiring) {
-        const qint64 now = Clock::nowMSecsSinceEpoch();
-        NoticeStep(now);
-        ArmWake(now);
+        const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
+        NoticeStep(nowUSecs / 1000);
+        ArmWake(nowUSecs);
     }
 }
 
@@ -144,13 +162,40 @@ void DeadlineQueue::Swap(std::size_t a, std::size_t b) {
     m_heap[b].timer->m_heapIndex = b;
 }
 
-void DeadlineQueue::ArmWake(qint64 now) {
-    if (m_heap.empty()) {
-        m_wake.stop();
+// A zero it_value disarms a timerfd, so a head already due waits one
+// nanosecond: the wake then comes from the event loop's next turn, as a
+// zero-interval timer's would.
+void DeadlineQueue::ArmWake(qint64 nowUSecs) {
+    if (m_wakeFd < 0) {
         return;
     }
-    const qint64 wait = qBound<qint64>(0, m_heap.front().dueMSecs - now, kMaxSleepMSecs);
-    m_wake.start(static_cast<int>(wait));
+    itimerspec spec = {};
+    if (!m_heap.empty()) {
+        const qint64 waitUSecs =
+            qBound<qint64>(0, m_heap.front().dueMSecs * 1000 - nowUSecs, kMaxSleepMSecs * 1000);
+        spec.it_value.tv_sec = static_cast<time_t>(waitUSecs / 1000000);
+        spec.it_value.tv_nsec = static_cast<long>(waitUSecs % 1000000 * 1000);
+        if (waitUSecs == 0) {
+            spec.it_value.tv_nsec = 1;
+        }
+    }
+    ::timerfd_settime(m_wakeFd, 0, &spec, nullptr);
+}
+
+qint64 DeadlineQueue::sleepMSecs() const {
+    itimerspec spec = {};
+    if (m_wakeFd < 0 || ::timerfd_gettime(m_wakeFd, &spec) != 0 ||
+        (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0)) {
+        return -1;
+    }
+    return static_cast<qint64>(spec.it_value.tv_sec) * 1000 + spec.it_value.tv_nsec / 1000000;
+}
+
+void DeadlineQueue::onWake() {
+    quint64 expirations = 0;
+    while (::read(m_wakeFd, &expirations, sizeof expirations) > 0) {
+    }
+    Recheck();
 }
 
 void DeadlineQueue::TakeBaseline(qint64 wallMSecs) {
@@ -170,7 +215,8 @@ void DeadlineQueue::NoticeStep(qint64 wallMSecs) {
 }
 
 void DeadlineQueue::Recheck() {
-    const qint64 now = Clock::nowMSecsSinceEpoch();
+    const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
+    const qint64 now = nowUSecs / 1000;
     NoticeStep(now);
     // Each due timer moves on past now before any expires, so it expires once
     // here whatever the step, and what the handlers do to the queue meanwhile
@@ -187,7 +233,7 @@ void DeadlineQueue::Recheck() {
         SiftDown(0);
     }
     m_expiring = false;
-    ArmWake(now);
+    ArmWake(nowUSecs);
     m_inTimeouts = &expired;
     for (const Entry& entry : expired) {
         if (entry.timer != nullptr) {

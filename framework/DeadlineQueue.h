@@ -4,15 +4,22 @@
 
 #include <QElapsedTimer>
 #include <QObject>
-#include <QTimer>
 
+#include <memory>
 #include <vector>
+
+class QSocketNotifier;
 
 // One queue per thread for every DeadlineTimer of that thread: a binary
 // min-heap of wall-clock due instants, so arming, re-arming and stopping a
-// timer cost O(log N), served by a single Qt timer armed for the earliest.
+// timer cost O(log N), served by a single wake-up armed for the earliest.
 //
-// The Qt timer runs on the monotonic clock, which stops while the machine
+// The wake-up is a timerfd rather than a Qt timer: a Qt timer's wait is whole
+// milliseconds, measured from a truncated "now" and rounded up again by the
+// event loop's poll, which makes a run up to two milliseconds late; the timerfd
+// is armed to the microsecond of the due instant.
+//
+// It runs on the monotonic clock, which stops while the machine
 // sleeps and ignores steps of the wall clock. So the queue never sleeps more
 // than kMaxSleepMSecs without reading the wall clock again, and re-evaluates
 // the head on every wake: what became due fires at once (each timer once,
@@ -37,7 +44,7 @@ public:
     qint64 headDueMSecs() const;
     // How long the queue sleeps before it reads the wall clock again; -1 when
     // it has nothing to wait for.
-    qint64 sleepMSecs() const { return m_wake.remainingTime(); }
+    qint64 sleepMSecs() const;
 
 public Q_SLOTS:
     void Recheck();
@@ -54,14 +61,16 @@ private:
     void SiftDown(std::size_t index);
     void Swap(std::size_t a, std::size_t b);
     void RemoveAt(std::size_t index);
-    void ArmWake(qint64 now);
+    void ArmWake(qint64 nowUSecs);
+    void onWake();
     void TakeBaseline(qint64 wallMSecs);
     // Logs a move of the wall clock against the monotonic clock since the
     // queue last looked: a step either way, or a sleep.
     void NoticeStep(qint64 wallMSecs);
 
     std::vector<Entry> m_heap;
-    QTimer m_wake;
+    int m_wakeFd = -1;
+    std::unique_ptr<QSocketNotifier> m_wakeNotifier;
     QElapsedTimer m_monotonic;
     qint64 m_lookedWallMSecs = 0;
     qint64 m_lookedMonotonicMSecs = 0;

@@ -1,6 +1,7 @@
 #include "TaskScheduler.h"
 
 #include "framework/Clock.h"
+#include "framework/HeapTrimmer.h"
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
 #include "framework/LogText.h"
@@ -132,6 +133,9 @@ bool TaskScheduler::TriggerEvent(quint64 code) {
 }
 
 void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
+    // A reply ends the road of each command to the agent; a burst of them
+    // ends a burst of commands, whose memory is then given back.
+    HeapTrimmer::Note();
     if (blocks.isEmpty()) {
         Logger::Warn("Client request failed : return data is empty.");
         return;

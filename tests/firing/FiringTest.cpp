@@ -15,6 +15,7 @@
 #include "triggers/TimerFire.h"
 
 #include <QCoreApplication>
+#include <QMap>
 #include <QPointer>
 #include <QSet>
 #include <QTest>
@@ -61,6 +62,18 @@ protected:
     void Poll(const char* now) {
         Clock::freezeAt(At(now));
         QMetaObject::invokeMethod(&work(), "onAtTimerOut", Qt::DirectConnection);
+    }
+
+    // Plans p0... all due in the polled minute, and a pass that stops after its
+    // first slice.
+    void StartSlicedPass(int plans) {
+        for (int i = 0; i < plans; ++i) {
+            RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+        }
+        ASSERT_TRUE(manager.Init());
+        ASSERT_TRUE(manager.Start());
+        work().setPollSliceNSecs(0);
+        Poll("2026-03-10 08:30:00.200");
     }
 
     static TriggerFireManagerWork& work() { return TriggerFireManagerWork::Instance(); }
@@ -159,13 +172,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         SCOPED_TRACE(stopMidway);
         link->Clear();
         const int plans = 200;
-        for (int i = 0; i < plans; ++i) {
-            RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
-        }
-        ASSERT_TRUE(manager.Init());
-        ASSERT_TRUE(manager.Start());
-        work().setPollSliceNSecs(0);
-        Poll("2026-03-10 08:30:00.200");
+        ASSERT_NO_FATAL_FAILURE(StartSlicedPass(plans));
         const size_t afterFirstSlice = link->CommandsOfType(600).size();
         EXPECT_GT(afterFirstSlice, 0u);
         EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
@@ -189,6 +196,49 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         }
         manager.UnInit();
         registry->ClearTriggerObjects();
+    }
+}
+
+// Plan commands between two slices remove, replace and add fires, and the
+// additions grow the table past a rehash: the pass goes on by key, so no fire
+// is skipped, none runs twice, a removed one never runs and an added one runs
+// in the pass that follows.
+TEST_F(Firing, APassCutIntoSlicesSurvivesTheTableChangingUnderIt) {
+    const int plans = 100;
+    ASSERT_NO_FATAL_FAILURE(StartSlicedPass(plans));
+    QSet<QString> firedFirst;
+    for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {
+        firedFirst.insert(sent.planUuid);
+    }
+    QStringList waiting;
+    for (int i = 0; i < plans; ++i) {
+        if (!firedFirst.contains(QString("p%1").arg(i))) {
+            waiting << QString("p%1").arg(i);
+        }
+    }
+    ASSERT_GE(waiting.size(), 2);
+    const QString removed = waiting.at(0);
+    const QString replaced = waiting.at(1);
+    ASSERT_TRUE(TriggerFireManager::RemoveTriggerFire(removed, 2));
+    ASSERT_TRUE(TriggerFireManager::RemoveTriggerFire(replaced, 2));
+    ASSERT_NE(TriggerFireManager::NewTriggerFireCommand(registry->FindTriggerObject(replaced)), nullptr);
+    const int added = 300;
+    for (int i = 0; i < added; ++i) {
+        TriggerObject* late =
+            RegisterDue(QString("added%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+        ASSERT_NE(TriggerFireManager::NewTriggerFireCommand(late), nullptr);
+    }
+    const auto expected = static_cast<size_t>(plans - 1 + added);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return link->CommandsOfType(600).size() >= expected; }, 10000));
+    QTest::qWait(50);
+    QMap<QString, int> runs;
+    for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {
+        ++runs[sent.planUuid];
+    }
+    EXPECT_FALSE(runs.contains(removed));
+    EXPECT_EQ(runs.size(), static_cast<int>(expected));
+    for (auto it = runs.cbegin(); it != runs.cend(); ++it) {
+        EXPECT_EQ(it.value(), 1) << qPrintable(it.key());
     }
 }
 

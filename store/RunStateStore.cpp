@@ -81,6 +81,26 @@ RunStateStore* g_current = nullptr;
 QHash<QString, RunStateStore::Update> g_batch;
 std::chrono::steady_clock::time_point g_firstChange;
 
+// A later change of the same plan on top of the earlier ones.
+void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
+    if (change.removeFirst) {
+        u = change;
+        return;
+    }
+    if (change.run || change.schedule) {
+        u.triggerType = change.triggerType;
+    }
+    if (change.run) {
+        u.run = change.run;
+    }
+    if (change.schedule) {
+        u.schedule = change.schedule;
+    }
+    if (change.result) {
+        u.result = change.result;
+    }
+}
+
 // The connection's own SQLite handle: a batch of a hundred thousand rows
 // through QSqlQuery costs several microseconds a row in value conversions,
 // through the handle about one.
@@ -302,6 +322,7 @@ void RunStateStore::Close() {
     {
         std::lock_guard<std::mutex> writing(m_writeMutex);
         WriteTaken(last);
+        m_unwritten.clear();
     }
     CloseConnection();
 }
@@ -340,15 +361,29 @@ void RunStateStore::RunWriter() {
 }
 
 // The caller holds m_writeMutex.
-bool RunStateStore::WriteTaken(const QHash<QString, Update>& batch) {
-    if (batch.isEmpty() || m_handle == nullptr) {
+//
+// A batch that could not be written goes under the next one, so that a
+// passing failure (a full disk, another program writing the file) loses no
+// run. It is tried again with the next batch, Flush or Close, never in a loop
+// of its own.
+bool RunStateStore::WriteTaken(const QHash<QString, Update>& taken) {
+    if ((taken.isEmpty() && m_unwritten.isEmpty()) || m_handle == nullptr) {
         return m_lastWriteOk;
     }
-    m_lastWriteOk = WriteBatch(batch);
-    if (m_lastWriteOk) {
-        RefreshSummary(batch);
+    QHash<QString, Update> batch = taken;
+    if (!m_unwritten.isEmpty()) {
+        batch.swap(m_unwritten);
+        for (auto it = taken.constBegin(); it != taken.constEnd(); ++it) {
+            Apply(batch[it.key()], it.value());
+        }
     }
-    return m_lastWriteOk;
+    m_lastWriteOk = WriteBatch(batch);
+    if (!m_lastWriteOk) {
+        m_unwritten.swap(batch);
+        return false;
+    }
+    RefreshSummary(batch);
+    return true;
 }
 
 namespace {
@@ -536,23 +571,7 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
         g_firstChange = std::chrono::steady_clock::now();
         g_current->m_wake.notify_all();
     }
-    Update& u = g_batch[planUuid];
-    if (change.removeFirst) {
-        u = change;
-        return;
-    }
-    if (change.run || change.schedule) {
-        u.triggerType = change.triggerType;
-    }
-    if (change.run) {
-        u.run = change.run;
-    }
-    if (change.schedule) {
-        u.schedule = change.schedule;
-    }
-    if (change.result) {
-        u.result = change.result;
-    }
+    Apply(g_batch[planUuid], change);
 }
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,

@@ -70,7 +70,8 @@ public:
 
 Q_SIGNALS:
     // After a write that may have changed the summary; usually emitted on the
-    // writer thread, so receivers in other threads get it queued.
+    // writer thread, so receivers in other threads get it queued. It is
+    // emitted under the write lock: a receiver called directly must not Flush.
     void summaryChanged();
 
 private:
@@ -101,6 +102,7 @@ private:
     // in the order they were taken.
     std::mutex m_writeMutex;
     bool m_lastWriteOk = true;
+    QHash<QString, Update> m_unwritten;
     bool m_reportedWriteFailure = false;
 
     mutable std::mutex m_summaryMutex;

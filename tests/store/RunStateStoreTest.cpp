@@ -208,8 +208,9 @@ TEST(RunStateStore, CloseIsHarmlessWithoutAnOpenFile) {
     failed.Close();
 }
 
-// A write that fails says so once per streak, and the next batch tries again.
-TEST(RunStateStore, AFailingWriteIsSaidOncePerStreak) {
+// A write that fails says so once per streak, and what it could not write goes
+// with the next batch.
+TEST(RunStateStore, AFailingWriteIsSaidOncePerStreakAndLosesNothing) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
     RunStateStore store;
@@ -226,9 +227,16 @@ TEST(RunStateStore, AFailingWriteIsSaidOncePerStreak) {
     EXPECT_EQ(log.CountContaining("could not be written"), 1);
     ASSERT_TRUE(other.Exec("ROLLBACK"));
     EXPECT_FALSE(fails("plan-2"));
+    EXPECT_EQ(Rows(path).size(), 3);
+
     ASSERT_TRUE(other.Exec("BEGIN EXCLUSIVE"));
-    EXPECT_TRUE(fails("plan-0"));
+    RunStateStore::RecordRemoval("plan-1");
+    EXPECT_FALSE(store.Flush());
     EXPECT_EQ(log.CountContaining("could not be written"), 2);
+    ASSERT_TRUE(other.Exec("ROLLBACK"));
+    store.Close();
+    EXPECT_EQ(Rows(path),
+              (QStringList{"plan-0 2026-03-11 08:00:00 0 - - -", "plan-2 2026-03-11 08:00:00 0 - - -"}));
 }
 
 TEST(RunStateStore, FollowsTheEarliestNextStart) {

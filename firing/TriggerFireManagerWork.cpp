@@ -107,7 +107,7 @@ bool TriggerFireManagerWork::Init() {
             m_dateTimeFires = new QHash<QString, TriggerFire*>();
         }
         m_pollIdleUntilMSecs = 0;
-        m_passOpen = false;
+        EndPassLocked();
     }
     {
         QMutexLocker locker(&m_eventMutex);
@@ -306,7 +306,7 @@ bool TriggerFireManagerWork::StartAllTriggerFires() {
 void TriggerFireManagerWork::StopAllTriggerFires() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
-        m_passOpen = false;
+        EndPassLocked();
         if (m_dateTimeFires != nullptr) {
             for (TriggerFire* fire : qAsConst(*m_dateTimeFires)) {
                 if (fire == nullptr) {
@@ -363,7 +363,7 @@ void TriggerFireManagerWork::DeleteAllTriggerFires() {
             }
             m_dateTimeFires->clear();
         }
-        m_passOpen = false;
+        EndPassLocked();
     }
     QMutexLocker locker(&m_eventMutex);
     if (m_eventFires != nullptr) {
@@ -399,6 +399,13 @@ void TriggerFireManagerWork::onAtTimerOut() {
     RunPollSliceLocked();
 }
 
+void TriggerFireManagerWork::EndPassLocked() {
+    if (m_passOpen) {
+        m_passOpen = false;
+        RunStateStore::HoldBatch(false);
+    }
+}
+
 void TriggerFireManagerWork::ContinuePollPass() {
     QMutexLocker locker(&m_dateTimeMutex);
     m_sliceScheduled = false;
@@ -409,10 +416,11 @@ void TriggerFireManagerWork::ContinuePollPass() {
 
 void TriggerFireManagerWork::RunPollSliceLocked() {
     if (PollSliceLocked()) {
-        m_passOpen = false;
+        EndPassLocked();
         m_pollIdleUntilMSecs = m_passEarliestDueMSecs;
         return;
     }
+    RunStateStore::HoldBatch(true);
     if (!m_sliceScheduled) {
         m_sliceScheduled = true;
         // A short pause rather than a posted call, so that a plan command

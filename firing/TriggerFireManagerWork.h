@@ -80,6 +80,9 @@ private:
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void ContinuePollPass();
     void RunPollSliceLocked();
+    // Closes the open pass, if any, and lets the run state write what it
+    // held back for the pass.
+    void EndPassLocked();
     bool PollSliceLocked();
     bool PollFirstSliceLocked(QElapsedTimer& slice);
     bool PollLaterSliceLocked(QElapsedTimer& slice);

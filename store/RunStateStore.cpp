@@ -80,6 +80,7 @@ std::mutex g_mutex;
 RunStateStore* g_current = nullptr;
 QHash<QString, RunStateStore::Update> g_batch;
 std::chrono::steady_clock::time_point g_firstChange;
+bool g_held = false;
 
 // A later change of the same plan on top of the earlier ones.
 void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
@@ -346,7 +347,7 @@ void RunStateStore::RunWriter() {
     ::pthread_setname_np(::pthread_self(), "state-writer");
     std::unique_lock<std::mutex> lock(g_mutex);
     while (!m_stopping) {
-        if (g_current != this || g_batch.isEmpty()) {
+        if (g_current != this || g_batch.isEmpty() || g_held) {
             m_wake.wait(lock);
             continue;
         }
@@ -559,6 +560,14 @@ void RunStateStore::RefreshSummary(const QHash<QString, Update>& batch) {
     if (changed) {
         Publish(summary);
         Q_EMIT summaryChanged();
+    }
+}
+
+void RunStateStore::HoldBatch(bool held) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_held = held;
+    if (!held && g_current != nullptr) {
+        g_current->m_wake.notify_all();
     }
 }
 

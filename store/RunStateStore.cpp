@@ -571,6 +571,11 @@ void RunStateStore::HoldBatch(bool held) {
     }
 }
 
+bool RunStateStore::BatchHeld() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_held;
+}
+
 void RunStateStore::Merge(const QString& planUuid, const Update& change) {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (g_current == nullptr) {

@@ -73,6 +73,7 @@ public:
     // million plans written every 100 ms instead took a thousand
     // transactions, each rewriting pages all over the file.
     static void HoldBatch(bool held);
+    static bool BatchHeld();
 
 Q_SIGNALS:
     // After a write that may have changed the summary; usually emitted on the

@@ -9,6 +9,7 @@
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/ConfigReader.h"
 #include "framework/DeadlineQueue.h"
+#include "store/RunStateStore.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
@@ -176,8 +177,11 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         const size_t afterFirstSlice = link->CommandsOfType(600).size();
         EXPECT_GT(afterFirstSlice, 0u);
         EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
+        // The pass's run state goes in one transaction, when the pass ends.
+        EXPECT_TRUE(RunStateStore::BatchHeld());
         if (stopMidway) {
             manager.Stop();
+            EXPECT_FALSE(RunStateStore::BatchHeld());
             QTest::qWait(50);
             EXPECT_EQ(link->CommandsOfType(600).size(), afterFirstSlice);
         } else {
@@ -192,6 +196,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
             }
             EXPECT_EQ(fired.size(), plans + 1);
             EXPECT_EQ(link->CommandsOfType(600).size(), static_cast<size_t>(plans + 1));
+            EXPECT_TRUE(QTest::qWaitFor([] { return !RunStateStore::BatchHeld(); }, 10000));
             manager.Stop();
         }
         manager.UnInit();

@@ -372,3 +372,21 @@ TEST(RunStateStore, TakesAtMost200BytesPerPlan) {
     EXPECT_LE(bytes / kPlans, 200) << bytes;
 }
 } // namespace
+
+namespace {
+// A held batch is not written, however long it waits; released, it goes at once.
+TEST(RunStateStore, AHeldBatchWaitsForItsRelease) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(2)));
+    RunStateStore::HoldBatch(true);
+    RunStateStore::RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
+    QTest::qWait(RunStateStore::kBatchMSecs * 3);
+    RunStateStore::RecordSchedule("plan-1", 2, "2026-03-11 09:00:00", 0);
+    QTest::qWait(RunStateStore::kBatchMSecs * 3);
+    EXPECT_TRUE(Rows(path).isEmpty());
+    RunStateStore::HoldBatch(false);
+    EXPECT_TRUE(WaitWithoutEvents([&] { return Rows(path).size() == 2; }));
+}
+} // namespace

@@ -15,6 +15,8 @@
 #include <pthread.h>
 #include <sqlite3.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -355,8 +357,14 @@ void RunStateStore::RunWriter() {
         if (m_wake.wait_until(lock, due, [this] { return m_stopping; })) {
             return;
         }
+        const int rows = g_batch.size();
         lock.unlock();
         Flush();
+        // A batch as large as a start-up's leaves its pages resident for good
+        // unless the heap is asked to give them back.
+        if (rows >= kTrimRows) {
+            malloc_trim(0);
+        }
         lock.lock();
     }
 }

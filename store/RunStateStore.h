@@ -26,6 +26,8 @@ class RunStateStore : public QObject {
 public:
     static constexpr int kBatchMSecs = 100;
     static constexpr int kSchemaVersion = 1;
+    // Rows of a batch after whose write the heap returns its free pages.
+    static constexpr int kTrimRows = 10000;
 
     // What the state file knew of a plan when the service started.
     struct StoredRun {

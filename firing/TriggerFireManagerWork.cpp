@@ -288,7 +288,17 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     return 2;
 }
 
+// Starting a timer fire records its schedule: a start-up's schedules go in one
+// transaction, as a poll pass's do, instead of one every 100 ms all over the
+// file while the fires start.
 bool TriggerFireManagerWork::StartAllTriggerFires() {
+    RunStateStore::HoldBatch(true);
+    const bool started = StartAllTriggerFiresHeld();
+    RunStateStore::HoldBatch(false);
+    return started;
+}
+
+bool TriggerFireManagerWork::StartAllTriggerFiresHeld() {
     const auto finished = [this](TriggerFire* fire) { return StartTriggerFire(fire) == 2; };
     {
         QMutexLocker locker(&m_dateTimeMutex);

@@ -79,6 +79,7 @@ private:
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
     bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
     void ContinuePollPass();
+    bool StartAllTriggerFiresHeld();
     void RunPollSliceLocked();
     // Closes the open pass, if any, and lets the run state write what it
     // held back for the pass.

@@ -71,9 +71,9 @@ public:
     static void RecordRemoval(const QString& planUuid);
     // While held, the batch grows instead of being written; released, it is
     // written at once if its time has come. A poll pass cut into slices holds
-    // it, so that the pass's changes go in one transaction: a first poll of a
-    // million plans written every 100 ms instead took a thousand
-    // transactions, each rewriting pages all over the file.
+    // it, and so does the start of all fires, so that their changes go in one
+    // transaction: a start-up of a million plans written every 100 ms took
+    // hundreds of transactions, each rewriting pages all over the file.
     static void HoldBatch(bool held);
     static bool BatchHeld();
 

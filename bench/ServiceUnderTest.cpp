@@ -9,6 +9,7 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,6 +24,10 @@ qint64 LineTimeMSecs(const QByteArray& line) {
     const QDateTime stamp =
         QDateTime::fromString(QString::fromLatin1(line.left(23)), "yyyy-MM-dd hh:mm:ss.zzz");
     return stamp.isValid() ? stamp.toMSecsSinceEpoch() : 0;
+}
+quint64 InodeOf(const QString& path) {
+    struct stat info = {};
+    return ::stat(path.toLocal8Bit().constData(), &info) == 0 ? static_cast<quint64>(info.st_ino) : 0;
 }
 } // namespace
 
@@ -66,18 +71,34 @@ bool ServiceUnderTest::HasExited() {
     return false;
 }
 
-void ServiceUnderTest::ScanLog() {
-    QFile file(m_folder + "/log/schedulerservice.log");
+// The log rolls every few megabytes, which at a million plans is many times a
+// second: what the scan had not read of the file before it rolled is read from
+// its first rolled name, so that no line is missed.
+QByteArray ServiceUnderTest::NewLogText() {
+    const QString path = m_folder + "/log/schedulerservice.log";
+    QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        return;
+        return QByteArray();
     }
-    if (file.size() < m_logOffset) {
+    QByteArray text;
+    const quint64 inode = InodeOf(path);
+    if (inode != m_logInode) {
+        QFile rolled(path + ".1");
+        if (m_logInode != 0 && InodeOf(rolled.fileName()) == m_logInode && rolled.open(QIODevice::ReadOnly) &&
+            rolled.seek(m_logOffset)) {
+            text = rolled.readAll();
+        }
+        m_logInode = inode;
         m_logOffset = 0;
-        m_logTail.clear();
     }
     file.seek(m_logOffset);
-    const QByteArray text = m_logTail + file.readAll();
+    text += file.readAll();
     m_logOffset = file.pos();
+    return text;
+}
+
+void ServiceUnderTest::ScanLog() {
+    const QByteArray text = m_logTail + NewLogText();
     const int lastBreak = text.lastIndexOf('\n');
     m_logTail = text.mid(lastBreak + 1);
     if (m_commandPort == 0) {

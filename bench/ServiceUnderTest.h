@@ -42,10 +42,12 @@ public:
 
 private:
     qint64 TaskCpuNanos(const QString& task) const;
+    QByteArray NewLogText();
     QString m_folder;
     pid_t m_pid = 0;
     qint64 m_spawnedAtMSecs = 0;
     qint64 m_logOffset = 0;
+    quint64 m_logInode = 0;
     QByteArray m_logTail;
     qint64 m_startSuccessMSecs = -1;
     std::atomic<quint16> m_commandPort{0};

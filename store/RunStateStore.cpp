@@ -80,7 +80,12 @@ std::atomic<int> g_connectionSequence{0};
 // records and by the open store's writer thread, which waits on this lock.
 std::mutex g_mutex;
 RunStateStore* g_current = nullptr;
-QHash<QString, RunStateStore::Update> g_batch;
+// The changes in the order they were recorded, merged per plan only when
+// they are written. Kept in one block rather than a node per plan: a start-up
+// holds a change for every plan until its pass ends, and nodes freed among the
+// strings made meanwhile would leave the heap too holed to give back.
+using Change = std::pair<QString, RunStateStore::Update>;
+std::vector<Change> g_changes;
 std::chrono::steady_clock::time_point g_firstChange;
 bool g_held = false;
 
@@ -159,7 +164,7 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         g_current = this;
-        g_batch.clear();
+        g_changes.clear();
         m_stopping = false;
     }
     m_writer = std::thread([this] { RunWriter(); });
@@ -309,12 +314,12 @@ void RunStateStore::Publish(const Summary& summary) {
 // What was recorded before recording stopped is written here, after the
 // writer has ended, so that nothing is left between the two.
 void RunStateStore::Close() {
-    QHash<QString, Update> last;
+    std::vector<Change> last;
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         if (g_current == this) {
             g_current = nullptr;
-            last.swap(g_batch);
+            last.swap(g_changes);
         }
         m_stopping = true;
     }
@@ -324,7 +329,7 @@ void RunStateStore::Close() {
     }
     {
         std::lock_guard<std::mutex> writing(m_writeMutex);
-        WriteTaken(last);
+        WriteTaken(Merged(last));
         m_unwritten.clear();
     }
     CloseConnection();
@@ -332,14 +337,14 @@ void RunStateStore::Close() {
 
 bool RunStateStore::Flush() {
     std::lock_guard<std::mutex> writing(m_writeMutex);
-    QHash<QString, Update> batch;
+    std::vector<Change> changes;
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         if (g_current == this) {
-            batch.swap(g_batch);
+            changes.swap(g_changes);
         }
     }
-    return WriteTaken(batch);
+    return WriteTaken(Merged(changes));
 }
 
 // Waits for a batch's first change, then for kBatchMSecs or Close, whichever
@@ -349,7 +354,7 @@ void RunStateStore::RunWriter() {
     ::pthread_setname_np(::pthread_self(), "state-writer");
     std::unique_lock<std::mutex> lock(g_mutex);
     while (!m_stopping) {
-        if (g_current != this || g_batch.isEmpty() || g_held) {
+        if (g_current != this || g_changes.empty() || g_held) {
             m_wake.wait(lock);
             continue;
         }
@@ -357,7 +362,7 @@ void RunStateStore::RunWriter() {
         if (m_wake.wait_until(lock, due, [this] { return m_stopping; })) {
             return;
         }
-        const int rows = g_batch.size();
+        const size_t rows = g_changes.size();
         lock.unlock();
         Flush();
         // A batch as large as a start-up's leaves its pages resident for good
@@ -579,6 +584,15 @@ void RunStateStore::HoldBatch(bool held) {
     }
 }
 
+QHash<QString, RunStateStore::Update> RunStateStore::Merged(const std::vector<Change>& changes) {
+    QHash<QString, Update> batch;
+    batch.reserve(static_cast<int>(changes.size()));
+    for (const Change& change : changes) {
+        Apply(batch[change.first], change.second);
+    }
+    return batch;
+}
+
 bool RunStateStore::BatchHeld() {
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_held;
@@ -589,11 +603,11 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
     if (g_current == nullptr) {
         return;
     }
-    if (g_batch.isEmpty()) {
+    if (g_changes.empty()) {
         g_firstChange = std::chrono::steady_clock::now();
         g_current->m_wake.notify_all();
     }
-    Apply(g_batch[planUuid], change);
+    g_changes.emplace_back(planUuid, change);
 }
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,

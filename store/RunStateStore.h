@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 struct sqlite3;
 
@@ -27,7 +29,7 @@ public:
     static constexpr int kBatchMSecs = 100;
     static constexpr int kSchemaVersion = 1;
     // Rows of a batch after whose write the heap returns its free pages.
-    static constexpr int kTrimRows = 10000;
+    static constexpr size_t kTrimRows = 10000;
 
     // What the state file knew of a plan when the service started.
     struct StoredRun {
@@ -95,6 +97,7 @@ private:
     void RefreshSummary(const QHash<QString, Update>& batch);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
+    static QHash<QString, Update> Merged(const std::vector<std::pair<QString, Update>>& changes);
 
     QString m_path;
     QString m_connectionName;

@@ -569,6 +569,9 @@ TEST_F(Firing, ALogonFiresEveryPlanWaitingForIt) {
     EXPECT_TRUE(TriggerFireManager::FireEventTrigger(261));
     EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("a", 257));
     EXPECT_EQ(work().EventFireCount(257), 1);
+    EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("lock", 259));
+    EXPECT_EQ(work().EventFireCount(259), 0);
+    EXPECT_EQ(work().EventFireCount(257), 1);
 }
 
 TEST_F(Firing, NoTablesNoFiring) {

@@ -5,10 +5,9 @@
 #include "framework/CommandBuilder.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
-#include "framework/RequestCommand.h"
-#include "framework/RequestTriggerExecuteInfoData.h"
 #include "framework/WireFormat.h"
 #include "store/RunStateStore.h"
+#include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
 
 namespace {
@@ -16,29 +15,27 @@ namespace {
 // execute-trigger goes to the agent, a schedule when its trigger-info does.
 // An execute-trigger carries the start it runs for; an event's carries none and
 // runs for the moment it is handed.
-void RecordHanded(const CommCommand* command) {
-    const quint64 type = command->getCommandType();
-    const auto* request = dynamic_cast<const RequestCommand*>(command);
-    if (request == nullptr || (type != CommandTypes::kExecuteTrigger && type != CommandTypes::kTriggerInfo)) {
+void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
+                  quint64 endFlag) {
+    if (commandType == CommandTypes::kTriggerInfo) {
+        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
         return;
     }
-    RequestTriggerExecuteInfoData data;
-    CommandBuilder::BytearrayToData(request->getRfrnRequestData(), &data);
-    if (type == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(command->getPlanUuid(), command->getTriggerType(),
-                                      data.getTriggerEndFlag() != 0 ? QString() : data.getNextStartTime(),
-                                      data.getTriggerEndFlag());
+    if (commandType != CommandTypes::kExecuteTrigger) {
         return;
     }
     const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
-    const QString due = data.getNextStartTime().isEmpty()
-                            ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))
-                            : data.getNextStartTime();
-    RunStateStore::RecordRun(command->getPlanUuid(), command->getTriggerType(), due, nowMSecs);
+    const QString due =
+        nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
+    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
 }
 } // namespace
 
-SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
+// The recorder stays set: it only records into the run state, which ignores
+// records while no store is open.
+SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {
+    JobTask::SetHandedRecorder(&RecordHanded);
+}
 
 SchedulerClientCommunManager::~SchedulerClientCommunManager() {
     Stop();
@@ -127,7 +124,6 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
                 .arg(WireFormat::kMaxFramePayload));
         return;
     }
-    RecordHanded(command);
     if (command->getCommandType() == CommandTypes::kTriggerInfo) {
         Q_EMIT refreshRequestCommand(bytes);
     } else {

@@ -9,7 +9,16 @@
 #include "framework/RequestCommand.h"
 #include "framework/RequestTriggerExecuteInfoData.h"
 
+#include <atomic>
 #include <memory>
+
+namespace {
+std::atomic<JobTask::HandedRecorder> g_handedRecorder{nullptr};
+} // namespace
+
+void JobTask::SetHandedRecorder(HandedRecorder recorder) {
+    g_handedRecorder.store(recorder);
+}
 
 bool JobTask::FireJob(TriggerObject* object) {
     return SendCopy(object, CommandTypes::kExecuteTrigger);
@@ -47,6 +56,14 @@ bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     data.setNextStartTime(owned->getNextStartTime());
     data.setTriggerEndFlag(owned->getObjectTriggerAttribute().getTriggerEndFlag());
     CommandBuilder::DataToBytearray(&data, command->getRfrnRequestData());
+    const QString planUuid = owned->getPlanUuid();
+    const quint64 triggerType = owned->getObjectTriggerAttribute().getTriggerType();
     owned.reset();
-    return ClientCommunManager::RequestCommunCommand(std::move(built));
+    if (!ClientCommunManager::RequestCommunCommand(std::move(built))) {
+        return false;
+    }
+    if (const HandedRecorder recorder = g_handedRecorder.load()) {
+        recorder(planUuid, commandType, triggerType, data.getNextStartTime(), data.getTriggerEndFlag());
+    }
+    return true;
 }

@@ -108,10 +108,14 @@ private:
 };
 
 // The command server takes any free port and logs it.
+// The log is kept whole for the run: a million plans fill the default five
+// files of 10 MiB many times over, and the lines the run reads would roll away
+// between two reads.
 void WriteConfig(const QString& path, quint16 agentPort, bool timerMode) {
     QFile file(path);
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(QString("[Communication]\nAgentPort=%1\nSchedulerPort=0\n[Scheduler]\nDateTimeFireType=%2\n")
+    file.write(QString("[Communication]\nAgentPort=%1\nSchedulerPort=0\n[Scheduler]\nDateTimeFireType=%2\n"
+                       "[Log]\nMaxFileMiB=4096\n")
                    .arg(agentPort)
                    .arg(timerMode ? 1 : 0)
                    .toUtf8());

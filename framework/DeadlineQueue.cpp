@@ -169,26 +169,26 @@ void DeadlineQueue::ArmWake(qint64 nowUSecs) {
     if (m_wakeFd < 0) {
         return;
     }
-    itimerspec spec = {};
+    itimerspec setting = {};
     if (!m_heap.empty()) {
         const qint64 waitUSecs =
             qBound<qint64>(0, m_heap.front().dueMSecs * 1000 - nowUSecs, kMaxSleepMSecs * 1000);
-        spec.it_value.tv_sec = static_cast<time_t>(waitUSecs / 1000000);
-        spec.it_value.tv_nsec = static_cast<long>(waitUSecs % 1000000 * 1000);
+        setting.it_value.tv_sec = static_cast<time_t>(waitUSecs / 1000000);
+        setting.it_value.tv_nsec = static_cast<long>(waitUSecs % 1000000 * 1000);
         if (waitUSecs == 0) {
-            spec.it_value.tv_nsec = 1;
+            setting.it_value.tv_nsec = 1;
         }
     }
-    ::timerfd_settime(m_wakeFd, 0, &spec, nullptr);
+    ::timerfd_settime(m_wakeFd, 0, &setting, nullptr);
 }
 
 qint64 DeadlineQueue::sleepMSecs() const {
-    itimerspec spec = {};
-    if (m_wakeFd < 0 || ::timerfd_gettime(m_wakeFd, &spec) != 0 ||
-        (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0)) {
+    itimerspec setting = {};
+    if (m_wakeFd < 0 || ::timerfd_gettime(m_wakeFd, &setting) != 0 ||
+        (setting.it_value.tv_sec == 0 && setting.it_value.tv_nsec == 0)) {
         return -1;
     }
-    return static_cast<qint64>(spec.it_value.tv_sec) * 1000 + spec.it_value.tv_nsec / 1000000;
+    return static_cast<qint64>(setting.it_value.tv_sec) * 1000 + setting.it_value.tv_nsec / 1000000;
 }
 
 void DeadlineQueue::onWake() {

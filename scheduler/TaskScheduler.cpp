@@ -1,9 +1,9 @@
 #include "TaskScheduler.h"
 
 #include "framework/Clock.h"
-#include "framework/HeapTrimmer.h"
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
+#include "framework/HeapTrimmer.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"

@@ -413,6 +413,7 @@ void TriggerFireManagerWork::onAtTimerOut() {
         return;
     }
     m_passOpen = true;
+    RunStateStore::HoldBatch(true);
     m_passKeys.clear();
     m_passKeyIndex = 0;
     m_passEarliestDueMSecs = std::numeric_limits<qint64>::max();
@@ -440,7 +441,6 @@ void TriggerFireManagerWork::RunPollSliceLocked() {
         m_pollIdleUntilMSecs = m_passEarliestDueMSecs;
         return;
     }
-    RunStateStore::HoldBatch(true);
     if (!m_sliceScheduled) {
         m_sliceScheduled = true;
         // A short pause rather than a posted call, so that a plan command
@@ -453,8 +453,8 @@ void TriggerFireManagerWork::RunPollSliceLocked() {
 bool TriggerFireManagerWork::PollSliceLocked() {
     QElapsedTimer slice;
     slice.start();
-    const bool done = m_passKeyIndex == 0 && m_passKeys.isEmpty() ? PollFirstSliceLocked(slice)
-                                                                  : PollLaterSliceLocked(slice);
+    // Only a pass cut short has keys left to visit.
+    const bool done = m_passKeys.isEmpty() ? PollFirstSliceLocked(slice) : PollLaterSliceLocked(slice);
     if (done) {
         m_passKeys.clear();
         m_passKeys.squeeze();

@@ -82,7 +82,7 @@ private:
     bool StartAllTriggerFiresHeld();
     void RunPollSliceLocked();
     // Closes the open pass, if any, and lets the run state write what it
-    // held back for the pass.
+    // held for the pass.
     void EndPassLocked();
     bool PollSliceLocked();
     bool PollFirstSliceLocked(QElapsedTimer& slice);
@@ -111,8 +111,9 @@ private:
     // removal may rehash it), so a pass cut short keeps the keys it has still
     // to visit and goes on by key: a plan removed meanwhile is skipped, one
     // replaced is polled in its new fire, one added waits for the next pass,
-    // which comes at once. All
-    // guarded by m_dateTimeMutex.
+    // which comes at once. A pass holds the run state's batch until it ends,
+    // so that its changes go in one transaction. All guarded by
+    // m_dateTimeMutex.
     bool m_passOpen = false;
     QVector<QString> m_passKeys;
     int m_passKeyIndex = 0;

@@ -76,15 +76,7 @@ void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
     if (m_expiring || (!wasEmpty && headDueMSecs() == headBefore)) {
         return;
     }
-    const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
-    // An empty queue has not looked at the clock for a while, and the drift
-    // since then is no step.
-    if (wasEmpty) {
-        TakeBaseline(nowUSecs / 1000);
-    } else {
-        NoticeStep(nowUSecs / 1000);
-    }
-    ArmWake(nowUSecs);
+    LookAndArm(wasEmpty);
 }
 
 void DeadlineQueue::Cancel(DeadlineTimer* timer) {
@@ -103,9 +95,7 @@ void DeadlineQueue::Cancel(DeadlineTimer* timer) {
     timer->m_queue = nullptr;
     timer->m_heapIndex = kNotQueued;
     if (wasHead && !m_expiring) {
-        const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
-        NoticeStep(nowUSecs / 1000);
-        ArmWake(nowUSecs);
+        LookAndArm(false);
     }
 }
 
@@ -160,6 +150,18 @@ void DeadlineQueue::Swap(std::size_t a, std::size_t b) {
     std::swap(m_heap[a], m_heap[b]);
     m_heap[a].timer->m_heapIndex = a;
     m_heap[b].timer->m_heapIndex = b;
+}
+
+// An empty queue has not looked at the clock for a while, and the drift since
+// then is no step.
+void DeadlineQueue::LookAndArm(bool wasEmpty) {
+    const qint64 nowUSecs = Clock::nowUSecsSinceEpoch();
+    if (wasEmpty) {
+        TakeBaseline(nowUSecs / 1000);
+    } else {
+        NoticeStep(nowUSecs / 1000);
+    }
+    ArmWake(nowUSecs);
 }
 
 // A zero it_value disarms a timerfd, so a head already due waits one

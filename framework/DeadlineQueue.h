@@ -61,6 +61,9 @@ private:
     void SiftDown(std::size_t index);
     void Swap(std::size_t a, std::size_t b);
     void RemoveAt(std::size_t index);
+    // Reads the wall clock, notes a step since the last look, and arms the
+    // wake-up for the head.
+    void LookAndArm(bool wasEmpty);
     void ArmWake(qint64 nowUSecs);
     void onWake();
     void TakeBaseline(qint64 wallMSecs);

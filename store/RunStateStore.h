@@ -72,8 +72,8 @@ public:
     static void RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs);
     static void RecordRemoval(const QString& planUuid);
     // While held, the batch grows instead of being written; released, it is
-    // written at once if its time has come. A poll pass cut into slices holds
-    // it, and so does the start of all fires, so that their changes go in one
+    // written at once if its time has come. A poll pass holds it, and so does
+    // the start of all fires, so that their changes go in one
     // transaction: a start-up of a million plans written every 100 ms took
     // hundreds of transactions, each rewriting pages all over the file.
     static void HoldBatch(bool held);

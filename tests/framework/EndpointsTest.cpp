@@ -225,6 +225,13 @@ TEST(CommunServer, RefusesNonLoopbackAddressesUnlessAllowed) {
 }
 
 // The worker on its own thread, aimed at the agent's port on loopback.
+// A stand-in agent keeps each frame it receives, as text.
+void RecordFrames(CommunServer& agent, QStringList& received) {
+    QObject::connect(
+        &agent, &CommunServer::incomingBlockData, &agent,
+        [&received](quint64, quint64, QByteArray bytes) { received << QString::fromUtf8(bytes); });
+}
+
 void StartWorkerToward(CommunClientWork& work, QThread& thread, quint16 port) {
     CommunAttribute attribute;
     attribute.setProtocolType(2);
@@ -253,9 +260,7 @@ TEST(CommunClientWork, BuffersWhileDisconnectedAndDeliversInOrderAfterReconnect)
 
     CommunServer agent;
     QStringList received;
-    QObject::connect(
-        &agent, &CommunServer::incomingBlockData, &agent,
-        [&received](quint64, quint64, QByteArray bytes) { received << QString::fromUtf8(bytes); });
+    RecordFrames(agent, received);
     ASSERT_TRUE(agent.StartOnDescriptor(port.Listen()));
     EXPECT_TRUE(QTest::qWaitFor([&received] { return received.size() == 20; }, 10000));
     for (int i = 0; i < received.size(); ++i) {
@@ -270,9 +275,7 @@ TEST(CommunClientWork, FramesPostedFromAnotherThreadArriveOnceEachInOrder) {
     ReservedPort port;
     CommunServer agent;
     QStringList received;
-    QObject::connect(
-        &agent, &CommunServer::incomingBlockData, &agent,
-        [&received](quint64, quint64, QByteArray bytes) { received << QString::fromUtf8(bytes); });
+    RecordFrames(agent, received);
     ASSERT_TRUE(agent.StartOnDescriptor(port.Listen()));
 
     QThread thread;

@@ -21,6 +21,9 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 BUILD_DIR=${BUILD_DIR:-build}
-cmake -S . -B "$BUILD_DIR" -G Ninja "$@" > /dev/null
+# A compiler cache, where one is installed, makes rebuilds in several work trees cheap.
+LAUNCHER=()
+command -v ccache > /dev/null && LAUNCHER=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S . -B "$BUILD_DIR" -G Ninja "${LAUNCHER[@]}" "$@" > /dev/null
 # shellcheck disable=SC2086
 cmake --build "$BUILD_DIR" ${TARGETS:+--target $TARGETS}

@@ -2,7 +2,7 @@
 
 #include "framework/ClientCommunManager.h"
 #include "framework/CommunClientWork.h"
-#include "framework/ServiceThread.h"
+#include "platform/ServiceThread.h"
 
 // The client link to the agent: trigger-info commands (601) go through the
 // refresh worker, every other command through the control worker, each on its

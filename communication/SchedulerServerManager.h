@@ -6,8 +6,8 @@
 #include "framework/PackageMailbox.h"
 #include "framework/PeerAccessPolicy.h"
 #include "framework/ResultCommand.h"
-#include "framework/ServiceThread.h"
 #include "framework/SocketCommandPackage.h"
+#include "platform/ServiceThread.h"
 
 #include <memory>
 

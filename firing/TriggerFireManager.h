@@ -1,7 +1,7 @@
 #pragma once
 
-#include "framework/LocalZoneWatch.h"
 #include "store/RunStateStore.h"
+#include "timing/LocalZoneWatch.h"
 
 #include <QObject>
 #include <QTimer>

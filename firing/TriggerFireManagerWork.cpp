@@ -2,12 +2,11 @@
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
-#include "framework/DeadlineQueue.h"
-#include "framework/HeapTrimmer.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
+#include "timing/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/CalendarSchedule.h"
 #include "triggers/EventerFire.h"

@@ -1,7 +1,5 @@
 #include "CommunProducerConsumerManager.h"
 
-#include "SignalStack.h"
-
 #include <pthread.h>
 
 namespace {
@@ -9,7 +7,8 @@ QMutex g_liveMutex;
 CommunProducerConsumerManager* g_live = nullptr;
 } // namespace
 
-CommunProducerConsumerManager::CommunProducerConsumerManager(QObject* parent) : QObject(parent) {
+CommunProducerConsumerManager::CommunProducerConsumerManager(ThreadStart threadStart, QObject* parent)
+    : QObject(parent), m_threadStart(std::move(threadStart)) {
     QMutexLocker locker(&g_liveMutex);
     g_live = this;
 }
@@ -34,7 +33,9 @@ bool CommunProducerConsumerManager::Start() {
     }
     m_running = true;
     m_consumer = std::thread([this] {
-        SignalStack stack;
+        if (m_threadStart) {
+            m_threadStart();
+        }
         ::pthread_setname_np(::pthread_self(), "command-queue");
         ConsumeLoop();
     });

@@ -8,6 +8,7 @@
 #include <QWaitCondition>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <thread>
@@ -20,7 +21,11 @@ class CommunProducerConsumerManager : public QObject {
 public:
     static constexpr size_t kCapacity = 10000;
 
-    explicit CommunProducerConsumerManager(QObject* parent = nullptr);
+    // Runs first on the consumer thread, for what the process wants of every
+    // thread it starts (an alternate signal stack for crash reports).
+    using ThreadStart = std::function<void()>;
+
+    explicit CommunProducerConsumerManager(ThreadStart threadStart = {}, QObject* parent = nullptr);
     ~CommunProducerConsumerManager() override;
 
     bool Init();
@@ -48,5 +53,6 @@ private:
     std::deque<std::unique_ptr<SocketCommandPackage>> m_packages;
     std::map<quint64, std::unique_ptr<PackageMailbox>> m_receivers;
     bool m_running = false;
+    ThreadStart m_threadStart;
     std::thread m_consumer;
 };

@@ -1,6 +1,6 @@
 #include "CTestBackupOperationThread.h"
 
-#include "framework/SignalStack.h"
+#include "platform/SignalStack.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -4,7 +4,7 @@
 #include "SignalBridge.h"
 #include "SystemdUnit.h"
 
-#include "framework/DeadlineQueue.h"
+#include "timing/DeadlineQueue.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -3,11 +3,11 @@
 #include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
-#include "framework/HeapTrimmer.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/WireFormat.h"
+#include "platform/HeapTrimmer.h"
 
 TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
 

@@ -4,6 +4,7 @@
 #include "communication/SchedulerServerManager.h"
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
+#include "platform/SignalStack.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
@@ -42,7 +43,7 @@ private:
 
     SchedulerDataStoreManager m_dataStoreManager;
     TriggerFireManager m_triggerFireManager;
-    CommunProducerConsumerManager m_producerConsumerManager;
+    CommunProducerConsumerManager m_producerConsumerManager{&SignalStack::EnsureForCurrentThread};
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
     RunStateStore m_runState;

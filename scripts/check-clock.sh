@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 PATTERN='QDateTime::currentDateTime|QDateTime::currentMSecsSinceEpoch|QDateTime::currentSecsSinceEpoch|QDate::currentDate|QTime::currentTime|system_clock::now|gettimeofday|clock_gettime|[^_a-zA-Z]time\(nullptr\)|[^_a-zA-Z]time\(NULL\)|[^_a-zA-Z]time\(0\)'
 hits=$(grep -rnE "$PATTERN" --include='*.cpp' --include='*.h' \
-  framework platform service scheduler triggers firing communication store operations tools bench tests \
+  framework timing platform service scheduler triggers firing communication store operations tools bench tests \
   | grep -v '^framework/Clock.cpp:' || true)
 if [ -n "$hits" ]; then
   echo "Direct reads of the current time outside framework/Clock.cpp:"

@@ -1,7 +1,7 @@
 #include "CrashDumpExceptionFilter.h"
 
 #include "framework/Clock.h"
-#include "framework/SignalStack.h"
+#include "platform/SignalStack.h"
 
 #include <backward.hpp>
 

@@ -3,7 +3,7 @@
 #include "framework/Clock.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
-#include "framework/SignalStack.h"
+#include "platform/SignalStack.h"
 
 #include <QFile>
 #include <QSqlDatabase>

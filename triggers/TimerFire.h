@@ -2,7 +2,7 @@
 
 #include "DateTimeFire.h"
 
-#include "framework/DeadlineTimer.h"
+#include "timing/DeadlineTimer.h"
 
 #include <functional>
 

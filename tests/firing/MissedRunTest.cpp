@@ -9,8 +9,8 @@
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
-#include "framework/DeadlineQueue.h"
 #include "store/SchedulerMemoryObjects.h"
+#include "timing/DeadlineQueue.h"
 
 #include <QCoreApplication>
 #include <QTest>

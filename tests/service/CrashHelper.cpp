@@ -1,7 +1,7 @@
 // Crashes on a worker thread of the service's kind, after installing the
 // service's crash handler: "null" dereferences a null pointer, "overflow"
 // recurses until its stack is gone.
-#include "framework/ServiceThread.h"
+#include "platform/ServiceThread.h"
 #include "service/CrashDumpExceptionFilter.h"
 
 #include <QCoreApplication>

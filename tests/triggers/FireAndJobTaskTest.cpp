@@ -5,7 +5,7 @@
 #include "support/TriggerBuilder.h"
 
 #include "framework/ConfigReader.h"
-#include "framework/DeadlineQueue.h"
+#include "timing/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
 #include "triggers/FireState.h"

@@ -5,7 +5,7 @@
 #include "support/LogCapture.h"
 #include "support/TriggerBuilder.h"
 
-#include "framework/DeadlineQueue.h"
+#include "timing/DeadlineQueue.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -1,6 +1,6 @@
 // A change of the system time zone, as timedatectl makes it (the zone link
 // replaced), seen through a zone link of the test's own.
-#include "framework/LocalZoneWatch.h"
+#include "timing/LocalZoneWatch.h"
 
 #include <QDateTime>
 #include <QFile>

@@ -1,7 +1,7 @@
 #include "DeadlineTimer.h"
 
-#include "Clock.h"
 #include "DeadlineQueue.h"
+#include "framework/Clock.h"
 
 DeadlineTimer::DeadlineTimer(std::function<void(qint64)> onTimeout) : m_onTimeout(std::move(onTimeout)) {}
 

@@ -1,6 +1,6 @@
 // The heap is given back once per burst of work, and only once the burst has
 // been quiet for a while: never in the middle of a start-up's reports.
-#include "framework/HeapTrimmer.h"
+#include "platform/HeapTrimmer.h"
 
 #include <QElapsedTimer>
 #include <QTest>

@@ -1,7 +1,7 @@
 #include "DeadlineQueue.h"
 
-#include "Clock.h"
-#include "Logger.h"
+#include "framework/Clock.h"
+#include "framework/Logger.h"
 
 #include <QSocketNotifier>
 

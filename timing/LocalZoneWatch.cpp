@@ -1,6 +1,6 @@
 #include "LocalZoneWatch.h"
 
-#include "Clock.h"
+#include "framework/Clock.h"
 
 #include <sys/stat.h>
 

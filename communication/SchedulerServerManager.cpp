@@ -80,12 +80,7 @@ void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, quint64 
     if (bytes.isEmpty()) {
         return;
     }
-    quint64 packageType = 0;
-    if (commtype == CommTypes::kServerRequest) {
-        packageType = PackageTypes::kServerRequest;
-    } else if (commtype == CommTypes::kClient) {
-        packageType = PackageTypes::kClient;
-    } else {
+    if (commtype != CommTypes::kServerRequest) {
         Logger::Error("Comm type error in the onProducerPackageCommand.");
         return;
     }
@@ -95,7 +90,7 @@ void SchedulerServerManager::onProducerPackageCommand(quint64 commtype, quint64 
         return;
     }
     if (!CommunProducerConsumerManager::RequestCommunCommand(std::move(command), connectionId, commtype,
-                                                             packageType)) {
+                                                             PackageTypes::kServerRequest)) {
         Logger::Error("Push server request comm command failed in the onProducerPackageCommand.");
     }
 }

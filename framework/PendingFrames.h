@@ -27,7 +27,6 @@ public:
     // Takes the payload of one command and keeps its frame.
     Outcome Push(const QByteArray& payload);
     bool Empty() const { return m_frames.empty(); }
-    size_t Size() const { return m_frames.size(); }
     QByteArray TakeFront();
 
 private:

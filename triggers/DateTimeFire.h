@@ -25,11 +25,6 @@ public:
     quint64 SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next);
     quint64 getFireState() const { return m_fireState; }
 
-Q_SIGNALS:
-    // `fireId` names the fire that timed out, so that a time-out still queued
-    // when its fire is replaced is recognised as stale.
-    void timerFireTimeout(QString planName, quint64 fireId);
-
 public Q_SLOTS:
     // Stops the fire's timer, if it has one; the fire keeps its trigger.
     virtual void onkillDateTimer();

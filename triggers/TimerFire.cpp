@@ -117,7 +117,6 @@ void TimerFire::ontimeout() {
         Logger::Error("Failed to send the timerFireTimeout signal.");
         return;
     }
-    Q_EMIT timerFireTimeout(m_planUuid, m_fireId);
     if (Handler()) {
         Handler()(m_planUuid, m_fireId);
     }

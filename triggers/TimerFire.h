@@ -16,9 +16,10 @@ public:
     using TimeoutHandler = std::function<void(const QString& planUuid, quint64 fireId)>;
 
     explicit TimerFire(QObject* parent = nullptr);
-    // Where every fire's time-out goes besides timerFireTimeout, on the
-    // fire's thread. Set once, before any fire runs: a connection per fire
-    // would cost each of a million fires its own connection data and a
+    // Where every fire's time-out goes, on the fire's thread, with the fire's
+    // id, so that a time-out still queued when its fire is replaced is
+    // recognised as stale. Set once, before any fire runs: a connection per
+    // fire would cost each of a million fires its own connection data and a
     // connect at start-up.
     static void SetTimeoutHandler(TimeoutHandler handler);
     ~TimerFire() override;

@@ -12,13 +12,24 @@
 #include "triggers/JobTask.h"
 #include "triggers/TimerFire.h"
 
-#include <QSignalSpy>
+#include <utility>
+#include <vector>
 
 #include <log4cpp/Priority.hh>
 
 #include <gtest/gtest.h>
 
 namespace {
+// Collects every timer fire's time-out while it lives.
+struct Timeouts {
+    Timeouts() {
+        TimerFire::SetTimeoutHandler(
+            [this](const QString& planUuid, quint64 fireId) { seen.emplace_back(planUuid, fireId); });
+    }
+    ~Timeouts() { TimerFire::SetTimeoutHandler({}); }
+    std::vector<std::pair<QString, quint64>> seen;
+};
+
 TEST(JobTask, BuildsTheExecuteTriggerCommand) {
     FakeClientLink link;
     ConfigReader::setAgentEndpoint("agent.host", 6061);
@@ -165,25 +176,25 @@ TEST(TimerFire, NonPositiveWaitFailsTheFire) {
 }
 
 // A wait beyond a Qt timer's 24.8-day limit is aimed at its instant all the
-// same; the signal comes when the wall clock reaches it, not before.
+// same; the time-out comes when the wall clock reaches it, not before.
 TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     ClockShift clock(At("2026-01-01 00:00:00"));
     TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
     TimerFire fire;
     fire.SetTriggerObject(&object);
-    QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
+    Timeouts timeouts;
     fire.StartWaitTimer(At("2026-01-01 00:00:00"), At("2026-06-01 00:00:00"));
     EXPECT_EQ(fire.armedDueMSecs(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
     clock.To(At("2026-05-31 23:59:59.999"));
     DeadlineQueue::ForCurrentThread().Recheck();
     QCoreApplication::processEvents();
-    EXPECT_EQ(spy.count(), 0);
+    EXPECT_TRUE(timeouts.seen.empty());
     clock.To(At("2026-06-01 00:00:00"));
     DeadlineQueue::ForCurrentThread().Recheck();
     QCoreApplication::processEvents();
-    ASSERT_EQ(spy.count(), 1);
-    EXPECT_EQ(spy.at(0).at(0).toString(), "T");
-    EXPECT_EQ(spy.at(0).at(1).toULongLong(), fire.fireId());
+    ASSERT_EQ(timeouts.seen.size(), 1u);
+    EXPECT_EQ(timeouts.seen[0].first, "T");
+    EXPECT_EQ(timeouts.seen[0].second, fire.fireId());
 }
 
 TEST(TimerFire, TimeoutAfterStopSendsNothing) {
@@ -191,10 +202,10 @@ TEST(TimerFire, TimeoutAfterStopSendsNothing) {
     TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
     TimerFire fire;
     fire.SetTriggerObject(&object);
-    QSignalSpy spy(&fire, &DateTimeFire::timerFireTimeout);
+    Timeouts timeouts;
     fire.Stop();
     QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
-    EXPECT_EQ(spy.count(), 0);
+    EXPECT_TRUE(timeouts.seen.empty());
     EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "Failed to send the timerFireTimeout signal."));
     QMetaObject::invokeMethod(&fire, "onkillDateTimer", Qt::DirectConnection);
     EXPECT_FALSE(fire.isArmed());

@@ -7,7 +7,6 @@
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/WireFormat.h"
-#include "platform/HeapTrimmer.h"
 
 TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
 
@@ -135,7 +134,7 @@ bool TaskScheduler::TriggerEvent(quint64 code) {
 void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
     // A reply ends the road of each command to the agent; a burst of them
     // ends a burst of commands, whose memory is then given back.
-    HeapTrimmer::Note();
+    m_heapTrimmer.Note();
     if (blocks.isEmpty()) {
         Logger::Warn("Client request failed : return data is empty.");
         return;

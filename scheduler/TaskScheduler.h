@@ -4,6 +4,7 @@
 #include "communication/SchedulerServerManager.h"
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
+#include "platform/HeapTrimmer.h"
 #include "platform/SignalStack.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
@@ -47,5 +48,6 @@ private:
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
     RunStateStore m_runState;
+    HeapTrimmer m_heapTrimmer;
     QString m_failure;
 };

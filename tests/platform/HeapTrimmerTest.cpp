@@ -2,34 +2,54 @@
 // been quiet for a while: never in the middle of a start-up's reports.
 #include "platform/HeapTrimmer.h"
 
-#include <QElapsedTimer>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 namespace {
+// A trimmer on a clock the test moves, counting its trims.
+struct Trimmer {
+    qint64 now = 0;
+    int trims = 0;
+    HeapTrimmer trimmer{[this] { ++trims; }, [this] { return now; }};
+};
+
 TEST(HeapTrimmer, TrimsOnceWhenABurstHasBeenQuiet) {
-    const int before = HeapTrimmer::Trims();
-    QElapsedTimer sinceLastItem;
+    Trimmer t;
     // Items keep coming for longer than the quiet time: no trim meanwhile.
     for (int round = 0; round < 6; ++round) {
-        HeapTrimmer::Note(HeapTrimmer::kBurstItems / 2);
-        sinceLastItem.start();
-        QTest::qWait(HeapTrimmer::kQuietMSecs / 4);
-        ASSERT_EQ(HeapTrimmer::Trims(), before) << "round " << round;
+        t.trimmer.Note(HeapTrimmer::kBurstItems / 2);
+        t.now += HeapTrimmer::kQuietMSecs / 4;
+        t.trimmer.onQuiet();
+        ASSERT_EQ(t.trims, 0) << "round " << round;
     }
-    ASSERT_TRUE(QTest::qWaitFor([&] { return HeapTrimmer::Trims() > before; }, 10000));
-    EXPECT_GE(sinceLastItem.elapsed(), HeapTrimmer::kQuietMSecs);
-    EXPECT_EQ(HeapTrimmer::Trims(), before + 1);
+    t.now += HeapTrimmer::kQuietMSecs - HeapTrimmer::kQuietMSecs / 4 - 1;
+    t.trimmer.onQuiet();
+    EXPECT_EQ(t.trims, 0);
+    t.now += 1;
+    t.trimmer.onQuiet();
+    t.trimmer.onQuiet();
+    EXPECT_EQ(t.trims, 1);
 }
 
 TEST(HeapTrimmer, ATrickleIsNoBurst) {
-    const int before = HeapTrimmer::Trims();
-    HeapTrimmer::Note(HeapTrimmer::kBurstItems - 1);
-    QTest::qWait(HeapTrimmer::kQuietMSecs * 3 / 2);
-    EXPECT_EQ(HeapTrimmer::Trims(), before);
+    Trimmer t;
+    t.trimmer.Note(HeapTrimmer::kBurstItems - 1);
+    t.now += HeapTrimmer::kQuietMSecs * 3 / 2;
+    t.trimmer.onQuiet();
+    EXPECT_EQ(t.trims, 0);
     // The next item completes the burst, which is then trimmed.
-    HeapTrimmer::Note();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return HeapTrimmer::Trims() > before; }, 10000));
+    t.trimmer.Note();
+    t.now += HeapTrimmer::kQuietMSecs;
+    t.trimmer.onQuiet();
+    EXPECT_EQ(t.trims, 1);
+}
+
+// Its own timer ends a burst on the real clock.
+TEST(HeapTrimmer, TheQuietTimerTrims) {
+    int trims = 0;
+    HeapTrimmer trimmer([&] { ++trims; });
+    trimmer.Note(HeapTrimmer::kBurstItems);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return trims == 1; }, 10000));
 }
 } // namespace

@@ -1,41 +1,12 @@
 #include "SchedulerClientCommunManager.h"
 
-#include "framework/Clock.h"
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/WireFormat.h"
-#include "store/RunStateStore.h"
-#include "triggers/JobTask.h"
-#include "triggers/LocalTime.h"
 
-namespace {
-// What the link is handed is what the run state records: a run when its
-// execute-trigger goes to the agent, a schedule when its trigger-info does.
-// An execute-trigger carries the start it runs for; an event's carries none and
-// runs for the moment it is handed.
-void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
-                  quint64 endFlag) {
-    if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
-        return;
-    }
-    if (commandType != CommandTypes::kExecuteTrigger) {
-        return;
-    }
-    const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
-    const QString due =
-        nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
-    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
-}
-} // namespace
-
-// The recorder stays set: it only records into the run state, which ignores
-// records while no store is open.
-SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {
-    JobTask::SetHandedRecorder(&RecordHanded);
-}
+SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
 
 SchedulerClientCommunManager::~SchedulerClientCommunManager() {
     Stop();

@@ -7,8 +7,35 @@
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/WireFormat.h"
+#include "triggers/JobTask.h"
+#include "triggers/LocalTime.h"
 
-TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {}
+namespace {
+// What the agent link is handed is what the run state records: a run when its
+// execute-trigger goes to the agent, a schedule when its trigger-info does.
+// An execute-trigger carries the start it runs for; an event's carries none and
+// runs for the moment it is handed.
+void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
+                  quint64 endFlag) {
+    if (commandType == CommandTypes::kTriggerInfo) {
+        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
+        return;
+    }
+    if (commandType != CommandTypes::kExecuteTrigger) {
+        return;
+    }
+    const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString due =
+        nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
+    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
+}
+} // namespace
+
+// The recorder stays set: it only records into the run state, which ignores
+// records while no store is open.
+TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {
+    JobTask::SetHandedRecorder(&RecordHanded);
+}
 
 bool TaskScheduler::Check(bool ok, const char* failure) {
     if (!ok) {

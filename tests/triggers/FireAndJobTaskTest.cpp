@@ -12,6 +12,8 @@
 #include "triggers/JobTask.h"
 #include "triggers/TimerFire.h"
 
+#include <QCoreApplication>
+
 #include <utility>
 #include <vector>
 

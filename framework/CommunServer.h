@@ -67,7 +67,6 @@ public:
     // True the first time it is asked for a connection, so that a refused
     // peer is reported once rather than once per command.
     bool FirstRefusal(quint64 connectionId);
-    int connectionCount() const { return m_clients.size(); }
 
 Q_SIGNALS:
     void incomingBlockData(quint64 commtype, quint64 connectionId, QByteArray bytes);

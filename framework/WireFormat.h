@@ -37,5 +37,4 @@ constexpr quint64 kClient = 3;
 // Type of a queued package, chosen from the communication type.
 namespace PackageTypes {
 constexpr quint64 kServerRequest = 3;
-constexpr quint64 kClient = 5;
 } // namespace PackageTypes

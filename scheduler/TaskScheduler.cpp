@@ -110,14 +110,10 @@ void TaskScheduler::ConnectAgentServer() {
 }
 
 bool TaskScheduler::Start() {
-    // Each package type has one receiver, which then owns the package.
+    // Only the command server queues packages; their receiver then owns them.
     m_producerConsumerManager.SetReceiver(PackageTypes::kServerRequest, &m_serverManager,
                                           [this](std::unique_ptr<SocketCommandPackage> package) {
                                               m_serverManager.onDealQueuePackageCommand(std::move(package));
-                                          });
-    m_producerConsumerManager.SetReceiver(PackageTypes::kClient, &m_clientManager,
-                                          [this](std::unique_ptr<SocketCommandPackage> package) {
-                                              m_clientManager.onDealQueuePackageCommand(std::move(package));
                                           });
     connect(&m_clientManager, &SchedulerClientCommunManager::dealCommandResult, this,
             &TaskScheduler::onClientRequestCommandResult,

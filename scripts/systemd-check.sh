@@ -103,7 +103,7 @@ boot() {
   # needs no network of its own.
   local depends
   depends=$(dpkg-deb --field "$package" Depends | sed -e 's/([^)]*)//g' -e 's/|[^,]*//g' -e 's/ //g')
-  mmdebstrap --quiet --variant=minbase --include="systemd,systemd-sysv,$depends" bookworm "$work/root" ||
+  timeout 900 mmdebstrap --quiet --variant=minbase --include="systemd,systemd-sysv,$depends" bookworm "$work/root" ||
     return 1
   cp "$package" "$work/root/root/orvel-scheduler.deb"
   # Without machined on the host the container must not register or ask for a
@@ -124,8 +124,10 @@ start_agent() {
     /usr/lib/orvel-scheduler/orvelctl agent
 }
 
-# Type=notify: start returns only once READY=1 has come, and fails without it.
+# For a Type=notify unit, start returns only once READY=1 has come, and fails
+# without it.
 starts_ready_with_status() {
+  [ "$(property Type)" = notify ] || return 1
   inside systemctl stop "$UNIT" && inside systemctl start "$UNIT" && running || return 1
   local status
   status=$(property StatusText)
@@ -177,7 +179,8 @@ runs_once_through_restarts_and_crash() {
   add_once_plan "$MARKER" "$(now)" && wait_for 60 has_run "$MARKER" || return 1
   local runs
   runs=$(runs_of "$PLAN")
-  echo "systemd check: the plan ran $runs times"
+  echo "systemd check: the plan ran $runs times, at" \
+    "$(inside grep " 600 $PLAN " /root/agent.log | cut -d ' ' -f 2 | paste -sd ' ')"
   [ "$runs" -eq 1 ]
 }
 

@@ -157,6 +157,12 @@ void QtServiceBase::NotifyStarted() {
 int QtServiceBase::Install() {
     const QString executable = QFileInfo(QString::fromLocal8Bit(m_argv[0])).absoluteFilePath();
     const QString path = SystemdUnit::UnitPath(m_name);
+    if (SystemdUnit::IsMasked(path)) {
+        Print(stderr, QString("%1 is masked (%2 links to /dev/null): unmask it with 'systemctl unmask %1', "
+                              "then run -i again.\n")
+                          .arg(m_name, path));
+        return 1;
+    }
     QDir().mkpath(SystemdUnit::UnitDirectory());
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {

@@ -88,3 +88,7 @@ QString SystemdUnit::UnitDirectory() {
 QString SystemdUnit::UnitPath(const QString& serviceName) {
     return QString("%1/%2.service").arg(UnitDirectory(), serviceName);
 }
+
+bool SystemdUnit::IsMasked(const QString& unitPath) {
+    return QFileInfo(unitPath).canonicalFilePath() == "/dev/null";
+}

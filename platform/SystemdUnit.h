@@ -16,4 +16,7 @@ public:
     // Where units are written: /etc/systemd/system, or ORVEL_SYSTEMD_UNIT_DIR.
     static QString UnitDirectory();
     static QString UnitPath(const QString& serviceName);
+    // A unit linked to /dev/null is masked (a removed, unpurged package leaves
+    // it so): systemd ignores whatever is written through the link.
+    static bool IsMasked(const QString& unitPath);
 };

@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD_DIR=${BUILD_DIR:-build-package}
 # systemd for systemd-analyze only: it need not run.
-for package in dpkg-dev lintian systemd; do
+for package in lintian systemd; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
     DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$package"
 done
@@ -17,14 +17,7 @@ done
 fail() { echo "package check: $*"; exit 1; }
 step() { echo "package check: $*"; }
 
-export DEB_BUILD_MAINT_OPTIONS=hardening=+all
-BUILD_DIR=$BUILD_DIR TARGETS="OrvelSchedulerService orvelctl package_documents" ./scripts/setup.sh \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF -DORVEL_BENCHMARKS=OFF \
-  -DCMAKE_CXX_FLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
-  -DCMAKE_EXE_LINKER_FLAGS="$(dpkg-buildflags --get LDFLAGS)"
-rm -f "$BUILD_DIR"/orvel-scheduler*.deb "$BUILD_DIR"/orvel-scheduler*.ddeb
-(cd "$BUILD_DIR" && cpack -G DEB > /dev/null)
-package=$(ls "$BUILD_DIR"/orvel-scheduler_*.deb)
+package=$(BUILD_DIR=$BUILD_DIR ./scripts/build-package.sh | tail -n 1)
 symbols=$(ls "$BUILD_DIR"/orvel-scheduler-dbgsym_*.*deb)
 step "built $package and $symbols"
 

@@ -4,15 +4,21 @@
 #include "ToolOutput.h"
 #include "TriggerOptions.h"
 
+#include "triggers/LocalTime.h"
 #include "triggers/StartTimeSeries.h"
 #include "triggers/TriggerObject.h"
 
 #include <QDateTime>
 
 namespace {
+// A reading of a repeated hour means its first occurrence, as for every
+// trigger text.
 QDateTime ParseNow(const QString& text) {
-    QDateTime now = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss.zzz");
-    return now.isValid() ? now : QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
+    if (text.size() == 23 && text.at(19) == '.') {
+        const QDateTime second = LocalTime::Parse(text.left(19));
+        return second.isValid() ? second.addMSecs(text.mid(20).toInt()) : QDateTime();
+    }
+    return LocalTime::Parse(text);
 }
 } // namespace
 
@@ -58,6 +64,6 @@ int PreviewCommand::Run(const QStringList& arguments) {
         return ToolOutput::UsageError("preview", "--mode takes timer or poll");
     }
     object.setPlanUuid("preview");
-    const QStringList lines = StartTimeSeries::Compute(object, now, count, mode == "poll");
+    const QStringList lines = StartTimeSeries::Compute(object, now.toMSecsSinceEpoch(), count, mode == "poll");
     return ToolOutput::Out(lines.isEmpty() ? QString() : lines.join('\n') + '\n', 0);
 }

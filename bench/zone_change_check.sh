@@ -9,6 +9,7 @@
 #
 # Run from the source tree after building OrvelSchedulerService and orvelctl:
 #   bench/zone_change_check.sh [build/bin] [seconds]
+# With KEEP=1 the cases' folders (logs, agent output) stay and are named.
 set -euo pipefail
 
 BIN=$(realpath "${1:-build/bin}")
@@ -28,7 +29,7 @@ PIDS=()
 cleanup() {
   for pid in "${PIDS[@]}"; do kill "$pid" 2> /dev/null || true; done
   wait 2> /dev/null || true
-  rm -rf "$WORK"
+  if [ "${KEEP:-0}" = 1 ]; then echo "cases kept in $WORK"; else rm -rf "$WORK"; fi
 }
 trap cleanup EXIT
 

@@ -73,11 +73,12 @@ QString Json(const Entries& entries) {
             end = entry.Text();
             continue;
         }
-        starts.append(QJsonObject{{"start", entry.Text()},
-                                  {"offset", OffsetText(entry.offsetSecs)},
-                                  {"utc", QDateTime::fromMSecsSinceEpoch(entry.msecs, Qt::UTC).toString(Qt::ISODate)},
-                                  {"movedByGap", entry.movedByGap},
-                                  {"repeatedHour", entry.inRepeatedHour}});
+        starts.append(
+            QJsonObject{{"start", entry.Text()},
+                        {"offset", OffsetText(entry.offsetSecs)},
+                        {"utc", QDateTime::fromMSecsSinceEpoch(entry.msecs, Qt::UTC).toString(Qt::ISODate)},
+                        {"movedByGap", entry.movedByGap},
+                        {"repeatedHour", entry.inRepeatedHour}});
     }
     return QString::fromUtf8(QJsonDocument(QJsonObject{{"starts", starts}, {"end", end}}).toJson());
 }
@@ -155,7 +156,8 @@ int PreviewCommand::Run(const QStringList& arguments) {
     Entries entries;
     if (parsed.Has("--plan")) {
         if (parsed.Has("--type")) {
-            return ToolOutput::UsageError("preview", "--plan takes its trigger from the database, not --type");
+            return ToolOutput::UsageError("preview",
+                                          "--plan takes its trigger from the database, not --type");
         }
         if (!StoredEntries(parsed, request, entries, error)) {
             return ToolOutput::Fail(QString("orvelctl preview: %1").arg(error), 1);

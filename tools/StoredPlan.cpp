@@ -66,7 +66,7 @@ void StoredPlan::Resume(const QString& nextStart) {
     const QDate day = WallTime::DateOf(WallTime::Of(m_nextStartMSecs));
     const qint64 dayStart = WallTime::InstantOf(WallTime::Make(day, rule.startTimeOfDay()));
     if (m_nextStartMSecs > dayStart) {
-        m_object.setRepeatCount(
-            static_cast<quint64>((m_nextStartMSecs - dayStart) / (static_cast<qint64>(rule.interval()) * 1000)));
+        m_object.setRepeatCount(static_cast<quint64>((m_nextStartMSecs - dayStart) /
+                                                     (static_cast<qint64>(rule.interval()) * 1000)));
     }
 }

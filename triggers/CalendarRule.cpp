@@ -8,9 +8,9 @@
 #include "framework/TriggerAttribute.h"
 
 namespace {
-constexpr quint32 kAllWeekDays = 0xFEu;    // bits 1 to 7
-constexpr quint32 kAllMonths = 0x1FFEu;    // bits 1 to 12
-constexpr quint32 kAllMonthDays = ~1u;     // bits 1 to 31
+constexpr quint32 kAllWeekDays = 0xFEu; // bits 1 to 7
+constexpr quint32 kAllMonths = 0x1FFEu; // bits 1 to 12
+constexpr quint32 kAllMonthDays = ~1u;  // bits 1 to 31
 
 // The list's values from 1 to `highest` as bits; `all` when the text holds no
 // value at all.

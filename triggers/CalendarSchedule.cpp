@@ -42,8 +42,8 @@ QDateTime CalendarSchedule::MinuteStart(const QDateTime& t) {
     return LocalTime::WithOffset(MinuteStart(t.toMSecsSinceEpoch()));
 }
 
-ScheduleResult CalendarSchedule::Compute(const CalendarRule& rule, const ScheduleProgress& progress, qint64 now,
-                                         qint64 current) {
+ScheduleResult CalendarSchedule::Compute(const CalendarRule& rule, const ScheduleProgress& progress,
+                                         qint64 now, qint64 current) {
     CalendarSchedule schedule(rule, progress);
     ScheduleResult result;
     Start next;
@@ -121,8 +121,7 @@ void CalendarSchedule::FillDefaultStartTime(qint64 current) {
 // The start time of day on `date`: its first reading after `now`.
 CalendarSchedule::Start CalendarSchedule::At(const QDate& date, qint64 now) const {
     WallTime::Reading reading = WallTime::Reading::Once;
-    const qint64 msecs =
-        WallTime::InstantAfter(WallTime::Make(date, m_rule.startTimeOfDay()), now, &reading);
+    const qint64 msecs = WallTime::InstantAfter(WallTime::Make(date, m_rule.startTimeOfDay()), now, &reading);
     return {msecs, reading == WallTime::Reading::Never};
 }
 
@@ -135,8 +134,7 @@ quint64 CalendarSchedule::SeekFirstStartTime(qint64 now, Start& out) {
         return FireState::kError;
     }
     WallTime::Reading reading = WallTime::Reading::Once;
-    const Start start{WallTime::InstantOf(m_rule.startWall(), &reading),
-                      reading == WallTime::Reading::Never};
+    const Start start{WallTime::InstantOf(m_rule.startWall(), &reading), reading == WallTime::Reading::Never};
     const qint64 startT = m_rule.startTimeOfDay();
     const qint64 nowWall = WallTime::Of(now);
     const qint64 nowT = WallTime::TimeOfDay(nowWall);

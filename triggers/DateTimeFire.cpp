@@ -25,7 +25,8 @@ void DateTimeFire::onkillDateTimer() {}
 quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
     return Seek(
         [&now](const CalendarRule& rule, const ScheduleProgress& progress) {
-            return CalendarSchedule::Compute(rule, progress, now.toMSecsSinceEpoch(), Clock::nowMSecsSinceEpoch());
+            return CalendarSchedule::Compute(rule, progress, now.toMSecsSinceEpoch(),
+                                             Clock::nowMSecsSinceEpoch());
         },
         next);
 }

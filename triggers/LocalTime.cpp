@@ -86,7 +86,8 @@ QDateTime LocalTime::WithOffset(qint64 msecs) {
 }
 
 QString LocalTime::FormatWall(qint64 wall) {
-    return Text(WallTime::DateOf(wall), QTime::fromMSecsSinceStartOfDay(static_cast<int>(WallTime::TimeOfDay(wall))));
+    return Text(WallTime::DateOf(wall),
+                QTime::fromMSecsSinceStartOfDay(static_cast<int>(WallTime::TimeOfDay(wall))));
 }
 
 QString LocalTime::Format(const QDateTime& t) {

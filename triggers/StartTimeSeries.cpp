@@ -25,8 +25,8 @@ StartTimeSeries::Entry StartTimeSeries::StartAt(qint64 msecs, bool movedByGap) {
     return entry;
 }
 
-QVector<StartTimeSeries::Entry> StartTimeSeries::Walk(TriggerObject& object, qint64 now, quint64 count, bool poll,
-                                                      bool afterRun) {
+QVector<StartTimeSeries::Entry> StartTimeSeries::Walk(TriggerObject& object, qint64 now, quint64 count,
+                                                      bool poll, bool afterRun) {
     qint64 base = poll ? CalendarSchedule::MinuteStart(now) : now;
     QVector<Entry> entries;
     for (quint64 i = 0; i < count; ++i) {

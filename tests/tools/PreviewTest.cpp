@@ -23,8 +23,8 @@ ToolRun Preview(const QStringList& arguments, const char* zone = "UTC") {
 
 TEST(Preview, PrintsStartTimesOnly) {
     const ToolRun run =
-        Preview({"--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5",
-                  "--interval", "600", "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count", "3"});
+        Preview({"--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5", "--interval", "600",
+                 "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count", "3"});
     EXPECT_EQ(run.code, 0);
     // 20:25 lies 1500 s into the 1800 s span, so one more repetition would overrun it.
     EXPECT_EQ(run.out, "2026-03-13 20:25:01\n2026-03-16 20:00:00\n2026-03-16 20:10:00\n");
@@ -46,10 +46,7 @@ TEST(Preview, RefusesBadArgumentsWithOneLine) {
         EXPECT_TRUE(run.out.isEmpty());
         EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
     }
-    EXPECT_EQ(
-        Preview({"--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"})
-            .code,
-        2);
+    EXPECT_EQ(Preview({"--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"}).code, 2);
     EXPECT_EQ(Preview({"--plan", "p", "--type", "1", "--start", "2026-01-01 10:00:00"}).code, 2);
     const ToolRun help = Preview({"--help"});
     EXPECT_EQ(help.code, 0);
@@ -66,9 +63,10 @@ TEST(Preview, StartsFromTheCurrentTimeWithoutNow) {
 
 // The two 01:00s of Dublin's fall-back night differ in their offsets only.
 TEST(Preview, OffsetsTellTheReadingsOfAChangeNightApart) {
-    const ToolRun back = Preview({"--type", "2", "--start", "2029-10-01 01:00:00", "--interval", "3600", "--now",
-                                  "2029-10-28 00:30:00", "--count", "3", "--mode", "poll", "--offsets"},
-                                 "Europe/Dublin");
+    const ToolRun back =
+        Preview({"--type", "2", "--start", "2029-10-01 01:00:00", "--interval", "3600", "--now",
+                 "2029-10-28 00:30:00", "--count", "3", "--mode", "poll", "--offsets"},
+                "Europe/Dublin");
     EXPECT_EQ(back.out, "2029-10-28 01:00:00 +01:00 (in the repeated hour)\n"
                         "2029-10-28 01:00:00 +00:00 (in the repeated hour)\n"
                         "2029-10-28 02:00:00 +00:00\n");
@@ -80,8 +78,8 @@ TEST(Preview, OffsetsTellTheReadingsOfAChangeNightApart) {
 }
 
 TEST(Preview, JsonCarriesTheInstantAndTheEnd) {
-    const ToolRun run = Preview({"--type", "1", "--start", "2029-03-11 02:30:00", "--now", "2029-03-11 01:00:00",
-                                 "--count", "3", "--json"},
+    const ToolRun run = Preview({"--type", "1", "--start", "2029-03-11 02:30:00", "--now",
+                                 "2029-03-11 01:00:00", "--count", "3", "--json"},
                                 "America/New_York");
     ASSERT_EQ(run.code, 0) << run.err.toStdString();
     const QJsonObject root = QJsonDocument::fromJson(run.out.toUtf8()).object();

@@ -98,8 +98,12 @@ const ZoneRow kZoneRows[] = {
      "2029-11-04 00:00:00",
      "2029-11-04 01:00:00|2029-11-04 01:30:00|2029-11-04 01:00:00|2029-11-05 01:00:00",
      nullptr},
-    {"new_york_once_in_the_gap", "America/New_York", {1, "2029-03-11 02:30:00"}, "2029-03-11 01:00:00",
-     "2029-03-11 03:30:00|finished", nullptr},
+    {"new_york_once_in_the_gap",
+     "America/New_York",
+     {1, "2029-03-11 02:30:00"},
+     "2029-03-11 01:00:00",
+     "2029-03-11 03:30:00|finished",
+     nullptr},
     {"berlin_daily_in_the_gap",
      "Europe/Berlin",
      {2, "2026-03-01 02:30:00"},
@@ -160,7 +164,8 @@ public:
         attribute.setTriggerType(type);
         // Quarter hours meet Chatham's and Lord Howe's changes.
         const qint64 start = WallTime::Of(change) + Uniform(-3, 1) * WallTime::kDayMSecs +
-                             Uniform(-12, 12) * 15 * WallTime::kMinuteMSecs + Uniform(0, 1) * Uniform(0, 59) * 1000;
+                             Uniform(-12, 12) * 15 * WallTime::kMinuteMSecs +
+                             Uniform(0, 1) * Uniform(0, 59) * 1000;
         attribute.setStartTime(LocalTime::FormatWall(start));
         if (type != 1 && Uniform(0, 3) != 0) {
             const quint64 interval = Uniform(0, 1) == 1 ? static_cast<quint64>(Uniform(1, 16)) * 900
@@ -169,7 +174,8 @@ public:
             attribute.setDuration(Uniform(0, 1) == 1 ? interval * static_cast<quint64>(Uniform(1, 6)) : 0);
         }
         attribute.setWeekDays(type == 3 ? QString::number(Uniform(1, 7)) : QString());
-        attribute.setMonthDays(type == 4 ? QString("%1,%2").arg(Uniform(1, 31)).arg(Uniform(1, 31)) : QString());
+        attribute.setMonthDays(type == 4 ? QString("%1,%2").arg(Uniform(1, 31)).arg(Uniform(1, 31))
+                                         : QString());
         return attribute;
     }
 
@@ -212,15 +218,17 @@ TEST_P(RandomDefinitions, StartsOnlyMoveForward) {
         const qint64 now = change + random.Uniform(-7200, 7200) * 1000LL + random.Uniform(0, 999);
         for (const bool poll : {true, false}) {
             TriggerObject object = definition;
-            const QVector<StartTimeSeries::Entry> starts = StartTimeSeries::Walk(object, now, 12, poll, false);
+            const QVector<StartTimeSeries::Entry> starts =
+                StartTimeSeries::Walk(object, now, 12, poll, false);
             qint64 previous = poll ? CalendarSchedule::MinuteStart(now) : now;
             for (const StartTimeSeries::Entry& start : starts) {
                 if (start.state != FireState::kScheduled) {
                     break;
                 }
                 ASSERT_GT(start.msecs, previous)
-                    << (poll ? "poll " : "timer ") << definition.getTriggerAttribute().getStartTime().toStdString()
-                    << " type " << definition.getTriggerAttribute().getTriggerType() << " interval "
+                    << (poll ? "poll " : "timer ")
+                    << definition.getTriggerAttribute().getStartTime().toStdString() << " type "
+                    << definition.getTriggerAttribute().getTriggerType() << " interval "
                     << definition.getTriggerAttribute().getInterval() << " now " << now;
                 previous = start.msecs;
             }

@@ -25,6 +25,8 @@ public:
     QString getPlanName() const { return m_planName; }
     void setPlanName(const QString& value) { m_planName = value; }
     TriggerAttribute getTriggerAttribute() const { return m_triggerAttribute; }
+    // Reads the type without handing out the attribute for change.
+    quint64 getTriggerType() const { return m_triggerAttribute.getTriggerType(); }
     TriggerAttribute& getObjectTriggerAttribute() {
         m_calendarRuleStale = true;
         return m_triggerAttribute;

@@ -353,3 +353,18 @@ TEST(StoredNextStartTime, HoldsTheLastComputedStart) {
     EXPECT_EQ(object.getNextStartTime(), "2026-03-11 09:30:00");
 }
 } // namespace
+
+namespace {
+// The parsed rule follows the attribute: a change through the attribute's
+// reference takes effect at the next computation.
+TEST(ParsedRule, FollowsAChangedAttribute) {
+    const ZoneScope scope("UTC");
+    TriggerObject object = MakeTrigger("plan", {3, "2026-01-05 20:00:00", "", 0, 0, "1"});
+    EXPECT_EQ(StartTimeSeries::Compute(object, Instant("2026-03-10 10:00:00"), 1, false).join('|'),
+              "2026-03-16 20:00:00");
+    object.getObjectTriggerAttribute().setWeekDays("3");
+    object.setFirstSeekDone(0);
+    EXPECT_EQ(StartTimeSeries::Compute(object, Instant("2026-03-10 10:00:00"), 1, false).join('|'),
+              "2026-03-11 20:00:00");
+}
+} // namespace

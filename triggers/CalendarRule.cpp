@@ -2,6 +2,7 @@
 
 #include "FireState.h"
 #include "LocalTime.h"
+#include "TriggerCheck.h"
 #include "WallTime.h"
 
 #include "framework/CommonTools.h"
@@ -30,6 +31,10 @@ quint32 Bits(const QString& text, quint64 highest, quint32 all, bool& empty) {
     return bits;
 }
 
+quint32 Span(quint64 secs) {
+    return static_cast<quint32>(qMin<quint64>(secs, TriggerCheck::kMaxSpanSecs + 1));
+}
+
 // Bits from `low` to `high` (0 to 31).
 quint32 Range(int low, int high) {
     const quint32 upTo = high >= 31 ? ~0u : (2u << high) - 1;
@@ -38,9 +43,11 @@ quint32 Range(int low, int high) {
 } // namespace
 
 CalendarRule::CalendarRule(const TriggerAttribute& attribute)
-    : m_type(attribute.getTriggerType()), m_interval(attribute.getInterval()),
-      m_duration(attribute.getDuration()), m_endFlag(attribute.getTriggerEndFlag()),
-      m_lastDay(attribute.getDayLastFlag() == 1) {
+    : m_interval(Span(attribute.getInterval())), m_duration(Span(attribute.getDuration())),
+      m_type(TriggerTypes::IsDateTime(attribute.getTriggerType())
+                 ? static_cast<quint8>(attribute.getTriggerType())
+                 : 0),
+      m_ended(attribute.getTriggerEndFlag() != 0), m_lastDay(attribute.getDayLastFlag() == 1) {
     const QString start = attribute.getStartTime();
     if (!start.isEmpty()) {
         m_startState = LocalTime::ParseWall(start, m_startWall) ? Start::Valid : Start::Invalid;

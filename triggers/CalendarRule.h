@@ -17,10 +17,12 @@ public:
     CalendarRule() = default;
     explicit CalendarRule(const TriggerAttribute& attribute);
 
+    // 0 for a type without a calendar.
     quint64 type() const { return m_type; }
+    // Spans beyond TriggerCheck::kMaxSpanSecs read as one second more.
     quint64 interval() const { return m_interval; }
     quint64 duration() const { return m_duration; }
-    quint64 endFlag() const { return m_endFlag; }
+    bool ended() const { return m_ended; }
     // An empty start text: the first computation fills in the current minute.
     bool startIsEmpty() const { return m_startState == Start::Empty; }
     bool startIsValid() const { return m_startState == Start::Valid; }
@@ -51,17 +53,18 @@ private:
     bool NextMonthDay(const QDate& from, QDate& date) const;
     quint32 MonthDaysOf(const QDate& month) const;
 
-    quint64 m_type = 0;
-    quint64 m_interval = 0;
-    quint64 m_duration = 0;
-    quint64 m_endFlag = 0;
+    // Held compactly: every registered plan keeps one.
     qint64 m_startWall = 0;
     qint64 m_endWall = 0;
+    quint32 m_interval = 0;
+    quint32 m_duration = 0;
     // Bit n stands for value n. An empty list text allows every value; a list
     // whose values all lie outside the range allows none.
     quint32 m_monthDays = 0;
     quint16 m_months = 0;
     quint8 m_weekDays = 0;
+    quint8 m_type = 0;
+    bool m_ended = false;
     // An empty month-day list without the last-day flag: every day.
     bool m_everyMonthDay = true;
     bool m_lastDay = false;

@@ -86,7 +86,7 @@ quint64 CalendarSchedule::Run(qint64 now, qint64 current, Start& out) {
             FillDefaultStartTime(current);
         }
         state = SeekFirstStartTime(now, out);
-    } else if (type == TriggerTypes::kOnce || m_rule.endFlag() != 0) {
+    } else if (type == TriggerTypes::kOnce || m_rule.ended()) {
         state = FireState::kFinished;
     } else if (interval == 0) {
         state = SeekNextDayStartTime(now, out);
@@ -127,7 +127,7 @@ CalendarSchedule::Start CalendarSchedule::At(const QDate& date, qint64 now) cons
 
 quint64 CalendarSchedule::SeekFirstStartTime(qint64 now, Start& out) {
     m_progress.firstSeekDone = 1;
-    if (m_rule.endFlag() != 0) {
+    if (m_rule.ended()) {
         return FireState::kFinished;
     }
     if (!m_rule.startIsValid()) {

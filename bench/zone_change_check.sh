@@ -26,6 +26,7 @@ CASES=(
 )
 WORK=$(mktemp -d)
 PIDS=()
+# shellcheck disable=SC2317  # run by the trap
 cleanup() {
   for pid in "${PIDS[@]}"; do kill "$pid" 2> /dev/null || true; done
   wait 2> /dev/null || true

@@ -151,6 +151,48 @@ INSTANTIATE_TEST_SUITE_P(Table, ZoneTable, ::testing::ValuesIn(kZoneRows),
                              return std::string(info.param.name);
                          });
 
+struct ReadingRow {
+    const char* zone;
+    const char* reading;
+    WallTime::Reading kind;
+    int firstOffsetMinutes;  // offset at the instant InstantOf gives
+    int secondOffsetMinutes; // at the second reading of a repeated hour
+};
+
+const ReadingRow kReadingRows[] = {
+    {"Europe/Dublin", "2029-10-28 01:30:00", WallTime::Reading::Twice, 60, 0},
+    {"Europe/Dublin", "2029-03-25 01:30:00", WallTime::Reading::Never, 60, 60},
+    {"Australia/Lord_Howe", "2030-04-07 01:45:00", WallTime::Reading::Twice, 660, 630},
+    {"Australia/Lord_Howe", "2030-04-07 02:00:00", WallTime::Reading::Once, 630, 630},
+    {"Pacific/Chatham", "2030-04-07 03:00:00", WallTime::Reading::Twice, 825, 765},
+    {"Pacific/Chatham", "2030-09-29 03:00:00", WallTime::Reading::Never, 825, 825},
+    {"America/Santiago", "2029-04-07 23:30:00", WallTime::Reading::Twice, -180, -240},
+    {"America/Santiago", "2029-09-02 00:00:00", WallTime::Reading::Never, -180, -180},
+    {"America/New_York", "2029-11-04 01:59:59", WallTime::Reading::Twice, -240, -300},
+    {"America/New_York", "2029-07-04 12:00:00", WallTime::Reading::Once, -240, -240},
+};
+
+// How a reading maps onto instants: decided by the offsets in force, also
+// where the daylight-saving flag says the opposite (Dublin).
+TEST(WallTimeReadings, FollowTheOffsets) {
+    for (const ReadingRow& row : kReadingRows) {
+        SCOPED_TRACE(std::string(row.zone) + " " + row.reading);
+        const ZoneScope scope(row.zone);
+        qint64 wall = 0;
+        ASSERT_TRUE(LocalTime::ParseWall(row.reading, wall));
+        WallTime::Reading kind = WallTime::Reading::Once;
+        const qint64 first = WallTime::InstantOf(wall, &kind);
+        EXPECT_EQ(kind, row.kind);
+        EXPECT_EQ(WallTime::OffsetAt(first), row.firstOffsetMinutes * 60);
+        const qint64 second = WallTime::InstantAfter(wall, first);
+        EXPECT_EQ(WallTime::OffsetAt(second), row.secondOffsetMinutes * 60);
+        if (kind != WallTime::Reading::Never) {
+            EXPECT_EQ(WallTime::Of(first), wall);
+            EXPECT_EQ(WallTime::Of(second), wall);
+        }
+    }
+}
+
 // Random definitions around every change of 2029 and 2030.
 class RandomTrigger {
 public:

@@ -116,6 +116,12 @@ const ZoneRow kZoneRows[] = {
      "2026-10-25 00:30:00",
      "2026-10-25 01:00:00|2026-10-25 02:00:00|2026-10-25 02:00:00|2026-10-25 03:00:00",
      nullptr},
+    {"berlin_daily_in_the_repeated_hour_runs_once",
+     "Europe/Berlin",
+     {2, "2026-10-01 02:30:00"},
+     "2026-10-24 12:00:00",
+     "2026-10-25 02:30:00|2026-10-26 02:30:00",
+     nullptr},
     // A first computation compares times of day: at 03:10 the day's 02:30,
     // moved on to 03:30, is not seen, and the first start is the next day's.
     {"berlin_first_computation_between_03_00_and_03_30",

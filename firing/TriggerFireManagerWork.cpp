@@ -238,7 +238,7 @@ quint64 TriggerFireManagerWork::StartNewTriggerFire(TriggerObject* object) {
 }
 
 TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object) {
-    TriggerFire* fire = NewTriggerFire(object->getObjectTriggerAttribute().getTriggerType(), object);
+    TriggerFire* fire = NewTriggerFire(object->getTriggerType(), object);
     if (fire == nullptr) {
         return nullptr;
     }

@@ -1,321 +1,215 @@
 #include "CalendarSchedule.h"
 
-#include "CalendarList.h"
 #include "LocalTime.h"
 #include "TriggerCheck.h"
 #include "TriggerObject.h"
+#include "WallTime.h"
 
 namespace {
 constexpr qint64 kGraceMSecs = 180000;
 constexpr qint64 kOneSecondMSecs = 1000;
-
-CalendarList WeekDays(const TriggerAttribute& attribute) {
-    return CalendarList(attribute.getWeekDays(), 1, 7);
-}
-
-CalendarList Months(const TriggerAttribute& attribute) {
-    return CalendarList(attribute.getWhichMoths(), 1, 12);
-}
-
-// The month-day list as it applies to one month: the last-day flag adds that
-// month's last day.
-CalendarList MonthDays(const TriggerAttribute& attribute, const QDate& month) {
-    CalendarList days(attribute.getMonthDays(), 1, 31);
-    if (attribute.getDayLastFlag() == 1) {
-        days.addLastDay(static_cast<quint64>(month.daysInMonth()));
-    }
-    return days;
-}
-
-// The first day after `after` (0: from the first) that the list allows in the
-// month of `month`, or 0 when there is none.
-int FirstAllowedDay(const CalendarList& days, const QDate& month, int after) {
-    const int last = month.daysInMonth();
-    if (days.isEmpty()) {
-        return after < last ? after + 1 : 0;
-    }
-    int best = 0;
-    for (quint64 value : days.values()) {
-        const int day = static_cast<int>(value);
-        if (day > after && day <= last && (best == 0 || day < best)) {
-            best = day;
-        }
-    }
-    return best;
-}
 } // namespace
 
 ScheduleProgress ScheduleProgress::Of(const TriggerObject& object) {
     return {object.getFirstSeekDone(), object.getRepeatCount(), object.getStartOffsetSecs()};
 }
 
+QDateTime ScheduleResult::Next() const {
+    return LocalTime::WithOffset(nextMSecs);
+}
+
 void ScheduleResult::ApplyTo(TriggerObject& object) const {
-    object.getObjectTriggerAttribute().setStartTime(startTime);
+    if (!filledStartTime.isEmpty()) {
+        object.getObjectTriggerAttribute().setStartTime(filledStartTime);
+    }
     object.setFirstSeekDone(progress.firstSeekDone);
     object.setRepeatCount(progress.repeatCount);
     object.setStartOffsetSecs(progress.startOffsetSecs);
     if (state == FireState::kScheduled) {
-        object.setNextStartTime(LocalTime::Format(next));
+        object.setNextStartTime(LocalTime::FormatWall(WallTime::Of(nextMSecs)));
     }
 }
 
-CalendarSchedule::CalendarSchedule(const TriggerAttribute& attribute, const ScheduleProgress& progress)
-    : m_attribute(attribute), m_progress(progress), m_startTime(attribute.getStartTime()) {}
+CalendarSchedule::CalendarSchedule(const CalendarRule& rule, const ScheduleProgress& progress)
+    : m_rule(rule), m_progress(progress) {}
+
+qint64 CalendarSchedule::MinuteStart(qint64 msecs) {
+    const qint64 wall = WallTime::Of(msecs);
+    return msecs - (wall - WallTime::FloorDiv(wall, WallTime::kMinuteMSecs) * WallTime::kMinuteMSecs);
+}
 
 QDateTime CalendarSchedule::MinuteStart(const QDateTime& t) {
-    QDateTime start = t;
-    start.setTime(QTime(t.time().hour(), t.time().minute()));
-    return start;
+    return LocalTime::WithOffset(MinuteStart(t.toMSecsSinceEpoch()));
 }
 
-ScheduleResult CalendarSchedule::Compute(const TriggerAttribute& attribute, const ScheduleProgress& progress,
-                                         const QDateTime& now, const QDateTime& current) {
-    CalendarSchedule schedule(attribute, progress);
+ScheduleResult CalendarSchedule::Compute(const CalendarRule& rule, const ScheduleProgress& progress,
+                                         qint64 now, qint64 current) {
+    CalendarSchedule schedule(rule, progress);
     ScheduleResult result;
-    result.state = schedule.Run(now, current, result.next);
-    if (result.state != FireState::kScheduled) {
-        result.next = QDateTime();
+    Start next;
+    result.state = schedule.Run(now, current, next);
+    if (result.state == FireState::kScheduled) {
+        result.nextMSecs = next.msecs;
+        result.movedByGap = next.movedByGap;
     }
     result.progress = schedule.m_progress;
-    result.startTime = schedule.m_startTime;
+    result.filledStartTime = schedule.m_filledStartTime;
     return result;
 }
 
-ScheduleResult CalendarSchedule::ComputePolled(const TriggerAttribute& attribute,
-                                               const ScheduleProgress& progress, const QDateTime& minuteStart,
-                                               const QDateTime& current, bool afterRun) {
-    ScheduleResult result = Compute(attribute, progress, minuteStart, current);
-    const QDateTime nextMinute = minuteStart.addSecs(60);
-    if (afterRun && result.state == FireState::kScheduled && result.next < nextMinute) {
-        result = Compute(attribute, progress, nextMinute, current);
+ScheduleResult CalendarSchedule::ComputePolled(const CalendarRule& rule, const ScheduleProgress& progress,
+                                               qint64 minuteStart, qint64 current, bool afterRun) {
+    ScheduleResult result = Compute(rule, progress, minuteStart, current);
+    const qint64 nextMinute = minuteStart + WallTime::kMinuteMSecs;
+    if (afterRun && result.state == FireState::kScheduled && result.nextMSecs < nextMinute) {
+        result = Compute(rule, progress, nextMinute, current);
     }
     return result;
 }
 
-quint64 CalendarSchedule::Run(const QDateTime& now, const QDateTime& current, QDateTime& out) {
-    if (m_attribute.getInterval() > TriggerCheck::kMaxSpanSecs ||
-        m_attribute.getDuration() > TriggerCheck::kMaxSpanSecs) {
+quint64 CalendarSchedule::Run(qint64 now, qint64 current, Start& out) {
+    const quint64 interval = m_rule.interval();
+    const quint64 duration = m_rule.duration();
+    if (interval > TriggerCheck::kMaxSpanSecs || duration > TriggerCheck::kMaxSpanSecs) {
         return FireState::kError;
     }
-    const QDateTime end = LocalTime::Parse(m_attribute.getEndTime());
-    if (IsEndTimePassed(now, end) ||
-        (m_attribute.getDuration() != 0 && m_attribute.getInterval() > m_attribute.getDuration())) {
+    if (m_rule.hasEnd()) {
+        m_endMSecs = WallTime::InstantOf(m_rule.endWall());
+    }
+    if (IsEndTimePassed(now) || (duration != 0 && interval > duration)) {
         return FireState::kFinished;
     }
-    const quint64 type = m_attribute.getTriggerType();
+    const quint64 type = m_rule.type();
     quint64 state = FireState::kError;
     if (m_progress.firstSeekDone == 0) {
-        if (m_startTime.isEmpty()) {
+        if (m_rule.startIsEmpty()) {
             FillDefaultStartTime(current);
         }
-        state = SeekFirstStartTime(now, type, out);
-    } else if (type == TriggerTypes::kOnce || m_attribute.getTriggerEndFlag() != 0) {
+        state = SeekFirstStartTime(now, out);
+    } else if (type == TriggerTypes::kOnce || m_rule.ended()) {
         state = FireState::kFinished;
-    } else if (m_attribute.getInterval() == 0) {
-        state = SeekNextDayStartTime(now, type, out);
+    } else if (interval == 0) {
+        state = SeekNextDayStartTime(now, out);
     } else if (type == TriggerTypes::kDaily) {
-        out = now.addSecs(static_cast<qint64>(m_attribute.getInterval()));
+        out = {now + static_cast<qint64>(interval) * kOneSecondMSecs, false};
         state = FireState::kScheduled;
     } else {
-        state = SeekNextRepeatTime(now, type, out);
+        state = SeekNextRepeatTime(now, out);
     }
-    if (state == FireState::kScheduled && IsEndTimePassed(out, end)) {
+    if (state == FireState::kScheduled && IsEndTimePassed(out.msecs)) {
         return FireState::kFinished;
     }
     return state;
 }
 
-bool CalendarSchedule::IsEndTimePassed(const QDateTime& t, const QDateTime& end) {
-    return end.isValid() && end < t;
+bool CalendarSchedule::IsEndTimePassed(qint64 t) const {
+    return m_rule.hasEnd() && m_endMSecs < t;
 }
 
-QTime CalendarSchedule::StartTimeOfDay() const {
-    return LocalTime::TimeOfDay(m_startTime);
-}
-
-void CalendarSchedule::FillDefaultStartTime(const QDateTime& current) {
-    QDateTime start = LocalTime::At(current.date(), QTime(current.time().hour(), current.time().minute()));
-    if (m_attribute.getTriggerType() == TriggerTypes::kDaily) {
-        start = start.addSecs(static_cast<qint64>(m_attribute.getInterval()));
+// The current minute, in the reading of a repeated hour that `current` is in;
+// a daily trigger's default start lies one interval later.
+void CalendarSchedule::FillDefaultStartTime(qint64 current) {
+    qint64 start = MinuteStart(current);
+    if (m_rule.type() == TriggerTypes::kDaily) {
+        start += static_cast<qint64>(m_rule.interval()) * kOneSecondMSecs;
     }
-    m_startTime = LocalTime::Format(start);
+    const qint64 wall = WallTime::Of(start);
+    m_rule.setStartWall(wall);
+    m_filledStartTime = LocalTime::FormatWall(wall);
 }
 
-quint64 CalendarSchedule::SeekFirstStartTime(const QDateTime& now, quint64 type, QDateTime& out) {
+// The start time of day on `date`: its first reading after `now`.
+CalendarSchedule::Start CalendarSchedule::At(const QDate& date, qint64 now) const {
+    WallTime::Reading reading = WallTime::Reading::Once;
+    const qint64 msecs = WallTime::InstantAfter(WallTime::Make(date, m_rule.startTimeOfDay()), now, &reading);
+    return {msecs, reading == WallTime::Reading::Never};
+}
+
+quint64 CalendarSchedule::SeekFirstStartTime(qint64 now, Start& out) {
     m_progress.firstSeekDone = 1;
-    if (m_attribute.getTriggerEndFlag() != 0) {
+    if (m_rule.ended()) {
         return FireState::kFinished;
     }
-    const QDateTime start = LocalTime::Parse(m_startTime);
-    if (!start.isValid()) {
+    if (!m_rule.startIsValid()) {
         return FireState::kError;
     }
-    const QTime startT = StartTimeOfDay();
-    const QTime nowT = now.time();
-    QDateTime base;
-    if (now < start) {
+    WallTime::Reading reading = WallTime::Reading::Once;
+    const Start start{WallTime::InstantOf(m_rule.startWall(), &reading), reading == WallTime::Reading::Never};
+    const qint64 startT = m_rule.startTimeOfDay();
+    const qint64 nowWall = WallTime::Of(now);
+    const qint64 nowT = WallTime::TimeOfDay(nowWall);
+    Start base{now, false};
+    if (now < start.msecs) {
         base = start;
-    } else if (start == now || now.addMSecs(-kGraceMSecs) < start) {
-        base = now.addMSecs(kOneSecondMSecs);
-    } else if (type == TriggerTypes::kOnce) {
+    } else if (start.msecs == now || now - kGraceMSecs < start.msecs) {
+        base.msecs = now + kOneSecondMSecs;
+    } else if (m_rule.type() == TriggerTypes::kOnce) {
         return FireState::kFinished;
-    } else {
-        base = now;
     }
+    // Whole seconds of the wall clock, as a time of day counts them.
     if (nowT > startT) {
-        m_progress.startOffsetSecs = static_cast<quint64>(startT.secsTo(nowT));
+        m_progress.startOffsetSecs = static_cast<quint64>(nowT / kOneSecondMSecs - startT / kOneSecondMSecs);
     }
-    bool qualifies = false;
-    if (type == TriggerTypes::kOnce || type == TriggerTypes::kDaily) {
-        qualifies = true;
-    } else if (type == TriggerTypes::kWeekly) {
-        qualifies = IsWeekDayMatched(base);
-    } else if (type == TriggerTypes::kMonthly) {
-        qualifies = IsMonthDayMatched(base);
-    }
-    if (qualifies) {
-        if (now < base) {
+    const QDate baseDate = WallTime::DateOf(WallTime::Of(base.msecs));
+    if (m_rule.AllowsDate(baseDate)) {
+        if (now < base.msecs) {
             out = base;
             return FireState::kScheduled;
         }
         if (nowT < startT) {
-            out = LocalTime::At(now.date(), startT);
+            out = At(WallTime::DateOf(nowWall), now);
             return FireState::kScheduled;
         }
-        if (nowT == startT || m_attribute.getInterval() != 0) {
-            out = now.addMSecs(kOneSecondMSecs);
+        if (nowT == startT || m_rule.interval() != 0) {
+            out = {now + kOneSecondMSecs, false};
             return FireState::kScheduled;
         }
     }
     QDate date;
-    if (!SeekNextDate(base, type, date)) {
+    if (!m_rule.NextDate(baseDate, date)) {
         return FireState::kError;
     }
-    const QDateTime candidate = LocalTime::At(date, startT);
-    if (now < candidate) {
+    const Start candidate = At(date, now);
+    if (now < candidate.msecs) {
         out = candidate;
         return FireState::kScheduled;
     }
-    if (candidate == now) {
-        out = now.addMSecs(kOneSecondMSecs);
+    if (candidate.msecs == now) {
+        out = {now + kOneSecondMSecs, false};
         return FireState::kScheduled;
     }
     return FireState::kError;
 }
 
-quint64 CalendarSchedule::CandidateAfter(const QDateTime& now, const QDate& date, QDateTime& out) const {
-    const QDateTime candidate = LocalTime::At(date, StartTimeOfDay());
-    if (now < candidate) {
+quint64 CalendarSchedule::NextDateAfter(const QDate& from, qint64 now, Start& out) const {
+    QDate date;
+    if (!m_rule.NextDate(from, date)) {
+        return FireState::kError;
+    }
+    const Start candidate = At(date, now);
+    if (now < candidate.msecs) {
         out = candidate;
         return FireState::kScheduled;
     }
     return FireState::kError;
 }
 
-quint64 CalendarSchedule::SeekNextDayStartTime(const QDateTime& now, quint64 type, QDateTime& out) {
-    QDate date;
-    if (!SeekNextDate(now, type, date)) {
-        return FireState::kError;
-    }
-    return CandidateAfter(now, date, out);
+quint64 CalendarSchedule::SeekNextDayStartTime(qint64 now, Start& out) {
+    return NextDateAfter(WallTime::DateOf(WallTime::Of(now)), now, out);
 }
 
-quint64 CalendarSchedule::SeekNextRepeatTime(const QDateTime& now, quint64 type, QDateTime& out) {
-    const quint64 interval = m_attribute.getInterval();
-    const QDateTime candidate = now.addSecs(static_cast<qint64>(interval));
+quint64 CalendarSchedule::SeekNextRepeatTime(qint64 now, Start& out) {
+    const quint64 interval = m_rule.interval();
+    const qint64 candidate = now + static_cast<qint64>(interval) * kOneSecondMSecs;
     const quint64 elapsed = interval * (m_progress.repeatCount + 1) + m_progress.startOffsetSecs;
-    const QDateTime midnight = LocalTime::At(now.date().addDays(1), QTime(0, 0));
-    if (midnight < candidate || (m_attribute.getDuration() != 0 && elapsed > m_attribute.getDuration())) {
+    const QDate today = WallTime::DateOf(WallTime::Of(now));
+    const qint64 midnight = WallTime::InstantOf(WallTime::StartOfDay(today.addDays(1)));
+    if (midnight < candidate || (m_rule.duration() != 0 && elapsed > m_rule.duration())) {
         m_progress.startOffsetSecs = 0;
         m_progress.repeatCount = 0;
-        return SeekNextDayStartTime(now, type, out);
+        return NextDateAfter(today, now, out);
     }
-    out = candidate;
+    out = {candidate, false};
     ++m_progress.repeatCount;
     return FireState::kScheduled;
-}
-
-bool CalendarSchedule::SeekNextDate(const QDateTime& from, quint64 type, QDate& date) const {
-    switch (type) {
-    case TriggerTypes::kOnce:
-    case TriggerTypes::kDaily:
-        date = from.date().addDays(1);
-        return true;
-    case TriggerTypes::kWeekly:
-        return SeekNextWeekDay(from, date);
-    case TriggerTypes::kMonthly:
-        return SeekNextMonthDay(from, date);
-    default:
-        return false;
-    }
-}
-
-bool CalendarSchedule::IsWeekDayMatched(const QDateTime& t) const {
-    return WeekDays(m_attribute).allows(static_cast<quint64>(t.date().dayOfWeek()));
-}
-
-bool CalendarSchedule::SeekNextWeekDay(const QDateTime& from, QDate& date) const {
-    const CalendarList days = WeekDays(m_attribute);
-    if (days.impossible()) {
-        return false;
-    }
-    const quint64 w = static_cast<quint64>(from.date().dayOfWeek());
-    if (days.isEmpty()) {
-        date = from.date().addDays(1);
-        return true;
-    }
-    const quint64 x = NextGreaterValue(days.values(), w);
-    qint64 step = 7;
-    if (x > w) {
-        step = static_cast<qint64>(x - w);
-    } else if (x < w) {
-        step = static_cast<qint64>(x) - static_cast<qint64>(w) + 7;
-    }
-    date = from.date().addDays(step);
-    return true;
-}
-
-bool CalendarSchedule::IsMonthDayMatched(const QDateTime& t) const {
-    const QDate date = t.date();
-    return MonthDays(m_attribute, date).allows(static_cast<quint64>(date.day())) &&
-           Months(m_attribute).allows(static_cast<quint64>(date.month()));
-}
-
-// The first date after the date of `from` whose month the month list allows
-// and whose day the month-day list allows (the last-day flag applied for that
-// date's own month). Months without an allowed day are skipped, so a listed day
-// beyond a month's length simply does not occur in that month.
-bool CalendarSchedule::SeekNextMonthDay(const QDateTime& from, QDate& date) const {
-    const CalendarList months = Months(m_attribute);
-    const QDate origin = from.date();
-    QDate month(origin.year(), origin.month(), 1);
-    int after = origin.day();
-    for (int i = 0; i <= kSearchYears * 12; ++i, month = month.addMonths(1), after = 0) {
-        if (!months.allows(static_cast<quint64>(month.month()))) {
-            continue;
-        }
-        const int day = FirstAllowedDay(MonthDays(m_attribute, month), month, after);
-        if (day != 0) {
-            date = QDate(month.year(), month.month(), day);
-            return true;
-        }
-    }
-    return false;
-}
-
-quint64 CalendarSchedule::NextGreaterValue(const QList<quint64>& list, quint64 x) {
-    if (list.isEmpty()) {
-        return 0;
-    }
-    quint64 smallest = list.first();
-    bool found = false;
-    quint64 greater = 0;
-    for (quint64 value : list) {
-        smallest = qMin(smallest, value);
-        if (value > x && (!found || value < greater)) {
-            greater = value;
-            found = true;
-        }
-    }
-    return found ? greater : smallest;
 }

@@ -1,13 +1,11 @@
 #pragma once
 
+#include "CalendarRule.h"
 #include "FireState.h"
 
-#include <QDate>
 #include <QDateTime>
-#include <QList>
 #include <QString>
 
-class TriggerAttribute;
 class TriggerObject;
 
 // What the start-time computation remembers of a trigger between two runs.
@@ -19,62 +17,66 @@ struct ScheduleProgress {
     static ScheduleProgress Of(const TriggerObject& object);
 };
 
-// The outcome of one computation: the fire state, the next start (valid for
-// state 3 only), the progress fields to keep and the attribute's start time
-// with the default filled in.
+// The outcome of one computation: the fire state, the next start as an instant
+// (state 3 only), the progress fields to keep and the start time that the first
+// computation filled in for an empty start text.
 struct ScheduleResult {
     quint64 state = FireState::kError;
-    QDateTime next;
+    qint64 nextMSecs = 0;
+    // The start's wall-clock time lay in a gap that the clocks skip, and the
+    // start was moved on by the length of the gap.
+    bool movedByGap = false;
     ScheduleProgress progress;
-    QString startTime;
+    QString filledStartTime;
 
-    // Writes start time, progress and, for state 3, the next start text.
+    // The next start with its UTC offset.
+    QDateTime Next() const;
+    // Writes a filled-in start time, the progress and, for state 3, the next
+    // start text.
     void ApplyTo(TriggerObject& object) const;
 };
 
-// The calendar schedule computation as a pure function of the trigger's
-// definition, its progress fields, the base time `now` and the current time
-// (read only for a default start). It touches no trigger object, sends
-// nothing and logs nothing, so previews and tables run it as the service does.
+// The calendar schedule computation as a pure function of the parsed rule, the
+// progress fields, the base instant `now` and the current instant (read only
+// for a default start). It touches no trigger object, sends nothing and logs
+// nothing, so previews and tables run it as the service does. Every start is an
+// instant: the two readings of a repeated hour stay apart, and repetitions
+// count real seconds.
 class CalendarSchedule {
 public:
-    // Date searches stop after this many years of calendar: lists that can
-    // never match end the computation with an error, never with a hang.
-    static constexpr int kSearchYears = 9;
-
-    static ScheduleResult Compute(const TriggerAttribute& attribute, const ScheduleProgress& progress,
-                                  const QDateTime& now, const QDateTime& current);
+    static ScheduleResult Compute(const CalendarRule& rule, const ScheduleProgress& progress, qint64 now,
+                                  qint64 current);
     // The computation after a poll in the minute starting at `minuteStart`.
     // After a run the next start must lie in a later minute, or every later
     // poll of this minute would find the plan due again: a start inside it is
     // computed again from the following minute, from the same progress, so one
     // run counts one repetition.
-    static ScheduleResult ComputePolled(const TriggerAttribute& attribute, const ScheduleProgress& progress,
-                                        const QDateTime& minuteStart, const QDateTime& current,
-                                        bool afterRun);
+    static ScheduleResult ComputePolled(const CalendarRule& rule, const ScheduleProgress& progress,
+                                        qint64 minuteStart, qint64 current, bool afterRun);
+    // The start of the wall-clock minute an instant lies in, in the same
+    // reading of a repeated hour.
+    static qint64 MinuteStart(qint64 msecs);
     static QDateTime MinuteStart(const QDateTime& t);
 
 private:
-    CalendarSchedule(const TriggerAttribute& attribute, const ScheduleProgress& progress);
+    struct Start {
+        qint64 msecs = 0;
+        bool movedByGap = false;
+    };
 
-    quint64 Run(const QDateTime& now, const QDateTime& current, QDateTime& out);
-    quint64 SeekFirstStartTime(const QDateTime& now, quint64 type, QDateTime& out);
-    quint64 SeekNextDayStartTime(const QDateTime& now, quint64 type, QDateTime& out);
-    quint64 SeekNextRepeatTime(const QDateTime& now, quint64 type, QDateTime& out);
-    quint64 CandidateAfter(const QDateTime& now, const QDate& date, QDateTime& out) const;
-    void FillDefaultStartTime(const QDateTime& current);
-    static bool IsEndTimePassed(const QDateTime& t, const QDateTime& end);
-    QTime StartTimeOfDay() const;
+    CalendarSchedule(const CalendarRule& rule, const ScheduleProgress& progress);
 
-    // Calendar day rules.
-    bool SeekNextDate(const QDateTime& from, quint64 type, QDate& date) const;
-    bool IsWeekDayMatched(const QDateTime& t) const;
-    bool SeekNextWeekDay(const QDateTime& from, QDate& date) const;
-    bool IsMonthDayMatched(const QDateTime& t) const;
-    bool SeekNextMonthDay(const QDateTime& from, QDate& date) const;
-    static quint64 NextGreaterValue(const QList<quint64>& list, quint64 x);
+    quint64 Run(qint64 now, qint64 current, Start& out);
+    quint64 SeekFirstStartTime(qint64 now, Start& out);
+    quint64 SeekNextDayStartTime(qint64 now, Start& out);
+    quint64 SeekNextRepeatTime(qint64 now, Start& out);
+    quint64 NextDateAfter(const QDate& from, qint64 now, Start& out) const;
+    Start At(const QDate& date, qint64 now) const;
+    void FillDefaultStartTime(qint64 current);
+    bool IsEndTimePassed(qint64 t) const;
 
-    const TriggerAttribute& m_attribute;
+    CalendarRule m_rule;
     ScheduleProgress m_progress;
-    QString m_startTime;
+    QString m_filledStartTime;
+    qint64 m_endMSecs = 0;
 };

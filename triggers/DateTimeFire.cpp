@@ -24,16 +24,18 @@ void DateTimeFire::onkillDateTimer() {}
 
 quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
     return Seek(
-        [&now](const TriggerAttribute& attribute, const ScheduleProgress& progress) {
-            return CalendarSchedule::Compute(attribute, progress, now, Clock::now());
+        [&now](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::Compute(rule, progress, now.toMSecsSinceEpoch(),
+                                             Clock::nowMSecsSinceEpoch());
         },
         next);
 }
 
 quint64 DateTimeFire::SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next) {
     return Seek(
-        [&minuteStart, afterRun](const TriggerAttribute& attribute, const ScheduleProgress& progress) {
-            return CalendarSchedule::ComputePolled(attribute, progress, minuteStart, Clock::now(), afterRun);
+        [&minuteStart, afterRun](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputePolled(rule, progress, minuteStart.toMSecsSinceEpoch(),
+                                                   Clock::nowMSecsSinceEpoch(), afterRun);
         },
         next);
 }
@@ -45,7 +47,7 @@ template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, 
         m_fireState = FireState::kError;
         return m_fireState;
     }
-    const ScheduleResult result = compute(object->getObjectTriggerAttribute(), ScheduleProgress::Of(*object));
+    const ScheduleResult result = compute(object->getCalendarRule(), ScheduleProgress::Of(*object));
     result.ApplyTo(*object);
     m_fireState = result.state;
     if (m_fireState == FireState::kScheduled) {
@@ -56,7 +58,7 @@ template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, 
 
 void DateTimeFire::Publish(const ScheduleResult& result, QDateTime& next) {
     TriggerObject* object = GetTriggerObject();
-    next = result.next;
+    next = result.Next();
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")

@@ -1,5 +1,7 @@
 #include "LocalTime.h"
 
+#include "WallTime.h"
+
 namespace {
 constexpr int kTextLength = 19;
 
@@ -37,41 +39,9 @@ void AppendNumber(QString& text, int value, int digits) {
         text.append(QChar('0' + (value / divisor) % 10));
     }
 }
-} // namespace
-
-QDateTime LocalTime::At(const QDate& date, const QTime& time) {
-    const QDateTime local(date, time);
-    if (local.isValid() || !date.isValid() || !time.isValid()) {
-        return local;
-    }
-    // In a gap: read the wall-clock time with the offset in force before it.
-    const int offsetBefore = QDateTime(date.addDays(-1), time).offsetFromUtc();
-    return QDateTime(date, time, Qt::OffsetFromUTC, offsetBefore).toLocalTime();
-}
-
-QDateTime LocalTime::Parse(const QString& text) {
-    QDate date;
-    QTime time;
-    return Fields(text, date, time) ? At(date, time) : QDateTime();
-}
-
-QTime LocalTime::TimeOfDay(const QString& text) {
-    QDate date;
-    QTime time;
-    return Fields(text, date, time) ? time : QTime();
-}
-
-bool LocalTime::IsWellFormed(const QString& text) {
-    QDate date;
-    QTime time;
-    return Fields(text, date, time);
-}
-
-QString LocalTime::Format(const QDateTime& t) {
-    const QDate date = t.date();
-    const QTime time = t.time();
+QString Text(const QDate& date, const QTime& time) {
     if (!date.isValid() || date.year() < 0 || date.year() > 9999) {
-        return t.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        return QDateTime(date, time, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
     }
     QString text;
     text.reserve(kTextLength);
@@ -87,4 +57,39 @@ QString LocalTime::Format(const QDateTime& t) {
     text.append(':');
     AppendNumber(text, time.second(), 2);
     return text;
+}
+} // namespace
+
+QDateTime LocalTime::Parse(const QString& text) {
+    qint64 wall = 0;
+    return ParseWall(text, wall) ? WithOffset(WallTime::InstantOf(wall)) : QDateTime();
+}
+
+bool LocalTime::ParseWall(const QString& text, qint64& wall) {
+    QDate date;
+    QTime time;
+    if (!Fields(text, date, time)) {
+        return false;
+    }
+    wall = WallTime::Make(date, time.msecsSinceStartOfDay());
+    return true;
+}
+
+bool LocalTime::IsWellFormed(const QString& text) {
+    QDate date;
+    QTime time;
+    return Fields(text, date, time);
+}
+
+QDateTime LocalTime::WithOffset(qint64 msecs) {
+    return QDateTime::fromMSecsSinceEpoch(msecs, Qt::OffsetFromUTC, WallTime::OffsetAt(msecs));
+}
+
+QString LocalTime::FormatWall(qint64 wall) {
+    return Text(WallTime::DateOf(wall),
+                QTime::fromMSecsSinceStartOfDay(static_cast<int>(WallTime::TimeOfDay(wall))));
+}
+
+QString LocalTime::Format(const QDateTime& t) {
+    return Text(t.date(), t.time());
 }

@@ -1,21 +1,24 @@
 #pragma once
 
-#include <QDate>
 #include <QDateTime>
-#include <QTime>
+#include <QString>
 
 // Local wall-clock times of the trigger texts ("yyyy-MM-dd hh:mm:ss").
 //
-// A wall-clock time that does not exist because the clocks were put forward
-// (02:30 on a spring-forward night in much of Europe) is moved on by the length
-// of the gap, as other schedulers do, instead of giving an invalid time that
-// would end the trigger.
+// A text names a reading of the local clock; its instant is WallTime's: the
+// first of two in a repeated hour, moved on by the length of a gap in which the
+// clock never shows it, instead of an invalid time that would end the trigger.
 class LocalTime {
 public:
-    static QDateTime At(const QDate& date, const QTime& time);
-    // Invalid when the text is not "yyyy-MM-dd hh:mm:ss".
+    // The instant with its UTC offset; invalid when the text is not
+    // "yyyy-MM-dd hh:mm:ss".
     static QDateTime Parse(const QString& text);
-    static QTime TimeOfDay(const QString& text);
+    // The reading as WallTime counts it; false when the text is malformed.
+    static bool ParseWall(const QString& text, qint64& wall);
     static bool IsWellFormed(const QString& text);
     static QString Format(const QDateTime& t);
+    static QString FormatWall(qint64 wall);
+    // An instant as a date-time that carries its offset, so that the two
+    // readings of a repeated hour stay apart.
+    static QDateTime WithOffset(qint64 msecs);
 };

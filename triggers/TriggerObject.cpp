@@ -9,6 +9,7 @@ void TriggerObject::Read(QDataStream& in) {
     qint64 firstSeek = 0;
     in >> m_planUuid >> m_planName;
     m_triggerAttribute.Read(in);
+    m_calendarRuleStale = true;
     in >> repeatCount >> startOffset >> firstSeek >> m_nextStartTime;
     m_repeatCount = static_cast<quint64>(repeatCount);
     m_startOffsetSecs = static_cast<quint64>(startOffset);
@@ -20,4 +21,12 @@ void TriggerObject::Write(QDataStream& out) const {
     m_triggerAttribute.Write(out);
     out << static_cast<qint64>(m_repeatCount) << static_cast<qint64>(m_startOffsetSecs)
         << static_cast<qint64>(m_firstSeekDone) << m_nextStartTime;
+}
+
+const CalendarRule& TriggerObject::getCalendarRule() {
+    if (m_calendarRuleStale) {
+        m_calendarRule = CalendarRule(m_triggerAttribute);
+        m_calendarRuleStale = false;
+    }
+    return m_calendarRule;
 }

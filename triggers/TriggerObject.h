@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CalendarRule.h"
+
 #include "framework/RequestNewOperationData.h"
 #include "framework/TriggerAttribute.h"
 
@@ -23,8 +25,20 @@ public:
     QString getPlanName() const { return m_planName; }
     void setPlanName(const QString& value) { m_planName = value; }
     TriggerAttribute getTriggerAttribute() const { return m_triggerAttribute; }
-    TriggerAttribute& getObjectTriggerAttribute() { return m_triggerAttribute; }
-    void setTriggerAttribute(const TriggerAttribute& value) { m_triggerAttribute = value; }
+    // Reads the type without handing out the attribute for change.
+    quint64 getTriggerType() const { return m_triggerAttribute.getTriggerType(); }
+    TriggerAttribute& getObjectTriggerAttribute() {
+        m_calendarRuleStale = true;
+        return m_triggerAttribute;
+    }
+    void setTriggerAttribute(const TriggerAttribute& value) {
+        m_triggerAttribute = value;
+        m_calendarRuleStale = true;
+    }
+    // The attribute's calendar definition, parsed on first use after the
+    // attribute was set or handed out for change, and kept for every later
+    // computation.
+    const CalendarRule& getCalendarRule();
     quint64 getRepeatCount() const { return m_repeatCount; }
     void setRepeatCount(quint64 value) { m_repeatCount = value; }
     quint64 getStartOffsetSecs() const { return m_startOffsetSecs; }
@@ -42,4 +56,6 @@ private:
     quint64 m_startOffsetSecs = 0;
     quint64 m_firstSeekDone = 0;
     QString m_nextStartTime;
+    CalendarRule m_calendarRule;
+    bool m_calendarRuleStale = true;
 };

@@ -1,6 +1,7 @@
-// orvelctl as its users run it: preview, and the plan road through the real
+// orvelctl as its users run it: the plan road through the real
 // service and the stand-in agent.
 #include "support/ServiceProcess.h"
+#include "support/ToolRun.h"
 
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/TriggerAttribute.h"
@@ -17,59 +18,8 @@
 #include <unistd.h>
 
 namespace {
-struct ToolRun {
-    int code;
-    QString out;
-    QString err;
-};
-
 ToolRun Orvelctl(const QString& program, const QStringList& arguments) {
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(20000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-
-ToolRun Orvelctl(const QStringList& arguments) {
-    return Orvelctl(QString(ORVEL_BIN_DIR) + "/orvelctl", arguments);
-}
-
-TEST(Preview, PrintsStartTimesOnly) {
-    const ToolRun run =
-        Orvelctl({"preview", "--type", "3", "--start", "2026-01-05 20:00:00", "--week-days", "1,3,5",
-                  "--interval", "600", "--duration", "1800", "--now", "2026-03-13 20:25:00", "--count", "3"});
-    EXPECT_EQ(run.code, 0);
-    // 20:25 lies 1500 s into the 1800 s span, so one more repetition would overrun it.
-    EXPECT_EQ(run.out, "2026-03-13 20:25:01\n2026-03-16 20:00:00\n2026-03-16 20:10:00\n");
-    EXPECT_TRUE(run.err.isEmpty());
-}
-
-TEST(Preview, RefusesBadArgumentsWithOneLine) {
-    const QStringList base = {
-        "preview", "--type", "4", "--start", "2026-01-01 10:00:00", "--now", "2026-01-01 00:00:00"};
-    const QList<QStringList> cases = {
-        {"--week-days", "0"},    {"--week-days", "8"},  {"--months", "13"},   {"--month-days", "32"},
-        {"--month-days", "1,x"}, {"--day-last", "2"},   {"--interval", "-5"}, {"--count", "many"},
-        {"--mode", "sometimes"}, {"--end", "tomorrow"}, {"--bogus", "1"},     {"--interval"},
-    };
-    for (const QStringList& extra : cases) {
-        SCOPED_TRACE(extra.join(' ').toStdString());
-        const ToolRun run = Orvelctl(base + extra);
-        EXPECT_EQ(run.code, 2);
-        EXPECT_TRUE(run.out.isEmpty());
-        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
-    }
-    EXPECT_EQ(
-        Orvelctl({"preview", "--type", "1", "--start", "2026-1-1 10:00", "--now", "2026-01-01 00:00:00"})
-            .code,
-        2);
-    EXPECT_EQ(Orvelctl({"preview", "--type", "1", "--start", "2026-01-01 10:00:00"}).code, 2);
-    EXPECT_EQ(Orvelctl({"frobnicate"}).code, 2);
-    const ToolRun help = Orvelctl({"preview", "--help"});
-    EXPECT_EQ(help.code, 0);
-    EXPECT_TRUE(help.out.contains("--month-days"));
-    EXPECT_TRUE(help.out.contains("Example"));
+    return ToolRun::Of(program, arguments);
 }
 
 // The whole road: orvelctl records the plan and sends it, the service fires

@@ -1,11 +1,12 @@
 // orvelctl status over a run state file, with and without a service.
+#include "support/ToolRun.h"
+
 #include "store/RunStateStore.h"
 #include "tools/RelativeTime.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTcpServer>
 #include <QTemporaryDir>
 
@@ -38,12 +39,6 @@ TEST(RelativeTime, ReadsAsPeopleSayIt) {
     }
 }
 
-struct ToolRun {
-    int code;
-    QString out;
-    QString err;
-};
-
 class Status : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -70,14 +65,10 @@ protected:
     QString Path() const { return dir.filePath("state.db"); }
 
     ToolRun Orvelctl(const QStringList& extra, quint16 port) const {
-        QProcess process;
-        process.start(QString(ORVEL_BIN_DIR) + "/orvelctl",
-                      QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
-                                  QString::number(port), "--now", "2026-03-10 12:48:00"} +
-                          extra);
-        process.waitForFinished(20000);
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return ToolRun::Of(QString(ORVEL_BIN_DIR) + "/orvelctl",
+                           QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
+                                       QString::number(port), "--now", "2026-03-10 12:48:00"} +
+                               extra);
     }
 
     QTemporaryDir dir;

@@ -1,10 +1,7 @@
 // Start-time computation of the four calendar trigger types, one row per case.
-// The binary runs under UTC and under Europe/Berlin; rows keep clear of the
-// daylight-saving changes so that both give the same wall-clock times.
-#include "support/ClockShift.h"
-#include "support/TriggerBuilder.h"
-
-#include "triggers/StartTimeSeries.h"
+// Every row carries its own zone; the binary runs under UTC and under
+// Europe/Berlin to show that the process's zone does not matter.
+#include "support/ZoneSeries.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +12,7 @@ struct Row {
     const char* now;
     bool poll;
     const char* expected; // entries joined by '|'
+    const char* zone = "Europe/Berlin";
 };
 
 void PrintTo(const Row& row, std::ostream* os) {
@@ -249,13 +247,9 @@ class CalendarSchedule : public ::testing::TestWithParam<Row> {};
 
 TEST_P(CalendarSchedule, ComputesStartTimes) {
     const Row& row = GetParam();
-    TriggerObject object = MakeTrigger("plan", row.definition);
-    ClockShift clock(At(row.now));
     const QString expected = row.expected;
-    const int count = expected.split('|').size();
-    const QStringList got =
-        StartTimeSeries::Compute(object, At(row.now), static_cast<quint64>(count), row.poll);
-    EXPECT_EQ(got.join('|').toStdString(), expected.toStdString());
+    EXPECT_EQ(Series(row.zone, row.definition, row.now, expected.split('|').size(), row.poll).toStdString(),
+              expected.toStdString());
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, CalendarSchedule, ::testing::ValuesIn(kRows),
@@ -294,9 +288,9 @@ class EmptyStartTime : public ::testing::TestWithParam<EmptyStartRow> {};
 // An empty start time takes the current minute from the process clock.
 TEST_P(EmptyStartTime, TakesTheCurrentMinute) {
     const EmptyStartRow& row = GetParam();
+    const ZoneScope scope("Europe/Berlin");
     TriggerObject object = MakeTrigger("plan", row.definition);
-    ClockShift clock(At(row.now));
-    const QStringList got = StartTimeSeries::Compute(object, At(row.now), 2, false);
+    const QStringList got = StartTimeSeries::Compute(object, Instant(row.now), 2, false);
     EXPECT_EQ(object.getObjectTriggerAttribute().getStartTime().toStdString(), row.storedStart);
     EXPECT_EQ(got.join('|').toStdString(), row.expected);
 }
@@ -331,8 +325,9 @@ class FirstComputation : public ::testing::TestWithParam<ProgressRow> {};
 
 TEST_P(FirstComputation, RecordsProgress) {
     const ProgressRow& row = GetParam();
+    const ZoneScope scope("Europe/Berlin");
     TriggerObject object = MakeTrigger("plan", row.definition);
-    StartTimeSeries::Compute(object, At(row.now), 1, false);
+    StartTimeSeries::Compute(object, Instant(row.now), 1, false);
     EXPECT_EQ(object.getStartOffsetSecs(), row.startOffset);
     EXPECT_EQ(object.getRepeatCount(), 0u);
 }
@@ -343,47 +338,33 @@ INSTANTIATE_TEST_SUITE_P(Table, FirstComputation, ::testing::ValuesIn(kProgressR
                          });
 
 TEST(FirstComputationFlag, IsSetEvenWhenTheEndFlagEndsTheTrigger) {
+    const ZoneScope scope("UTC");
     TriggerObject object = MakeTrigger("plan", {2, "2026-03-01 09:30:00"});
     object.getObjectTriggerAttribute().setTriggerEndFlag(1);
-    EXPECT_EQ(StartTimeSeries::Compute(object, At("2026-03-10 08:00:00"), 1, false), QStringList{"finished"});
+    EXPECT_EQ(StartTimeSeries::Compute(object, Instant("2026-03-10 08:00:00"), 1, false),
+              QStringList{"finished"});
     EXPECT_EQ(object.getFirstSeekDone(), 1u);
 }
 
 TEST(StoredNextStartTime, HoldsTheLastComputedStart) {
+    const ZoneScope scope("UTC");
     TriggerObject object = MakeTrigger("plan", {2, "2026-03-01 09:30:00"});
-    StartTimeSeries::Compute(object, At("2026-03-10 08:00:00"), 2, false);
+    StartTimeSeries::Compute(object, Instant("2026-03-10 08:00:00"), 2, false);
     EXPECT_EQ(object.getNextStartTime(), "2026-03-11 09:30:00");
 }
+} // namespace
 
-bool InBerlin() {
-    return qgetenv("TZ") == "Europe/Berlin";
-}
-
-// A start time of day that the spring-forward night skips runs one hour later
-// that day and at its own time again the day after; the trigger never ends.
-TEST(DaylightSaving, StartInTheSkippedHourMovesOnByTheGap) {
-    if (!InBerlin()) {
-        GTEST_SKIP() << "needs a zone with daylight saving";
-    }
-    TriggerObject daily = MakeTrigger("plan", {2, "2026-03-01 02:30:00"});
-    EXPECT_EQ(StartTimeSeries::Compute(daily, At("2026-03-28 12:00:00"), 3, false).join('|'),
-              "2026-03-29 03:30:00|2026-03-30 02:30:00|2026-03-31 02:30:00");
-    TriggerObject once = MakeTrigger("plan", {1, "2026-03-29 02:30:00"});
-    EXPECT_EQ(StartTimeSeries::Compute(once, At("2026-03-29 01:00:00"), 2, false).join('|'),
-              "2026-03-29 03:30:00|finished");
-}
-
-TEST(DaylightSaving, RepetitionsAcrossFallBackAreRealHours) {
-    if (!InBerlin()) {
-        GTEST_SKIP() << "needs a zone with daylight saving";
-    }
-    TriggerObject object = MakeTrigger("plan", {2, "2026-10-01 01:00:00", "", 3600});
-    const QStringList got = StartTimeSeries::Compute(object, At("2026-10-25 00:30:00"), 4, false);
-    ASSERT_EQ(got.size(), 4);
-    // 02:00 comes twice that night; the third start is the second 02:00.
-    EXPECT_EQ(got.at(0), "2026-10-25 01:00:00");
-    EXPECT_EQ(got.at(1), "2026-10-25 02:00:00");
-    EXPECT_EQ(got.at(2), "2026-10-25 02:00:00");
-    EXPECT_EQ(got.at(3), "2026-10-25 03:00:00");
+namespace {
+// The parsed rule follows the attribute: a change through the attribute's
+// reference takes effect at the next computation.
+TEST(ParsedRule, FollowsAChangedAttribute) {
+    const ZoneScope scope("UTC");
+    TriggerObject object = MakeTrigger("plan", {3, "2026-01-05 20:00:00", "", 0, 0, "1"});
+    EXPECT_EQ(StartTimeSeries::Compute(object, Instant("2026-03-10 10:00:00"), 1, false).join('|'),
+              "2026-03-16 20:00:00");
+    object.getObjectTriggerAttribute().setWeekDays("3");
+    object.setFirstSeekDone(0);
+    EXPECT_EQ(StartTimeSeries::Compute(object, Instant("2026-03-10 10:00:00"), 1, false).join('|'),
+              "2026-03-11 20:00:00");
 }
 } // namespace

@@ -9,25 +9,43 @@
 #include "store/RunStateStore.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
 
 namespace {
+RunStateStore::Schedule ScheduleOf(const TriggerObject& sent) {
+    RunStateStore::Schedule schedule;
+    schedule.endFlag = sent.getTriggerAttribute().getTriggerEndFlag();
+    if (schedule.endFlag == 0) {
+        schedule.nextStart = sent.getNextStartTime();
+        schedule.nextStartMSecs = sent.getNextStartMSecs();
+        schedule.nextStartOffsetSecs = sent.getNextStartOffsetSecs();
+    }
+    schedule.repeatCount = sent.getRepeatCount();
+    schedule.startOffsetSecs = sent.getStartOffsetSecs();
+    schedule.firstSeekDone = sent.getFirstSeekDone();
+    schedule.filledStart = sent.getFilledStartTime();
+    schedule.fingerprint = sent.getDefinitionFingerprint();
+    return schedule;
+}
+
 // What the link is handed is what the run state records: a run when its
-// execute-trigger goes to the agent, a schedule when its trigger-info does.
-// An execute-trigger carries the start it runs for; an event's carries none and
-// runs for the moment it is handed.
-void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
-                  quint64 endFlag) {
+// execute-trigger goes to the agent, a schedule and the progress behind it
+// when its trigger-info does. An execute-trigger carries the start it runs
+// for; an event's carries none and runs for the moment it is handed.
+void RecordHanded(const TriggerObject& sent, quint64 commandType) {
+    const quint64 triggerType = sent.getTriggerAttribute().getTriggerType();
     if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
+        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, ScheduleOf(sent));
         return;
     }
     if (commandType != CommandTypes::kExecuteTrigger) {
         return;
     }
     const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString nextStart = sent.getNextStartTime();
     const QString due =
         nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
-    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
+    RunStateStore::RecordRun(sent.getPlanUuid(), triggerType, due, nowMSecs);
 }
 } // namespace
 

@@ -29,13 +29,15 @@ void MissedRunCatchUp::Seed(const QHash<QString, RunStateStore::StoredRun>& runs
     }
     for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
         const RunStateStore::StoredRun& run = it.value();
-        if (run.lastDue.isEmpty()) {
+        // A resumed plan waited for its stored start, which is due whether
+        // or not the plan ran before.
+        if (run.lastDue.isEmpty() && !run.resumed) {
             continue;
         }
         m_ranBefore.insert(it.key());
         // The start the service was waiting for when it went down; the texts
-        // compare as the times they name.
-        if (!run.nextStart.isEmpty() && run.nextStart < dueBefore) {
+        // compare as the times they name. A start recorded as handed has run.
+        if (!run.nextStart.isEmpty() && run.nextStart < dueBefore && run.lastDue < run.nextStart) {
             NoteMissed(it.key(), run.nextStart);
         }
     }

@@ -12,22 +12,6 @@
 #include "triggers/TriggerObject.h"
 
 namespace {
-RunStateStore::Schedule ScheduleOf(const TriggerObject& sent) {
-    RunStateStore::Schedule schedule;
-    schedule.endFlag = sent.getTriggerAttribute().getTriggerEndFlag();
-    if (schedule.endFlag == 0) {
-        schedule.nextStart = sent.getNextStartTime();
-        schedule.nextStartMSecs = sent.getNextStartMSecs();
-        schedule.nextStartOffsetSecs = sent.getNextStartOffsetSecs();
-    }
-    schedule.repeatCount = sent.getRepeatCount();
-    schedule.startOffsetSecs = sent.getStartOffsetSecs();
-    schedule.firstSeekDone = sent.getFirstSeekDone();
-    schedule.filledStart = sent.getFilledStartTime();
-    schedule.fingerprint = sent.getDefinitionFingerprint();
-    return schedule;
-}
-
 // What the link is handed is what the run state records: a run when its
 // execute-trigger goes to the agent, a schedule and the progress behind it
 // when its trigger-info does. An execute-trigger carries the start it runs
@@ -35,7 +19,7 @@ RunStateStore::Schedule ScheduleOf(const TriggerObject& sent) {
 void RecordHanded(const TriggerObject& sent, quint64 commandType) {
     const quint64 triggerType = sent.getTriggerAttribute().getTriggerType();
     if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, ScheduleOf(sent));
+        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, RunStateStore::ScheduleOf(sent));
         return;
     }
     if (commandType != CommandTypes::kExecuteTrigger) {

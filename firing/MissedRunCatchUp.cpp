@@ -35,9 +35,12 @@ void MissedRunCatchUp::Seed(const QHash<QString, RunStateStore::StoredRun>& runs
             continue;
         }
         m_ranBefore.insert(it.key());
+        if (!run.lastDue.isEmpty()) {
+            m_lastHanded.insert(it.key(), run.lastDue);
+        }
         // The start the service was waiting for when it went down; the texts
-        // compare as the times they name. A start recorded as handed has run.
-        if (!run.nextStart.isEmpty() && run.nextStart < dueBefore && run.lastDue < run.nextStart) {
+        // compare as the times they name.
+        if (!run.nextStart.isEmpty() && run.nextStart < dueBefore) {
             NoteMissed(it.key(), run.nextStart);
         }
     }
@@ -57,6 +60,12 @@ void MissedRunCatchUp::NoteRun(const QString& planUuid) {
 
 bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missedStart) {
     if (!m_once || !m_ranBefore.contains(planUuid)) {
+        return false;
+    }
+    // A start the previous life recorded as handed has run: the agent got
+    // its 600 before the service went down.
+    const auto handed = m_lastHanded.constFind(planUuid);
+    if (handed != m_lastHanded.constEnd() && missedStart <= handed.value()) {
         return false;
     }
     if (m_byPlan.contains(planUuid)) {

@@ -66,12 +66,13 @@ constexpr const char* kCreateRuns = "CREATE TABLE IF NOT EXISTS runs ("
                                     "filled_start TEXT,"
                                     "fingerprint INTEGER) WITHOUT ROWID";
 // The columns the schema's second version added, for a file of the first.
-constexpr const char* kAddedColumns[] = {"next_ms INTEGER",      "next_offset INTEGER", "repeat_count INTEGER",
-                                         "start_offset INTEGER", "first_seek INTEGER",  "filled_start TEXT",
-                                         "fingerprint INTEGER"};
-constexpr const char* kAllColumns = "plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
-                                    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, "
-                                    "filled_start, fingerprint";
+constexpr const char* kAddedColumns[] = {
+    "next_ms INTEGER",    "next_offset INTEGER", "repeat_count INTEGER", "start_offset INTEGER",
+    "first_seek INTEGER", "filled_start TEXT",   "fingerprint INTEGER"};
+constexpr const char* kAllColumns =
+    "plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
+    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, "
+    "filled_start, fingerprint";
 constexpr const char* kCreateMeta =
     "CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID";
 // A column a change does not touch is bound as NULL and keeps its value.
@@ -356,14 +357,16 @@ namespace {
 // A row the service wrote itself after a computation: a later start, or the
 // end. Anything else (a row of an older file, one changed by hand) is damaged.
 bool Resumable(const RunStateStore::Schedule& kept, const TriggerObject& object) {
-    if (kept.fingerprint == 0 || kept.fingerprint != object.getDefinitionFingerprint() || kept.firstSeekDone != 1) {
+    if (kept.fingerprint == 0 || kept.fingerprint != object.getDefinitionFingerprint() ||
+        kept.firstSeekDone != 1) {
         return false;
     }
     if (kept.endFlag != 0) {
         return true;
     }
     const QDateTime next = LocalTime::Parse(kept.nextStart);
-    return kept.nextStartMSecs > 0 && next.isValid() && qAbs(next.toMSecsSinceEpoch() - kept.nextStartMSecs) <= 86400000;
+    return kept.nextStartMSecs > 0 && next.isValid() &&
+           qAbs(next.toMSecsSinceEpoch() - kept.nextStartMSecs) <= 86400000;
 }
 
 void ResumeObject(const RunStateStore::Schedule& kept, TriggerObject& object) {
@@ -381,6 +384,22 @@ void ResumeObject(const RunStateStore::Schedule& kept, TriggerObject& object) {
     }
 }
 } // namespace
+
+RunStateStore::Schedule RunStateStore::ScheduleOf(const TriggerObject& object) {
+    Schedule schedule;
+    schedule.endFlag = object.getTriggerAttribute().getTriggerEndFlag();
+    if (schedule.endFlag == 0) {
+        schedule.nextStart = object.getNextStartTime();
+        schedule.nextStartMSecs = object.getNextStartMSecs();
+        schedule.nextStartOffsetSecs = object.getNextStartOffsetSecs();
+    }
+    schedule.repeatCount = object.getRepeatCount();
+    schedule.startOffsetSecs = object.getStartOffsetSecs();
+    schedule.firstSeekDone = object.getFirstSeekDone();
+    schedule.filledStart = object.getFilledStartTime();
+    schedule.fingerprint = object.getDefinitionFingerprint();
+    return schedule;
+}
 
 int RunStateStore::Resume(const QHash<QString, TriggerObject*>& registry) {
     int resumed = 0;

@@ -90,6 +90,9 @@ public:
     // Safe from any thread.
     Summary LastSummary() const;
 
+    // What the run state keeps of a trigger as it was just computed.
+    static Schedule ScheduleOf(const TriggerObject& object);
+
     // The recorders; harmless while no store is open.
     static void RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                           qint64 handedMSecs);

@@ -18,7 +18,8 @@ void AtTimeFire::Stop() {
 bool AtTimeFire::DueMinuteStart(const TriggerObject& object, qint64& minuteStartMSecs) {
     const qint64 msecs = object.getNextStartMSecs();
     if (msecs == 0) {
-        return !object.getNextStartTime().isEmpty() && CachedMinuteStart(object.getNextStartTime(), minuteStartMSecs);
+        return !object.getNextStartTime().isEmpty() &&
+               CachedMinuteStart(object.getNextStartTime(), minuteStartMSecs);
     }
     const qint64 local = msecs + static_cast<qint64>(object.getNextStartOffsetSecs()) * 1000;
     minuteStartMSecs = msecs - (((local % 60000) + 60000) % 60000);

@@ -99,8 +99,9 @@ ScheduleResult CalendarSchedule::ComputePolled(const TriggerAttribute& attribute
     return result;
 }
 
-ScheduleResult CalendarSchedule::ComputeLate(const TriggerAttribute& attribute, const ScheduleProgress& progress,
-                                             const QDateTime& now, const QDateTime& current) {
+ScheduleResult CalendarSchedule::ComputeLate(const TriggerAttribute& attribute,
+                                             const ScheduleProgress& progress, const QDateTime& now,
+                                             const QDateTime& current) {
     const quint64 type = attribute.getTriggerType();
     if (progress.firstSeekDone == 0 || attribute.getInterval() == 0 || type == TriggerTypes::kOnce ||
         attribute.getTriggerEndFlag() != 0) {

@@ -708,12 +708,19 @@ void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore:
 }
 
 // The run goes out for the missed start, so that the agent and the run state
-// see which start it stands for; the plan's own next start stays as it is.
+// see which start it stands for; the plan's own next start stays as it is. A
+// plan whose last start was the missed one has ended meanwhile and has no fire
+// any more; its trigger is still registered, a deleted plan's is not.
 bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+    QMutexLocker registryLocker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
     QMutexLocker locker(&m_dateTimeMutex);
     TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
-    if (object == nullptr) {
+    if (object == nullptr && registry != nullptr) {
+        object = registry->value(planUuid, nullptr);
+    }
+    if (object == nullptr || !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
         return false;
     }
     const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";

@@ -2,6 +2,8 @@
 
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
 #include "framework/ResultCommand.h"
 
 #include <QTest>
@@ -27,6 +29,12 @@ void AgentStandIn::Answer() {
                 return;
             }
             m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
+            if (command->getCommandType() == 600) {
+                RequestTriggerExecuteInfoData data;
+                CommandBuilder::BytearrayToData(
+                    static_cast<RequestCommand*>(command.get())->getRfrnRequestData(), &data);
+                m_dueStarts[command->getPlanUuid()] << data.getNextStartTime();
+            }
             ResultCommand result;
             result.GetRequestCommandInfo(*command);
             m_server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));

@@ -29,11 +29,24 @@ void ServiceFolder::RemoveConfig() {
 }
 
 void ServiceFolder::StorePlan(const QString& planUuid, quint64 type, const QString& start) {
-    DatabaseFunctionOperation database;
-    QString error;
-    database.OpenForWriting(Path("data/alldb.db"), error);
     TriggerAttribute attribute;
     attribute.setTriggerType(type);
     attribute.setStartTime(start);
+    StorePlan(planUuid, attribute);
+}
+
+void ServiceFolder::StorePlan(const QString& planUuid, const TriggerAttribute& attribute) {
+    DatabaseFunctionOperation database;
+    QString error;
+    database.OpenForWriting(Path("data/alldb.db"), error);
     database.StoreTrigger(planUuid, QString(), attribute, error);
+}
+
+void ServiceFolder::SetMissedRunPolicy(const QString& policy) {
+    QFile file(Path("cfg/config.ini"));
+    file.open(QIODevice::ReadWrite);
+    const QByteArray text =
+        file.readAll().replace("[Scheduler]\n", "[Scheduler]\nMissedRunPolicy=" + policy.toUtf8() + "\n");
+    file.resize(0);
+    file.write(text);
 }

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+class TriggerAttribute;
+
 // A throw-away application folder: cfg/config.ini and data/ for the trigger
 // database. The command server takes any free port (SchedulerPort=0) and logs
 // it; the agent's port is reserved here, so that a stand-in agent can listen
@@ -23,6 +25,9 @@ public:
     void RemoveConfig();
     // Stores a plan in data/alldb.db, as orvelctl and the suite do.
     void StorePlan(const QString& planUuid, quint64 type, const QString& start = QString());
+    void StorePlan(const QString& planUuid, const TriggerAttribute& attribute);
+    // Adds [Scheduler] MissedRunPolicy to the configuration.
+    void SetMissedRunPolicy(const QString& policy);
 
 private:
     QTemporaryDir m_dir;

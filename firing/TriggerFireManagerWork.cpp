@@ -720,7 +720,8 @@ bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QStri
     if (object == nullptr && registry != nullptr) {
         object = registry->value(planUuid, nullptr);
     }
-    if (object == nullptr || !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
+    if (object == nullptr ||
+        !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
         return false;
     }
     const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";

@@ -701,10 +701,28 @@ void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore:
         return;
     }
     // A poll still runs a start of the current minute itself; a timer fire
-    // runs only starts still to come.
+    // runs only starts still to come, and a resumed one that still aims at
+    // its stored start runs it itself.
     const QDateTime current = Clock::now();
-    m_catchUp->Seed(runs,
-                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+    if (!IsTimerMode()) {
+        m_catchUp->Seed(runs, LocalTime::Format(CalendarSchedule::MinuteStart(current)));
+        return;
+    }
+    QHash<QString, RunStateStore::StoredRun> passed = runs;
+    ForgetStartsStillAhead(passed);
+    m_catchUp->Seed(passed, LocalTime::Format(current.addSecs(1)));
+}
+
+void TriggerFireManagerWork::ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    for (auto it = runs.begin(); it != runs.end(); ++it) {
+        TriggerFire* fire =
+            it->resumed && m_dateTimeFires != nullptr ? m_dateTimeFires->value(it.key()) : nullptr;
+        const TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+        if (object != nullptr && object->getNextStartTime() == it->nextStart) {
+            it->nextStart.clear();
+        }
+    }
 }
 
 // The run goes out for the missed start, so that the agent and the run state

@@ -132,31 +132,6 @@ TEST(AgentOutage, FiveMissedRunsReachTheReturningAgentAsOne) {
 } // namespace
 
 namespace {
-void StoreManyPlans(ServiceFolder& folder, int count) {
-    {
-        DatabaseFunctionOperation schema;
-        QString error;
-        ASSERT_TRUE(schema.OpenForWriting(folder.Path("data/alldb.db"), error));
-    }
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "many");
-        db.setDatabaseName(folder.Path("data/alldb.db"));
-        ASSERT_TRUE(db.open());
-        db.transaction();
-        QSqlQuery insert(db);
-        insert.prepare("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES (?, 2, ?)");
-        for (int i = 0; i < count; ++i) {
-            insert.addBindValue(QString("plan-%1").arg(i));
-            insert.addBindValue(QString("2026-03-01 %1:%2:00")
-                                    .arg(i / 60 % 24, 2, 10, QChar('0'))
-                                    .arg(i % 60, 2, 10, QChar('0')));
-            ASSERT_TRUE(insert.exec());
-        }
-        db.commit();
-    }
-    QSqlDatabase::removeDatabase("many");
-}
-
 // "ok" and the number of rows, as the next reader finds the file.
 QPair<QString, int> Inspect(const QString& path) {
     QPair<QString, int> found;
@@ -183,7 +158,11 @@ QPair<QString, int> Inspect(const QString& path) {
 TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
     constexpr int kPlans = 20000;
     ServiceFolder folder;
-    StoreManyPlans(folder, kPlans);
+    folder.StoreDailyPlans(kPlans, [](int i) {
+        return QString("2026-03-01 %1:%2:00")
+            .arg(i / 60 % 24, 2, 10, QChar('0'))
+            .arg(i % 60, 2, 10, QChar('0'));
+    });
     AgentStandIn agent(folder.agentPort());
     const QString state = folder.Path("data/state.db");
     for (int round = 0; round < 3; ++round) {

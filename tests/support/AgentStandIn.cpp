@@ -34,6 +34,7 @@ void AgentStandIn::Answer() {
                 CommandBuilder::BytearrayToData(
                     static_cast<RequestCommand*>(command.get())->getRfrnRequestData(), &data);
                 m_dueStarts[command->getPlanUuid()] << data.getNextStartTime();
+                m_runConnections << connection;
             }
             ResultCommand result;
             result.GetRequestCommandInfo(*command);

@@ -20,6 +20,8 @@ public:
     bool WaitFor(quint64 type, const QString& planUuid, int timeoutMSecs);
     // The start each run (600) of the plan was sent for, in arrival order.
     QStringList DueStartsOf(const QString& planUuid) const { return m_dueStarts.value(planUuid); }
+    // The connection each run (600) came on, in arrival order.
+    QList<quint64> RunConnections() const { return m_runConnections; }
 
 private:
     void Answer();
@@ -27,4 +29,5 @@ private:
     CommunServer m_server;
     QStringList m_received;
     QHash<QString, QStringList> m_dueStarts;
+    QList<quint64> m_runConnections;
 };

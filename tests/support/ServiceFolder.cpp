@@ -5,6 +5,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QVariant>
 
 ServiceFolder::ServiceFolder(quint64 fireType) : m_fireType(fireType) {
     QDir(m_dir.path()).mkpath("cfg");
@@ -49,4 +52,27 @@ void ServiceFolder::SetMissedRunPolicy(const QString& policy) {
         file.readAll().replace("[Scheduler]\n", "[Scheduler]\nMissedRunPolicy=" + policy.toUtf8() + "\n");
     file.resize(0);
     file.write(text);
+}
+
+void ServiceFolder::StoreDailyPlans(int count, const std::function<QString(int)>& startOf) {
+    {
+        DatabaseFunctionOperation schema;
+        QString error;
+        schema.OpenForWriting(Path("data/alldb.db"), error);
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "many");
+        db.setDatabaseName(Path("data/alldb.db"));
+        db.open();
+        db.transaction();
+        QSqlQuery insert(db);
+        insert.prepare("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES (?, 2, ?)");
+        for (int i = 0; i < count; ++i) {
+            insert.addBindValue(QString("plan-%1").arg(i));
+            insert.addBindValue(startOf(i));
+            insert.exec();
+        }
+        db.commit();
+    }
+    QSqlDatabase::removeDatabase("many");
 }

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <functional>
+
 class TriggerAttribute;
 
 // A throw-away application folder: cfg/config.ini and data/ for the trigger
@@ -26,6 +28,9 @@ public:
     // Stores a plan in data/alldb.db, as orvelctl and the suite do.
     void StorePlan(const QString& planUuid, quint64 type, const QString& start = QString());
     void StorePlan(const QString& planUuid, const TriggerAttribute& attribute);
+    // Stores daily plans "plan-<i>" in one transaction, plan i starting at
+    // startOf(i).
+    void StoreDailyPlans(int count, const std::function<QString(int)>& startOf);
     // Adds [Scheduler] MissedRunPolicy to the configuration.
     void SetMissedRunPolicy(const QString& policy);
 

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <iostream>
 
 namespace {
@@ -169,4 +170,76 @@ INSTANTIATE_TEST_SUITE_P(Modes, BurstKill,
                              return std::string(std::get<0>(info.param) == 1 ? "timer" : "poll") + "_" +
                                     std::to_string(std::get<1>(info.param)) + "ms";
                          });
+
+// The process is frozen (SIGSTOP) for 150 s of its wall clock and thawed, in
+// timer mode with policy once and a spread of 30 s. Twenty every-minute plans
+// due at twenty different seconds each run once for what they missed, then
+// each at its own seconds again, never twice for one start.
+TEST_F(FakedClockTest, AFrozenProcessCatchesUpOnceAndEveryPlanKeepsItsSeconds) {
+    constexpr int kPlans = 20;
+    ServiceFolder folder(1);
+    folder.SetMissedRunPolicy("once", 30);
+    const auto planOf = [](int i) { return QString("minute-%1").arg(i); };
+    for (int i = 0; i < kPlans; ++i) {
+        folder.StorePlan(planOf(i), Plan(2, QString("2026-03-10 10:01:%1").arg(i, 2, 10, QChar('0')), 60));
+    }
+    FakeWallClock clock(QDateTime::fromString("2026-03-10 10:00:40", "yyyy-MM-dd hh:mm:ss"));
+    AgentStandIn agent(folder.agentPort());
+    FakedService service(folder, clock);
+    // A first life schedules the plans; the second resumes them, so that
+    // each counts as scheduled before the freeze.
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return ResumableRows(folder.Path("data/state.db")) == kPlans; }, 20000));
+    ASSERT_TRUE(service.Stop());
+    ASSERT_TRUE(service.Start());
+    const auto everyPlanRan = [&](int runs) {
+        for (int i = 0; i < kPlans; ++i) {
+            if (agent.DueStartsOf(planOf(i)).size() < runs) {
+                return false;
+            }
+        }
+        return true;
+    };
+
+    service.process().Signal(SIGSTOP);
+    clock.MoveBy(150);
+    const QString thawed = clock.Now().toString("yyyy-MM-dd hh:mm:ss");
+    service.process().Signal(SIGCONT);
+    // The catch-up, and the report of the plan's own next start after the
+    // thaw.
+    const auto nextAfterThaw = [&](int i) {
+        const QStringList reported = agent.ReportedStartsOf(planOf(i));
+        return !reported.isEmpty() && reported.last() > thawed ? reported.last() : QString();
+    };
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            for (int i = 0; i < kPlans; ++i) {
+                if (nextAfterThaw(i).isEmpty()) {
+                    return false;
+                }
+            }
+            return everyPlanRan(1);
+        },
+        90000));
+    ASSERT_TRUE(service.Stop());
+
+    for (int i = 0; i < kPlans; ++i) {
+        SCOPED_TRACE(i);
+        const QStringList starts = agent.DueStartsOf(planOf(i)) << nextAfterThaw(i);
+        const QString seconds = QString(":%1").arg(i, 2, 10, QChar('0'));
+        EXPECT_EQ(starts.filter(QRegularExpression(seconds + "$")).size(), starts.size())
+            << starts.join(' ').toStdString();
+        EXPECT_EQ(QSet<QString>(starts.begin(), starts.end()).size(), starts.size())
+            << starts.join(' ').toStdString();
+        // One run for what the freeze missed, then the plan's own next start.
+        QStringList missed;
+        for (const QString& start : starts) {
+            if (start < thawed.left(16)) {
+                missed << start;
+            }
+        }
+        EXPECT_EQ(missed.size(), 1) << starts.join(' ').toStdString();
+    }
+}
 } // namespace

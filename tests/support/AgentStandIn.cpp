@@ -29,11 +29,15 @@ void AgentStandIn::Answer() {
                 return;
             }
             m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
-            if (command->getCommandType() == 600) {
+            const quint64 type = command->getCommandType();
+            if (type == 600 || type == 601) {
                 RequestTriggerExecuteInfoData data;
                 CommandBuilder::BytearrayToData(
                     static_cast<RequestCommand*>(command.get())->getRfrnRequestData(), &data);
-                m_dueStarts[command->getPlanUuid()] << data.getNextStartTime();
+                (type == 600 ? m_dueStarts : m_reportedStarts)[command->getPlanUuid()]
+                    << data.getNextStartTime();
+            }
+            if (type == 600) {
                 m_runConnections << connection;
             }
             ResultCommand result;

@@ -20,6 +20,9 @@ public:
     bool WaitFor(quint64 type, const QString& planUuid, int timeoutMSecs);
     // The start each run (600) of the plan was sent for, in arrival order.
     QStringList DueStartsOf(const QString& planUuid) const { return m_dueStarts.value(planUuid); }
+    // The next starts the plan's trigger-info reports (601) named, in arrival
+    // order.
+    QStringList ReportedStartsOf(const QString& planUuid) const { return m_reportedStarts.value(planUuid); }
     // The connection each run (600) came on, in arrival order.
     QList<quint64> RunConnections() const { return m_runConnections; }
 
@@ -29,5 +32,6 @@ private:
     CommunServer m_server;
     QStringList m_received;
     QHash<QString, QStringList> m_dueStarts;
+    QHash<QString, QStringList> m_reportedStarts;
     QList<quint64> m_runConnections;
 };

@@ -45,11 +45,14 @@ void ServiceFolder::StorePlan(const QString& planUuid, const TriggerAttribute& a
     database.StoreTrigger(planUuid, QString(), attribute, error);
 }
 
-void ServiceFolder::SetMissedRunPolicy(const QString& policy) {
+void ServiceFolder::SetMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
     QFile file(Path("cfg/config.ini"));
     file.open(QIODevice::ReadWrite);
-    const QByteArray text =
-        file.readAll().replace("[Scheduler]\n", "[Scheduler]\nMissedRunPolicy=" + policy.toUtf8() + "\n");
+    const QByteArray lines = QString("[Scheduler]\nMissedRunPolicy=%1\nMissedRunSpreadSecs=%2\n")
+                                 .arg(policy)
+                                 .arg(spreadSecs)
+                                 .toUtf8();
+    const QByteArray text = file.readAll().replace("[Scheduler]\n", lines);
     file.resize(0);
     file.write(text);
 }

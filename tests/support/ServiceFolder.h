@@ -31,8 +31,9 @@ public:
     // Stores daily plans "plan-<i>" in one transaction, plan i starting at
     // startOf(i).
     void StoreDailyPlans(int count, const std::function<QString(int)>& startOf);
-    // Adds [Scheduler] MissedRunPolicy to the configuration.
-    void SetMissedRunPolicy(const QString& policy);
+    // Adds [Scheduler] MissedRunPolicy and MissedRunSpreadSecs to the
+    // configuration.
+    void SetMissedRunPolicy(const QString& policy, quint64 spreadSecs = 0);
 
 private:
     QTemporaryDir m_dir;

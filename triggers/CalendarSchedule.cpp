@@ -72,7 +72,7 @@ QDateTime CalendarSchedule::MinuteStart(const QDateTime& t) {
     const qint64 msecs = t.toMSecsSinceEpoch();
     const qint64 local = msecs + static_cast<qint64>(t.offsetFromUtc()) * 1000;
     const qint64 intoMinute = ((local % 60000) + 60000) % 60000;
-    return QDateTime::fromMSecsSinceEpoch(msecs - intoMinute, t.timeSpec(), t.offsetFromUtc());
+    return t.addMSecs(-intoMinute);
 }
 
 ScheduleResult CalendarSchedule::Compute(const TriggerAttribute& attribute, const ScheduleProgress& progress,

@@ -13,6 +13,7 @@
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTest>
+#include <QVariant>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +45,23 @@ int ResumableRows(const QString& path) {
     }
     QSqlDatabase::removeDatabase("resumable");
     return rows;
+}
+
+// What `orvelctl status` shows as LAST: the start the plan's last run was for.
+QString LastDue(const QString& path, const QString& planUuid) {
+    QString due;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "last");
+        db.setDatabaseName(path);
+        if (db.open()) {
+            QSqlQuery query(db);
+            query.prepare("SELECT last_due FROM runs WHERE plan_uuid = ?");
+            query.addBindValue(planUuid);
+            due = query.exec() && query.next() ? query.value(0).toString() : QString();
+        }
+    }
+    QSqlDatabase::removeDatabase("last");
+    return due;
 }
 
 class FakedClockTest : public ::testing::Test {
@@ -97,6 +115,11 @@ TEST_P(Restarts, SixRestartsRunEachDueStartOnceAndNothingElse) {
     EXPECT_EQ(agent.DueStartsOf("daily"), QStringList{"2026-03-10 10:02:00"});
     const QStringList minutely = agent.DueStartsOf("minutely");
     EXPECT_EQ(minutely, (QStringList{"2026-03-10 10:01:00", "2026-03-10 10:02:00"}));
+    for (const char* plan : {"hourly", "weekly", "once", "daily", "minutely"}) {
+        const QStringList due = agent.DueStartsOf(plan);
+        EXPECT_EQ(LastDue(folder.Path("data/state.db"), plan), due.isEmpty() ? QString() : due.last())
+            << plan;
+    }
 }
 
 int RunsReceived(const AgentStandIn& agent) {

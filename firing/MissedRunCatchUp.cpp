@@ -29,10 +29,15 @@ void MissedRunCatchUp::Seed(const QHash<QString, RunStateStore::StoredRun>& runs
     }
     for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
         const RunStateStore::StoredRun& run = it.value();
-        if (run.lastDue.isEmpty()) {
+        // A resumed plan waited for its stored start, which is due whether
+        // or not the plan ran before.
+        if (run.lastDue.isEmpty() && !run.resumed) {
             continue;
         }
         m_ranBefore.insert(it.key());
+        if (!run.lastDue.isEmpty()) {
+            m_lastHanded.insert(it.key(), run.lastDue);
+        }
         // The start the service was waiting for when it went down; the texts
         // compare as the times they name.
         if (!run.nextStart.isEmpty() && run.nextStart < dueBefore) {
@@ -55,6 +60,11 @@ void MissedRunCatchUp::NoteRun(const QString& planUuid) {
 
 bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missedStart) {
     if (!m_once || !m_ranBefore.contains(planUuid)) {
+        return false;
+    }
+    // A start handed before, by the previous life or as a catch-up, has run.
+    const auto handed = m_lastHanded.constFind(planUuid);
+    if (handed != m_lastHanded.constEnd() && missedStart <= handed.value()) {
         return false;
     }
     if (m_byPlan.contains(planUuid)) {
@@ -86,6 +96,8 @@ void MissedRunCatchUp::onTimeout() {
         const CatchUp waiting = m_queue.begin()->second;
         m_byPlan.remove(waiting.planUuid);
         m_queue.erase(m_queue.begin());
+        // The poll that finds the same start passed must not catch it up again.
+        m_lastHanded.insert(waiting.planUuid, waiting.missedStart);
         m_run(waiting.planUuid, waiting.missedStart);
     }
     Arm();

@@ -73,14 +73,19 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
 
 // An on-time run computes its follow-up from the instant it was due, so that
 // repetitions do not drift by the moments the runs took to fire; a run that a
-// clock step or a sleep passed over computes from the current time.
-QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+// clock step or a sleep passed over goes on with the plan's series after the
+// current time.
+quint64 SeekTimerFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next) {
     const qint64 due = fire.expiredDueMSecs();
     const qint64 late = current.toMSecsSinceEpoch() - due;
-    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
-    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
+    if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
+        return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
+    }
+    return fire.SeekLateStartTime(current, next);
 }
 
+// The start a poll has just run, from which its follow-up counts, so that the
+// series keeps the seconds of its starts.
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
 } // namespace
@@ -517,7 +522,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     }
     const QString text = object->getNextStartTime();
     qint64 minuteStartMSecs = 0;
-    const bool valid = !text.isEmpty() && fire->CachedMinuteStart(text, minuteStartMSecs);
+    const bool valid = fire->DueMinuteStart(*object, minuteStartMSecs);
     if (valid && nowMSecs < minuteStartMSecs) {
         // Due in a later minute: the common case, kept free of any other work.
         earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
@@ -549,8 +554,10 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
+    const QDateTime minuteStart = CalendarSchedule::MinuteStart(current);
     QDateTime next;
-    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
+    const quint64 state = fired ? fire->SeekNextPolledStartTime(minuteStart, true, next)
+                                : fire->SeekLateStartTime(minuteStart, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
@@ -613,7 +620,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
+    const quint64 state = SeekTimerFollowUp(*fire, current, next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -670,6 +677,11 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
         if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
             timerFire->RearmFromNextStartTime();
         } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            // The wall-clock time is what the plan asked for: its instant is
+            // taken again from the text, in the zone now in force.
+            if (TriggerObject* object = atTimeFire->GetTriggerObject()) {
+                object->setNextStartTime(object->getNextStartTime());
+            }
             atTimeFire->ForgetCachedMinute();
         }
     }
@@ -680,19 +692,45 @@ void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore:
         return;
     }
     // A poll still runs a start of the current minute itself; a timer fire
-    // runs only starts still to come.
+    // runs only starts still to come, and a resumed one that still aims at
+    // its stored start runs it itself.
     const QDateTime current = Clock::now();
-    m_catchUp->Seed(runs,
-                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+    if (!IsTimerMode()) {
+        m_catchUp->Seed(runs, LocalTime::Format(CalendarSchedule::MinuteStart(current)));
+        return;
+    }
+    QHash<QString, RunStateStore::StoredRun> passed = runs;
+    ForgetStartsStillAhead(passed);
+    m_catchUp->Seed(passed, LocalTime::Format(current.addSecs(1)));
+}
+
+void TriggerFireManagerWork::ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    for (auto it = runs.begin(); it != runs.end(); ++it) {
+        TriggerFire* fire =
+            it->resumed && m_dateTimeFires != nullptr ? m_dateTimeFires->value(it.key()) : nullptr;
+        const TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+        if (object != nullptr && object->getNextStartTime() == it->nextStart) {
+            it->nextStart.clear();
+        }
+    }
 }
 
 // The run goes out for the missed start, so that the agent and the run state
-// see which start it stands for; the plan's own next start stays as it is.
+// see which start it stands for; the plan's own next start stays as it is. A
+// plan whose last start was the missed one has ended meanwhile and has no fire
+// any more; its trigger is still registered, a deleted plan's is not.
 bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+    QMutexLocker registryLocker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
     QMutexLocker locker(&m_dateTimeMutex);
     TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
-    if (object == nullptr) {
+    if (object == nullptr && registry != nullptr) {
+        object = registry->value(planUuid, nullptr);
+    }
+    if (object == nullptr ||
+        !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
         return false;
     }
     const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";

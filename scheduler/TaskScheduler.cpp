@@ -9,25 +9,28 @@
 #include "framework/WireFormat.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
 
 namespace {
 // What the agent link is handed is what the run state records: a run when its
-// execute-trigger goes to the agent, a schedule when its trigger-info does.
+// execute-trigger goes to the agent, a schedule and the progress behind it
+// when its trigger-info does.
 // An execute-trigger carries the start it runs for; an event's carries none and
 // runs for the moment it is handed.
-void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
-                  quint64 endFlag) {
+void RecordHanded(const TriggerObject& sent, quint64 commandType) {
+    const quint64 triggerType = sent.getTriggerAttribute().getTriggerType();
     if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
+        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, RunStateStore::ScheduleOf(sent));
         return;
     }
     if (commandType != CommandTypes::kExecuteTrigger) {
         return;
     }
     const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString nextStart = sent.getNextStartTime();
     const QString due =
         nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
-    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
+    RunStateStore::RecordRun(sent.getPlanUuid(), triggerType, due, nowMSecs);
 }
 } // namespace
 
@@ -73,15 +76,17 @@ bool TaskScheduler::Init(const QString& appDir) {
 // The service runs on without its run state when the state file cannot be
 // used at all; the store has said why.
 void TaskScheduler::OpenRunState(const QString& appDir) {
-    QSet<QString> livePlans;
-    {
-        QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
-        const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
-        if (registry != nullptr) {
-            livePlans = QSet<QString>(registry->keyBegin(), registry->keyEnd());
-        }
+    QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
+    const QSet<QString> livePlans =
+        registry != nullptr ? QSet<QString>(registry->keyBegin(), registry->keyEnd()) : QSet<QString>();
+    if (m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans) && registry != nullptr) {
+        const int resumed = m_runState.Resume(*registry);
+        Logger::Info(QString("%1 of %2 plans resume their schedule from the run state.")
+                         .arg(resumed)
+                         .arg(registry->size()));
     }
-    m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans);
+    locker.unlock();
     connect(
         &m_runState, &RunStateStore::summaryChanged, this, [this] { Q_EMIT statusChanged(StatusLine()); },
         Qt::UniqueConnection);

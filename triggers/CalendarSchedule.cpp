@@ -20,18 +20,21 @@ QDateTime ScheduleResult::Next() const {
 
 void ScheduleResult::ApplyTo(TriggerObject& object) const {
     if (!filledStartTime.isEmpty()) {
+        object.setFilledStartTime(filledStartTime);
         object.getObjectTriggerAttribute().setStartTime(filledStartTime);
     }
     object.setFirstSeekDone(progress.firstSeekDone);
     object.setRepeatCount(progress.repeatCount);
     object.setStartOffsetSecs(progress.startOffsetSecs);
     if (state == FireState::kScheduled) {
-        object.setNextStartTime(LocalTime::FormatWall(WallTime::Of(nextMSecs)));
+        object.setNextStart(LocalTime::FormatWall(WallTime::Of(nextMSecs)), nextMSecs,
+                            WallTime::OffsetAt(nextMSecs));
     }
 }
 
 CalendarSchedule::CalendarSchedule(const CalendarRule& rule, const ScheduleProgress& progress)
-    : m_rule(rule), m_progress(progress) {}
+    : m_rule(rule), m_progress(progress),
+      m_endMSecs(rule.hasEnd() ? WallTime::InstantOf(rule.endWall()) : 0) {}
 
 qint64 CalendarSchedule::MinuteStart(qint64 msecs) {
     const qint64 wall = WallTime::Of(msecs);
@@ -67,14 +70,63 @@ ScheduleResult CalendarSchedule::ComputePolled(const CalendarRule& rule, const S
     return result;
 }
 
+ScheduleResult CalendarSchedule::ComputeLate(const CalendarRule& rule, const ScheduleProgress& progress,
+                                             qint64 now, qint64 current) {
+    ScheduleResult result = Compute(rule, progress, now, current);
+    if (progress.firstSeekDone == 0 || rule.interval() == 0 || rule.type() == TriggerTypes::kOnce ||
+        rule.ended() || result.state != FireState::kScheduled) {
+        return result;
+    }
+    CalendarSchedule schedule(rule, progress);
+    Start next;
+    result.state = schedule.SeekSeriesTime(now, next);
+    if (result.state == FireState::kScheduled && schedule.IsEndTimePassed(next.msecs)) {
+        result.state = FireState::kFinished;
+    }
+    result.nextMSecs = result.state == FireState::kScheduled ? next.msecs : 0;
+    result.movedByGap = result.state == FireState::kScheduled && next.movedByGap;
+    result.progress = schedule.m_progress;
+    return result;
+}
+
+// The first start of the plan's own series after `now`: a daily repetition
+// counts whole intervals from its start date-time, the others from the start
+// time of an allowed day, within the day and its span.
+quint64 CalendarSchedule::SeekSeriesTime(qint64 now, Start& out) {
+    if (!m_rule.startIsValid()) {
+        return FireState::kError;
+    }
+    const quint64 type = m_rule.type();
+    const bool daily = type == TriggerTypes::kDaily;
+    const QDate today = WallTime::DateOf(WallTime::Of(now));
+    const qint64 intervalMSecs = static_cast<qint64>(m_rule.interval()) * kOneSecondMSecs;
+    const qint64 origin =
+        WallTime::InstantOf(daily ? m_rule.startWall() : WallTime::Make(today, m_rule.startTimeOfDay()));
+    const bool dayAllowed = daily || m_rule.AllowsDate(today);
+    m_progress.startOffsetSecs = 0;
+    m_progress.repeatCount = 0;
+    if (dayAllowed && now < origin) {
+        out = {origin, false};
+        return FireState::kScheduled;
+    }
+    const qint64 steps = (now - origin) / intervalMSecs + 1;
+    const qint64 candidate = origin + steps * intervalMSecs;
+    const qint64 midnight = WallTime::InstantOf(WallTime::StartOfDay(today.addDays(1)));
+    const quint64 span = m_rule.duration();
+    if (daily || (dayAllowed && candidate <= midnight &&
+                  (span == 0 || static_cast<quint64>(steps) * m_rule.interval() <= span))) {
+        out = {candidate, false};
+        m_progress.repeatCount = daily ? 0 : static_cast<quint64>(steps);
+        return FireState::kScheduled;
+    }
+    return SeekNextDayStartTime(now, out);
+}
+
 quint64 CalendarSchedule::Run(qint64 now, qint64 current, Start& out) {
     const quint64 interval = m_rule.interval();
     const quint64 duration = m_rule.duration();
     if (interval > TriggerCheck::kMaxSpanSecs || duration > TriggerCheck::kMaxSpanSecs) {
         return FireState::kError;
-    }
-    if (m_rule.hasEnd()) {
-        m_endMSecs = WallTime::InstantOf(m_rule.endWall());
     }
     if (IsEndTimePassed(now) || (duration != 0 && interval > duration)) {
         return FireState::kFinished;

@@ -49,10 +49,16 @@ public:
     // The computation after a poll in the minute starting at `minuteStart`.
     // After a run the next start must lie in a later minute, or every later
     // poll of this minute would find the plan due again: a start inside it is
-    // computed again from the following minute, from the same progress, so one
-    // run counts one repetition.
+    // computed again from the following minute, from the same progress, so
+    // one run counts one repetition.
     static ScheduleResult ComputePolled(const CalendarRule& rule, const ScheduleProgress& progress,
                                         qint64 minuteStart, qint64 current, bool afterRun);
+    // The follow-up after a late run or a missed start: the first start of the
+    // plan's own series after `now`, not `now` plus the interval, so that a
+    // late run does not move the plan's times. A first computation is the
+    // ordinary one.
+    static ScheduleResult ComputeLate(const CalendarRule& rule, const ScheduleProgress& progress, qint64 now,
+                                      qint64 current);
     // The start of the wall-clock minute an instant lies in, in the same
     // reading of a repeated hour.
     static qint64 MinuteStart(qint64 msecs);
@@ -70,6 +76,7 @@ private:
     quint64 SeekFirstStartTime(qint64 now, Start& out);
     quint64 SeekNextDayStartTime(qint64 now, Start& out);
     quint64 SeekNextRepeatTime(qint64 now, Start& out);
+    quint64 SeekSeriesTime(qint64 now, Start& out);
     quint64 NextDateAfter(const QDate& from, qint64 now, Start& out) const;
     Start At(const QDate& date, qint64 now) const;
     void FillDefaultStartTime(qint64 current);

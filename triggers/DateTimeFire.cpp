@@ -40,6 +40,15 @@ quint64 DateTimeFire::SeekNextPolledStartTime(const QDateTime& minuteStart, bool
         next);
 }
 
+quint64 DateTimeFire::SeekLateStartTime(const QDateTime& now, QDateTime& next) {
+    return Seek(
+        [&now](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputeLate(rule, progress, now.toMSecsSinceEpoch(),
+                                                 Clock::nowMSecsSinceEpoch());
+        },
+        next);
+}
+
 template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, QDateTime& next) {
     TriggerObject* object = GetTriggerObject();
     if (object == nullptr) {

@@ -23,6 +23,9 @@ public:
     // The same for the poll of the minute starting at `minuteStart`, which has
     // just fired the plan when `afterRun` is set.
     quint64 SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next);
+    // After a late run or a missed start: the next start of the plan's own
+    // series after now.
+    quint64 SeekLateStartTime(const QDateTime& now, QDateTime& next);
     quint64 getFireState() const { return m_fireState; }
 
 public Q_SLOTS:

@@ -1,5 +1,7 @@
 #include "TriggerObject.h"
 
+#include "LocalTime.h"
+
 TriggerObject::TriggerObject(const RequestNewOperationData& data)
     : m_triggerAttribute(data.getTriggerAttribute()) {}
 
@@ -29,4 +31,18 @@ const CalendarRule& TriggerObject::getCalendarRule() {
         m_calendarRuleStale = false;
     }
     return m_calendarRule;
+}
+
+void TriggerObject::setNextStartTime(const QString& value) {
+    setNextStart(value, 0, 0);
+}
+
+void TriggerObject::setNextStart(const QDateTime& next) {
+    setNextStart(LocalTime::Format(next), next.toMSecsSinceEpoch(), next.offsetFromUtc());
+}
+
+void TriggerObject::setNextStart(const QString& text, qint64 msecs, int offsetSecs) {
+    m_nextStartTime = text;
+    m_nextStartMSecs = msecs;
+    m_nextStartOffsetSecs = offsetSecs;
 }

@@ -4,6 +4,8 @@
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 #include "framework/SignalStack.h"
+#include "triggers/FireState.h"
+#include "triggers/LocalTime.h"
 
 #include <QFile>
 #include <QSqlDatabase>
@@ -161,6 +163,7 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
     // until Close only its raw handle is used, by one thread at a time under
     // m_writeMutex; SQLite lets a connection move between threads so.
     m_handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    LoadHealth();
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         g_current = this;
@@ -381,6 +384,7 @@ void RunStateStore::RunWriter() {
 // run. It is tried again with the next batch, Flush or Close, never in a loop
 // of its own.
 bool RunStateStore::WriteTaken(const QHash<QString, Update>& taken) {
+    Observe(taken);
     if ((taken.isEmpty() && m_unwritten.isEmpty()) || m_handle == nullptr) {
         return m_lastWriteOk;
     }
@@ -394,8 +398,10 @@ bool RunStateStore::WriteTaken(const QHash<QString, Update>& taken) {
     m_lastWriteOk = WriteBatch(batch);
     if (!m_lastWriteOk) {
         m_unwritten.swap(batch);
+        m_unwrittenCount = static_cast<quint64>(m_unwritten.size());
         return false;
     }
+    m_unwrittenCount = 0;
     RefreshSummary(batch);
     return true;
 }
@@ -514,6 +520,7 @@ std::vector<BatchRow> InKeyOrder(const QHash<QString, RunStateStore::Update>& ba
 
 bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
     sqlite3* handle = m_handle;
+    qint64 writtenAt = 0;
     bool ok = handle != nullptr && sqlite3_exec(handle, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
     {
         const Statement upsert = ok ? Prepare(handle, kUpsert) : Statement();
@@ -527,11 +534,13 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
             ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value());
         }
         if (ok) {
-            sqlite3_bind_int64(meta.get(), 1, Clock::nowMSecsSinceEpoch());
+            writtenAt = Clock::nowMSecsSinceEpoch();
+            sqlite3_bind_int64(meta.get(), 1, writtenAt);
             ok = Step(meta.get());
         }
     }
     if (ok && sqlite3_exec(handle, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) {
+        m_writtenAtMSecs = writtenAt;
         m_reportedWriteFailure = false;
         return true;
     }
@@ -626,4 +635,58 @@ void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
     Merge(planUuid, Update{true, 0, {}, {}, {}});
+}
+
+quint64 RunStateStore::UnwrittenChanges() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return m_unwrittenCount + (g_current == this ? static_cast<quint64>(g_changes.size()) : 0);
+}
+
+// Each batch is observed once, when it is taken, whether or not its write
+// succeeds: a batch that failed is written again with the next, not counted
+// again.
+void RunStateStore::Observe(const QHash<QString, Update>& taken) {
+    for (auto it = taken.constBegin(); it != taken.constEnd(); ++it) {
+        const Update& u = it.value();
+        if (u.removeFirst) {
+            m_health.Remove(it.key());
+        }
+        if (u.run) {
+            m_health.NoteRun(it.key(), u.triggerType, u.run->handedMSecs);
+            // An event's run is due when it is handed.
+            if (!TriggerTypes::IsEvent(u.triggerType)) {
+                const QDateTime due = LocalTime::Parse(u.run->due);
+                if (due.isValid()) {
+                    m_tally.NoteLateness(u.run->handedMSecs - due.toMSecsSinceEpoch());
+                }
+            }
+        }
+        if (u.schedule) {
+            m_health.NoteSchedule(it.key(), u.triggerType, u.schedule->nextStart, u.schedule->endFlag);
+        }
+        if (u.result) {
+            m_health.NoteResult(it.key(), u.result->code, u.result->atMSecs);
+            m_tally.NoteOutcome(u.result->code == 0 ? "ok" : "refused");
+        }
+    }
+}
+
+// The plans the file knows when it is opened, read through the raw handle: at
+// a million plans Qt SQL's value conversions would cost seconds.
+void RunStateStore::LoadHealth() {
+    m_health.Clear();
+    if (m_handle == nullptr) {
+        return;
+    }
+    const Statement rows = Prepare(m_handle, "SELECT plan_uuid, trigger_type, next_start, end_flag, last_handed, "
+                                             "result, result_at FROM runs");
+    while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) {
+        sqlite3_stmt* row = rows.get();
+        m_health.Put(ColumnText(row, 0), static_cast<quint64>(sqlite3_column_int64(row, 1)), ColumnText(row, 2),
+                     static_cast<quint64>(sqlite3_column_int64(row, 3)), sqlite3_column_int64(row, 4),
+                     sqlite3_column_type(row, 5) != SQLITE_NULL, static_cast<quint64>(sqlite3_column_int64(row, 5)),
+                     sqlite3_column_int64(row, 6));
+    }
+    const Statement written = Prepare(m_handle, "SELECT value FROM meta WHERE key = 'written_at'");
+    m_writtenAtMSecs = written && sqlite3_step(written.get()) == SQLITE_ROW ? sqlite3_column_int64(written.get(), 0) : 0;
 }

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "store/RunTally.h"
+#include "store/ScheduleHealth.h"
+
 #include <QHash>
 #include <QObject>
 #include <QSet>
 #include <QString>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -63,6 +67,14 @@ public:
     bool Flush();
     // Safe from any thread.
     Summary LastSummary() const;
+    // How the plans fare and what their runs came to, followed from every
+    // batch as it is taken; safe from any thread.
+    const ScheduleHealth& Health() const { return m_health; }
+    const RunTally& Tally() const { return m_tally; }
+    // When the file was last written, ms since the epoch; 0 when unknown.
+    qint64 WrittenAtMSecs() const { return m_writtenAtMSecs; }
+    // Changes recorded but not yet in the file; safe from any thread.
+    quint64 UnwrittenChanges() const;
 
     // The recorders; harmless while no store is open.
     static void RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
@@ -95,6 +107,8 @@ private:
     bool WriteTaken(const QHash<QString, Update>& batch);
     bool WriteBatch(const QHash<QString, Update>& batch);
     void RefreshSummary(const QHash<QString, Update>& batch);
+    void LoadHealth();
+    void Observe(const QHash<QString, Update>& taken);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
     static QHash<QString, Update> Merged(const std::vector<std::pair<QString, Update>>& changes);
@@ -115,9 +129,13 @@ private:
     std::mutex m_writeMutex;
     bool m_lastWriteOk = true;
     QHash<QString, Update> m_unwritten;
+    std::atomic<quint64> m_unwrittenCount{0};
+    std::atomic<qint64> m_writtenAtMSecs{0};
     bool m_reportedWriteFailure = false;
 
     mutable std::mutex m_summaryMutex;
     Summary m_summary;
     QHash<QString, StoredRun> m_storedRuns;
+    ScheduleHealth m_health;
+    RunTally m_tally;
 };

@@ -4,7 +4,7 @@
 #include "RelativeTime.h"
 #include "ServiceEndpoint.h"
 #include "ToolOutput.h"
-#include "TriggerTypeNames.h"
+#include "triggers/TriggerTypeNames.h"
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"

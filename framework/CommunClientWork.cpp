@@ -91,6 +91,13 @@ void CommunClientWork::onRequestData(QByteArray blocks) {
     } else if (m_socket->state() == QAbstractSocket::UnconnectedState && !m_retryTimer->isActive()) {
         Connect();
     }
+    PublishState();
+}
+
+void CommunClientWork::PublishState() {
+    m_connected.store(m_socket != nullptr && m_socket->state() == QAbstractSocket::ConnectedState,
+                      std::memory_order_relaxed);
+    m_framesWaiting.store(m_pending.Size(), std::memory_order_relaxed);
 }
 
 void CommunClientWork::Buffer(const QByteArray& blocks) {
@@ -163,6 +170,7 @@ void CommunClientWork::onConnected() {
     }
     m_mergedPlans.clear();
     Flush();
+    PublishState();
 }
 
 void CommunClientWork::onDisconnected() {
@@ -172,6 +180,7 @@ void CommunClientWork::onDisconnected() {
         m_reportedFailure = true;
     }
     ScheduleRetry();
+    PublishState();
 }
 
 void CommunClientWork::onReadyRead() {
@@ -202,4 +211,5 @@ void CommunClientWork::ReleaseConnection() {
         delete m_socket;
         m_socket = nullptr;
     }
+    PublishState();
 }

@@ -17,6 +17,7 @@ struct Values {
     quint64 dateTimeFireType = 0;
     QString missedRunPolicy = "skip";
     quint64 missedRunSpreadSecs = 0;
+    ConfigReader::Metrics metrics;
 };
 
 Values& Current() {
@@ -30,6 +31,22 @@ quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, 
     bool ok = false;
     const uint port = settings.value(key, fallback).toUInt(&ok);
     return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
+}
+
+quint64 CountValue(const QSettings& settings, const char* key, quint64 fallback) {
+    bool ok = false;
+    const quint64 count = settings.value(key, fallback).toULongLong(&ok);
+    return ok && count >= 1 ? count : fallback;
+}
+
+ConfigReader::Metrics MetricsValues(const QSettings& settings) {
+    const ConfigReader::Metrics defaults;
+    ConfigReader::Metrics metrics;
+    metrics.textfilePath = settings.value("Metrics/TextfilePath").toString().trimmed();
+    metrics.intervalSecs = CountValue(settings, "Metrics/IntervalSecs", defaults.intervalSecs);
+    metrics.planSeriesLimit = CountValue(settings, "Metrics/PlanSeriesLimit", defaults.planSeriesLimit);
+    metrics.overdueAfterSecs = CountValue(settings, "Metrics/OverdueAfterSecs", defaults.overdueAfterSecs);
+    return metrics;
 }
 void LimitValue(const QSettings& settings, const QString& key, quint64 highest, quint64& value,
                 QStringList& problems) {
@@ -86,6 +103,7 @@ bool ConfigReader::IniReader(const QString& path) {
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
     values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
     values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
+    values.metrics = MetricsValues(settings);
     Current() = values;
     return true;
 }
@@ -160,4 +178,12 @@ void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& 
     Current().allowedUsers = users;
     Current().allowedGroups = groups;
     Current().allowedGroupsSet = true;
+}
+
+ConfigReader::Metrics ConfigReader::getMetrics() {
+    return Current().metrics;
+}
+
+void ConfigReader::setMetrics(const Metrics& metrics) {
+    Current().metrics = metrics;
 }

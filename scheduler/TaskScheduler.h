@@ -4,6 +4,7 @@
 #include "communication/SchedulerServerManager.h"
 #include "firing/TriggerFireManager.h"
 #include "framework/CommunProducerConsumerManager.h"
+#include "scheduler/MetricsTextfile.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
@@ -28,6 +29,8 @@ public:
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
     // One line for systemd: how many plans there are and which runs next.
     QString StatusLine() const;
+    // The schedule health as the metrics file shows it.
+    QByteArray MetricsText(bool up) const;
 
 Q_SIGNALS:
     void statusChanged(QString line);
@@ -46,5 +49,7 @@ private:
     SchedulerClientCommunManager m_clientManager;
     SchedulerServerManager m_serverManager;
     RunStateStore m_runState;
+    MetricsTextfile m_metrics;
+    qint64 m_startMSecs = 0;
     QString m_failure;
 };

@@ -138,9 +138,6 @@ ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfte
         if (row.nextKey != 0 && (earliestKey == 0 || row.nextKey < earliestKey)) {
             earliestKey = row.nextKey;
         }
-        if (row.ended) {
-            continue;
-        }
         const bool startPassed = row.nextKey != 0 && row.nextKey <= dueKey;
         const bool answered = row.hasResult && row.resultMSecs >= row.handedMSecs;
         const bool unanswered = row.handedMSecs != 0 && !answered && row.handedMSecs <= dueBeforeMSecs;

@@ -44,7 +44,9 @@ TEST(ScheduleHealth, OverdueAndRefusedPlans) {
         {"run answered", At(kMinute), Ago(2 * kMinute), true, 0, Ago(kMinute), false, 0, 0},
         {"answer to an earlier run", At(kMinute), Ago(2 * kMinute), true, 0, Ago(kMinute * 60), false, 1, 0},
         {"run refused", At(kMinute), Ago(2 * kMinute), true, 1, Ago(kMinute), false, 0, 1},
-        {"ended", At(-2 * kMinute), Ago(2 * kMinute), false, 0, 0, true, 0, 0},
+        {"ended after its run", QString(), Ago(2 * kMinute), true, 0, Ago(kMinute), true, 0, 0},
+        // A once plan ends when its run is handed, answered or not.
+        {"ended, its run unanswered", QString(), Ago(2 * kMinute), false, 0, 0, true, 1, 0},
     };
     for (const PlanCase& c : cases) {
         ScheduleHealth health;

@@ -106,7 +106,9 @@ TEST(ServiceProcess, InstallsAndRemovesItsSystemdUnit) {
         {"ExecStart", install.Executable() + " -e"},
         {"WorkingDirectory", directory},
         {"ReadWritePaths",
-         QStringList{directory + "/data", directory + "/log", directory + "/dump"}.join(' ')}};
+         QStringList{directory + "/data", directory + "/log", directory + "/dump",
+                     "-/var/lib/prometheus/node-exporter"}
+             .join(' ')}};
     for (const QString& line : QString::fromUtf8(packaged.readAll()).split('\n')) {
         const QString key = line.section('=', 0, 0);
         const QString expected = paths.contains(key) ? key + "=" + paths.value(key) : line;

@@ -41,9 +41,10 @@ std::vector<Plan> MakePlans(int count, int overduePerMille) {
         const bool overdue = static_cast<int>(random() % 1000) < overduePerMille;
         const qint64 ahead = overdue ? -3600000 : static_cast<qint64>(random() % (7 * kDayMSecs));
         const bool event = type > 4;
-        plans.push_back(Plan{QString("%1-4c1d-8e2f-9a0b-%2").arg(random(), 8, 16, QChar('0')).arg(i, 12, 10, QChar('0')),
-                             type, event ? QString() : now.addMSecs(ahead).toString("yyyy-MM-dd hh:mm:ss"),
-                             type == 1 && !overdue && random() % 2 == 0});
+        plans.push_back(
+            Plan{QString("%1-4c1d-8e2f-9a0b-%2").arg(random(), 8, 16, QChar('0')).arg(i, 12, 10, QChar('0')),
+                 type, event ? QString() : now.addMSecs(ahead).toString("yyyy-MM-dd hh:mm:ss"),
+                 type == 1 && !overdue && random() % 2 == 0});
     }
     return plans;
 }
@@ -62,8 +63,8 @@ qint64 ResidentBytes() {
 void Fill(ScheduleHealth& health, const std::vector<Plan>& plans) {
     const qint64 handed = Clock::nowMSecsSinceEpoch() - kDayMSecs;
     for (const Plan& plan : plans) {
-        health.Put(plan.uuid, plan.type, plan.ended ? QString() : plan.nextStart, plan.ended ? 1 : 0, handed, true, 0,
-                   handed + 60000);
+        health.Put(plan.uuid, plan.type, plan.ended ? QString() : plan.nextStart, plan.ended ? 1 : 0, handed,
+                   true, 0, handed + 60000);
     }
 }
 
@@ -76,12 +77,14 @@ MetricsExposition::Live SomeLive() {
 }
 
 void BM_MetricsWrite(benchmark::State& state) {
-    const std::vector<Plan> plans = MakePlans(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    const std::vector<Plan> plans =
+        MakePlans(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     const qint64 before = ResidentBytes();
     ScheduleHealth health;
     Fill(health, plans);
     // The plan names are shared with the service's own, as they are here.
-    state.counters["bytes_per_plan"] = static_cast<double>(ResidentBytes() - before) / static_cast<double>(plans.size());
+    state.counters["bytes_per_plan"] =
+        static_cast<double>(ResidentBytes() - before) / static_cast<double>(plans.size());
     const MetricsExposition::Live live = SomeLive();
     qint64 bytes = 0;
     for (auto _ : state) {

@@ -21,8 +21,9 @@ quint64 TypeOf(TriggerObject* object) {
     return object->getObjectTriggerAttribute().getTriggerType();
 }
 
-const std::array<std::pair<quint64, const char*>, 3> kCommands{
-    {{CommandTypes::kNewPlan, "add"}, {CommandTypes::kDeletePlan, "delete"}, {CommandTypes::kModifyPlan, "modify"}}};
+const std::array<std::pair<quint64, const char*>, 3> kCommands{{{CommandTypes::kNewPlan, "add"},
+                                                                {CommandTypes::kDeletePlan, "delete"},
+                                                                {CommandTypes::kModifyPlan, "modify"}}};
 
 const QByteArray& Payload(CommCommand* request) {
     return static_cast<RequestCommand*>(request)->getRfrnRequestData();

@@ -104,7 +104,8 @@ bool MetricsTextfile::WriteFile(const QByteArray& text, int& error) const {
     // The collector reads only names ending in .prom.
     const QByteArray temporary =
         QFile::encodeName(QString("%1/.%2.tmp").arg(target.absolutePath(), target.fileName()));
-    const int fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
+    const int fd =
+        ::open(temporary.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode);
     if (fd < 0) {
         error = errno;
         return false;

@@ -107,7 +107,8 @@ bool TaskScheduler::Start() {
         TriggerFireManager::CatchUpDowntime(m_runState.TakeStoredRuns());
         m_startMSecs = Clock::nowMSecsSinceEpoch();
         const ConfigReader::Metrics metrics = ConfigReader::getMetrics();
-        m_metrics.Start(metrics.textfilePath, metrics.intervalSecs, [this](bool up) { return MetricsText(up); });
+        m_metrics.Start(metrics.textfilePath, metrics.intervalSecs,
+                        [this](bool up) { return MetricsText(up); });
     }
     return started;
 }
@@ -133,9 +134,9 @@ QByteArray TaskScheduler::MetricsText(bool up) const {
     live.unwrittenChanges = m_runState.UnwrittenChanges();
     live.planCommands = m_serverManager.PlanCommandsDealt();
     live.runs = m_runState.Tally().Take();
-    const ScheduleHealth::Figures figures =
-        m_runState.Health().Take(Clock::nowMSecsSinceEpoch(), static_cast<qint64>(settings.overdueAfterSecs) * 1000,
-                                 settings.planSeriesLimit);
+    const ScheduleHealth::Figures figures = m_runState.Health().Take(
+        Clock::nowMSecsSinceEpoch(), static_cast<qint64>(settings.overdueAfterSecs) * 1000,
+        settings.planSeriesLimit);
     return MetricsExposition::Build(figures, m_runState.WrittenAtMSecs(), live);
 }
 

@@ -50,7 +50,8 @@ public:
         Family(name, "gauge", help);
         Sample(name, {}, Seconds(msecs));
     }
-    void Counter(const char* name, const char* label, const char* help, const std::map<QString, quint64>& counts) {
+    void Counter(const char* name, const char* label, const char* help,
+                 const std::map<QString, quint64>& counts) {
         if (counts.empty()) {
             return;
         }
@@ -78,7 +79,8 @@ void Plans(Writer& out, const ScheduleHealth::Figures& figures) {
     }
     out.Timestamp("next_start_timestamp_seconds", "The earliest next start over all plans.",
                   figures.earliestNextMSecs);
-    out.Gauge("overdue_plans", "Plans whose due start passed without a run reaching the agent.", figures.overdue);
+    out.Gauge("overdue_plans", "Plans whose due start passed without a run reaching the agent.",
+              figures.overdue);
     out.Gauge("refused_plans", "Plans whose last run the agent refused.", figures.refused);
 }
 
@@ -108,7 +110,8 @@ void Lateness(Writer& out, const RunTally::Counts& runs) {
     quint64 below = 0;
     for (size_t i = 0; i < RunTally::kLatenessBounds.size(); ++i) {
         below += runs.lateness[i];
-        out.Sample("fire_lateness_seconds_bucket", {{"le", QString::number(RunTally::kLatenessBounds[i])}}, below);
+        out.Sample("fire_lateness_seconds_bucket", {{"le", QString::number(RunTally::kLatenessBounds[i])}},
+                   below);
     }
     out.Sample("fire_lateness_seconds_bucket", {{"le", "+Inf"}}, runs.latenessCount);
     out.Sample("fire_lateness_seconds_sum", {}, QByteArray::number(runs.latenessSumSecs, 'f', 3));
@@ -122,14 +125,16 @@ void Service(Writer& out, const MetricsExposition::Live& live) {
     out.Gauge("agent_frames_waiting", "Commands waiting for the agent link to connect.", live.framesWaiting);
     out.Gauge("run_state_unwritten_changes", "Changes of the run state not yet in its file.",
               live.unwrittenChanges);
-    out.Counter("runs_total", "outcome", "Runs by outcome since the service started.", live.runs.runsByOutcome);
+    out.Counter("runs_total", "outcome", "Runs by outcome since the service started.",
+                live.runs.runsByOutcome);
     out.Counter("missed_runs_total", "reason", "Missed starts by reason since the service started.",
                 live.runs.missedByReason);
     Lateness(out, live.runs);
     if (live.planCommands.empty()) {
         return;
     }
-    out.Family("plan_commands_total", "counter", "Plan commands by command and result since the service started.");
+    out.Family("plan_commands_total", "counter",
+               "Plan commands by command and result since the service started.");
     for (const auto& count : live.planCommands) {
         out.Sample("plan_commands_total", {{"command", count.first.first}, {"result", count.first.second}},
                    count.second);

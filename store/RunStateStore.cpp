@@ -678,15 +678,17 @@ void RunStateStore::LoadHealth() {
     if (m_handle == nullptr) {
         return;
     }
-    const Statement rows = Prepare(m_handle, "SELECT plan_uuid, trigger_type, next_start, end_flag, last_handed, "
-                                             "result, result_at FROM runs");
+    const Statement rows =
+        Prepare(m_handle, "SELECT plan_uuid, trigger_type, next_start, end_flag, last_handed, "
+                          "result, result_at FROM runs");
     while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) {
         sqlite3_stmt* row = rows.get();
-        m_health.Put(ColumnText(row, 0), static_cast<quint64>(sqlite3_column_int64(row, 1)), ColumnText(row, 2),
-                     static_cast<quint64>(sqlite3_column_int64(row, 3)), sqlite3_column_int64(row, 4),
-                     sqlite3_column_type(row, 5) != SQLITE_NULL, static_cast<quint64>(sqlite3_column_int64(row, 5)),
-                     sqlite3_column_int64(row, 6));
+        m_health.Put(ColumnText(row, 0), static_cast<quint64>(sqlite3_column_int64(row, 1)),
+                     ColumnText(row, 2), static_cast<quint64>(sqlite3_column_int64(row, 3)),
+                     sqlite3_column_int64(row, 4), sqlite3_column_type(row, 5) != SQLITE_NULL,
+                     static_cast<quint64>(sqlite3_column_int64(row, 5)), sqlite3_column_int64(row, 6));
     }
     const Statement written = Prepare(m_handle, "SELECT value FROM meta WHERE key = 'written_at'");
-    m_writtenAtMSecs = written && sqlite3_step(written.get()) == SQLITE_ROW ? sqlite3_column_int64(written.get(), 0) : 0;
+    m_writtenAtMSecs =
+        written && sqlite3_step(written.get()) == SQLITE_ROW ? sqlite3_column_int64(written.get(), 0) : 0;
 }

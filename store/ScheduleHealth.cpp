@@ -67,8 +67,9 @@ void ScheduleHealth::Schedule(Row& row, const QString& nextStart, quint64 endFla
     row.nextKey = row.ended ? 0 : WallClockKey(nextStart);
 }
 
-void ScheduleHealth::Put(const QString& planUuid, quint64 triggerType, const QString& nextStart, quint64 endFlag,
-                         qint64 handedMSecs, bool hasResult, quint64 result, qint64 resultMSecs) {
+void ScheduleHealth::Put(const QString& planUuid, quint64 triggerType, const QString& nextStart,
+                         quint64 endFlag, qint64 handedMSecs, bool hasResult, quint64 result,
+                         qint64 resultMSecs) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Row& row = At(planUuid);
     row.triggerType = triggerType;
@@ -167,7 +168,8 @@ ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfte
     for (size_t i = 0; i < listed; ++i) {
         const Candidate& c = candidates[i];
         const qint64 since =
-            c.rank == 0 ? LocalTime::Parse(WallClockText(static_cast<quint64>(c.key))).toMSecsSinceEpoch() : c.key;
+            c.rank == 0 ? LocalTime::Parse(WallClockText(static_cast<quint64>(c.key))).toMSecsSinceEpoch()
+                        : c.key;
         figures.trouble.push_back(Trouble{m_rows[c.row].planUuid, c.rank < 2, since});
     }
     return figures;

@@ -40,7 +40,8 @@ public:
     void Put(const QString& planUuid, quint64 triggerType, const QString& nextStart, quint64 endFlag,
              qint64 handedMSecs, bool hasResult, quint64 result, qint64 resultMSecs);
     void NoteRun(const QString& planUuid, quint64 triggerType, qint64 handedMSecs);
-    void NoteSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart, quint64 endFlag);
+    void NoteSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
+                      quint64 endFlag);
     void NoteResult(const QString& planUuid, quint64 result, qint64 atMSecs);
     void Remove(const QString& planUuid);
     void Clear();

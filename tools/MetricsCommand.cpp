@@ -41,7 +41,8 @@ int MetricsCommand::Run(const QStringList& arguments) {
     RunStateReader reader;
     QVector<RunStateReader::Plan> plans;
     if (!reader.Open(path, error) || !reader.Read(QString(), plans, error)) {
-        return ToolOutput::Fail(QString("orvelctl metrics: cannot read the run state %1: %2").arg(path, error), 1);
+        return ToolOutput::Fail(
+            QString("orvelctl metrics: cannot read the run state %1: %2").arg(path, error), 1);
     }
     ScheduleHealth health;
     for (const RunStateReader::Plan& plan : qAsConst(plans)) {
@@ -49,8 +50,9 @@ int MetricsCommand::Run(const QStringList& arguments) {
                    plan.hasResult, plan.result, plan.resultMSecs);
     }
     const ConfigReader::Metrics settings = ConfigReader::getMetrics();
-    const ScheduleHealth::Figures figures = health.Take(
-        now.toMSecsSinceEpoch(), static_cast<qint64>(settings.overdueAfterSecs) * 1000, settings.planSeriesLimit);
+    const ScheduleHealth::Figures figures =
+        health.Take(now.toMSecsSinceEpoch(), static_cast<qint64>(settings.overdueAfterSecs) * 1000,
+                    settings.planSeriesLimit);
     const QByteArray text = MetricsExposition::Build(figures, reader.WrittenAtMSecs(), std::nullopt);
     std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     return 0;

@@ -37,12 +37,13 @@ public:
         const int listening = static_cast<int>(m_port.Listen());
         ::fcntl(listening, F_SETFD, 0);
         m_process.setProcessChannelMode(QProcess::ForwardedChannels);
-        m_process.start("/bin/sh", {"-c", QString("export LISTEN_PID=$$ LISTEN_FDS=1; exec %1 "
-                                                  "--log.level=error --collector.disable-defaults --collector.textfile "
-                                                  "--collector.textfile.directory=%2 --web.systemd-socket "
-                                                  "3<&%3 %3<&-")
-                                              .arg(ORVEL_NODE_EXPORTER, textfiles)
-                                              .arg(listening)});
+        m_process.start("/bin/sh",
+                        {"-c", QString("export LISTEN_PID=$$ LISTEN_FDS=1; exec %1 "
+                                       "--log.level=error --collector.disable-defaults --collector.textfile "
+                                       "--collector.textfile.directory=%2 --web.systemd-socket "
+                                       "3<&%3 %3<&-")
+                                   .arg(ORVEL_NODE_EXPORTER, textfiles)
+                                   .arg(listening)});
         m_process.waitForStarted(10000);
         ::close(listening);
     }
@@ -100,8 +101,9 @@ TEST(MetricsProcess, TheNodeExporterSeesAnAgentOutageOverADueStart) {
 
     ASSERT_TRUE(exporter.WaitForLine("orvel_scheduler_agent_connected 1", 20000));
     const QByteArray first = exporter.Scrape();
-    for (const char* family : {"up", "build_info", "start_time_seconds", "plans", "next_start_timestamp_seconds",
-                               "overdue_plans", "agent_frames_waiting", "runs_total", "fire_lateness_seconds"}) {
+    for (const char* family :
+         {"up", "build_info", "start_time_seconds", "plans", "next_start_timestamp_seconds", "overdue_plans",
+          "agent_frames_waiting", "runs_total", "fire_lateness_seconds"}) {
         EXPECT_TRUE(first.contains(QByteArray("# TYPE orvel_scheduler_") + family + ' ')) << family;
     }
     EXPECT_TRUE(first.contains("\norvel_scheduler_up 1\n"));
@@ -114,7 +116,8 @@ TEST(MetricsProcess, TheNodeExporterSeesAnAgentOutageOverADueStart) {
     ASSERT_LT(Clock::now(), due) << "the machine was too slow to stop the agent before the due start";
     ASSERT_TRUE(QTest::qWaitFor([&] { return Clock::now() >= due; }, 60000));
     EXPECT_TRUE(exporter.WaitForLine("orvel_scheduler_overdue_plans 1", kTwoIntervalsMSecs));
-    EXPECT_TRUE(exporter.Scrape().contains("orvel_scheduler_plan_overdue_since_timestamp_seconds{plan=\"nightly\"}"));
+    EXPECT_TRUE(
+        exporter.Scrape().contains("orvel_scheduler_plan_overdue_since_timestamp_seconds{plan=\"nightly\"}"));
 
     agent.emplace(agentPort);
     ASSERT_TRUE(agent->WaitFor(600, kPlan, 20000));

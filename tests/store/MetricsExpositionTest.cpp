@@ -50,7 +50,8 @@ TEST(ScheduleHealth, OverdueAndRefusedPlans) {
     };
     for (const PlanCase& c : cases) {
         ScheduleHealth health;
-        health.Put("plan", 2, c.nextStart, c.ended ? 1 : 0, c.handedMSecs, c.hasResult, c.result, c.resultMSecs);
+        health.Put("plan", 2, c.nextStart, c.ended ? 1 : 0, c.handedMSecs, c.hasResult, c.result,
+                   c.resultMSecs);
         const ScheduleHealth::Figures figures = health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10);
         EXPECT_EQ(figures.overdue, c.overdue) << c.name;
         EXPECT_EQ(figures.refused, c.refused) << c.name;
@@ -62,7 +63,9 @@ TEST(ScheduleHealth, OverdueAndRefusedPlans) {
 // The batches the service records change a plan row by row.
 TEST(ScheduleHealth, FollowsRunsSchedulesAndAnswers) {
     ScheduleHealth health;
-    const auto overdue = [&health] { return health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10).overdue; };
+    const auto overdue = [&health] {
+        return health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10).overdue;
+    };
     health.NoteSchedule("plan", 2, At(-2 * kMinute), 0);
     EXPECT_EQ(overdue(), 1u);
     health.NoteRun("plan", 2, Ago(2 * kMinute));
@@ -169,8 +172,8 @@ TEST(MetricsExposition, PassesPromtoolAtAnySize) {
 TEST(MetricsExposition, EscapesPlanNames) {
     ScheduleHealth health;
     health.Put("evil\"} 1\nforged_total 9\\", 2, At(-kMinute * 5), 0, 0, false, 0, 0);
-    const QByteArray text = MetricsExposition::Build(
-        health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 100), 0, std::nullopt);
+    const QByteArray text =
+        MetricsExposition::Build(health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 100), 0, std::nullopt);
     EXPECT_FALSE(text.contains("\nforged_total")) << text.toStdString();
     EXPECT_TRUE(text.contains(R"(plan="evil\"} 1\nforged_total 9\\")")) << text.toStdString();
     QString said;

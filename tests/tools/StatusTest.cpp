@@ -70,11 +70,14 @@ protected:
     QString Path() const { return dir.filePath("state.db"); }
 
     ToolRun Orvelctl(const QStringList& extra, quint16 port) const {
+        return Run(QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
+                               QString::number(port), "--now", "2026-03-10 12:48:00"} +
+                   extra);
+    }
+
+    static ToolRun Run(const QStringList& arguments) {
         QProcess process;
-        process.start(QString(ORVEL_BIN_DIR) + "/orvelctl",
-                      QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
-                                  QString::number(port), "--now", "2026-03-10 12:48:00"} +
-                          extra);
+        process.start(QString(ORVEL_BIN_DIR) + "/orvelctl", arguments);
         process.waitForFinished(20000);
         return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
                 QString::fromUtf8(process.readAllStandardError())};
@@ -122,6 +125,33 @@ TEST_F(Status, WorksWhileTheServiceIsDownAndForOnePlan) {
     const ToolRun unknown = Orvelctl({"--plan", "nosuch"}, closed);
     EXPECT_EQ(unknown.code, 1);
     EXPECT_EQ(unknown.err, "orvelctl status: the run state knows no plan 'nosuch'\n");
+}
+
+// The metrics of the same file: the unanswered runs of "once" (ended) and
+// "new" are overdue, the refusal of "hourly" is named.
+TEST_F(Status, MetricsReadTheSameRunState) {
+    const ToolRun run = Run({"metrics", "--state", Path(), "--now", "2026-03-10 12:48:00"});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+    const auto seconds = [](const char* moment) { return QString::number(At(moment) / 1000) + ".000"; };
+    for (const QString& line : {
+             QString("orvel_scheduler_plans{type=\"daily\",state=\"scheduled\"} 2"),
+             QString("orvel_scheduler_plans{type=\"once\",state=\"ended\"} 1"),
+             QString("orvel_scheduler_next_start_timestamp_seconds ") + seconds("2026-03-10 13:00:00"),
+             QString("orvel_scheduler_overdue_plans 2"),
+             QString("orvel_scheduler_refused_plans 1"),
+             QString("orvel_scheduler_plan_overdue_since_timestamp_seconds{plan=\"once\"} ") +
+                 seconds("2026-03-09 08:00:00"),
+             QString("orvel_scheduler_plan_refused_timestamp_seconds{plan=\"hourly\"} ") +
+                 seconds("2026-03-10 12:00:01"),
+             QString("orvel_scheduler_plan_series_left_out 0"),
+         }) {
+        EXPECT_TRUE(lines.contains(line)) << line.toStdString() << "\n" << run.out.toStdString();
+    }
+    EXPECT_TRUE(lines.filter("orvel_scheduler_up").isEmpty()) << "only the service knows whether it runs";
+
+    EXPECT_EQ(Run({"metrics", "--now", "tomorrow"}).code, 2);
+    EXPECT_EQ(Run({"metrics", "--state", dir.filePath("missing.db")}).code, 1);
 }
 
 TEST_F(Status, GivesOneJsonDocument) {

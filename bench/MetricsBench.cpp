@@ -72,7 +72,8 @@ MetricsExposition::Live SomeLive() {
     MetricsExposition::Live live;
     live.startMSecs = Clock::nowMSecsSinceEpoch();
     live.planCommands = {{{"add", "ok"}, 1000000}};
-    live.runs.runsByOutcome = {{"ok", 1000000}, {"refused", 10}};
+    live.runs.runsByOutcome = {{"on_time", 1000000}, {"late", 10}};
+    live.runs.answers = {{"ok", 1000000}, {"refused", 10}};
     return live;
 }
 

@@ -127,6 +127,8 @@ void Service(Writer& out, const MetricsExposition::Live& live) {
               live.unwrittenChanges);
     out.Counter("runs_total", "outcome", "Runs by outcome since the service started.",
                 live.runs.runsByOutcome);
+    out.Counter("run_answers_total", "result", "The agent's answers to runs since the service started.",
+                live.runs.answers);
     out.Counter("missed_runs_total", "reason", "Missed starts by reason since the service started.",
                 live.runs.missedByReason);
     Lateness(out, live.runs);

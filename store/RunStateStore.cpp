@@ -653,22 +653,33 @@ void RunStateStore::Observe(const QHash<QString, Update>& taken) {
         }
         if (u.run) {
             m_health.NoteRun(it.key(), u.triggerType, u.run->handedMSecs);
-            // An event's run is due when it is handed.
-            if (!TriggerTypes::IsEvent(u.triggerType)) {
-                const QDateTime due = LocalTime::Parse(u.run->due);
-                if (due.isValid()) {
-                    m_tally.NoteLateness(u.run->handedMSecs - due.toMSecsSinceEpoch());
-                }
-            }
+            ObserveRun(u.triggerType, u.run->due, u.run->handedMSecs);
         }
         if (u.schedule) {
             m_health.NoteSchedule(it.key(), u.triggerType, u.schedule->nextStart, u.schedule->endFlag);
         }
         if (u.result) {
             m_health.NoteResult(it.key(), u.result->code, u.result->atMSecs);
-            m_tally.NoteOutcome(u.result->code == 0 ? "ok" : "refused");
+            m_tally.NoteAnswer(u.result->code);
         }
     }
+}
+
+// A run is on time when it went to the agent within a second of its due
+// start; an event's run is due when it is handed.
+void RunStateStore::ObserveRun(quint64 triggerType, const QString& due, qint64 handedMSecs) {
+    static constexpr qint64 kOnTimeMSecs = 1000;
+    if (TriggerTypes::IsEvent(triggerType)) {
+        m_tally.NoteOutcome("on_time");
+        return;
+    }
+    const QDateTime dueAt = LocalTime::Parse(due);
+    if (!dueAt.isValid()) {
+        return;
+    }
+    const qint64 lateness = handedMSecs - dueAt.toMSecsSinceEpoch();
+    m_tally.NoteLateness(lateness);
+    m_tally.NoteOutcome(lateness <= kOnTimeMSecs ? "on_time" : "late");
 }
 
 // The plans the file knows when it is opened, read through the raw handle: at

@@ -109,6 +109,7 @@ private:
     void RefreshSummary(const QHash<QString, Update>& batch);
     void LoadHealth();
     void Observe(const QHash<QString, Update>& taken);
+    void ObserveRun(quint64 triggerType, const QString& due, qint64 handedMSecs);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
     static QHash<QString, Update> Merged(const std::vector<std::pair<QString, Update>>& changes);

@@ -2,15 +2,20 @@
 
 #include <algorithm>
 
-// The outcomes an alert watches are there from the start, so that their
-// first increase is seen as one.
+// The answers an alert watches are there from the start, so that their first
+// increase is seen as one.
 RunTally::RunTally() {
-    m_counts.runsByOutcome = {{"ok", 0}, {"refused", 0}};
+    m_counts.answers = {{"ok", 0}, {"refused", 0}};
 }
 
 void RunTally::NoteOutcome(const QString& outcome) {
     std::lock_guard<std::mutex> lock(m_mutex);
     ++m_counts.runsByOutcome[outcome];
+}
+
+void RunTally::NoteAnswer(quint64 result) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_counts.answers[result == 0 ? "ok" : "refused"];
 }
 
 void RunTally::NoteMissed(const QString& reason) {

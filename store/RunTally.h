@@ -6,8 +6,9 @@
 #include <map>
 #include <mutex>
 
-// Counts over the life of the service: runs by outcome, missed runs by reason
-// and how late runs went to the agent after their due start. What counts is
+// Counts over the life of the service: runs by outcome, the agent's answers,
+// missed runs by reason and how late runs went to the agent after their due
+// start. What counts is
 // told by whoever learns of it; the counts only grow.
 //
 // Safe from any thread.
@@ -19,6 +20,7 @@ public:
 
     struct Counts {
         std::map<QString, quint64> runsByOutcome;
+        std::map<QString, quint64> answers; // "ok", "refused"
         std::map<QString, quint64> missedByReason;
         // Per bucket, not summed; the last is above every bound.
         std::array<quint64, kLatenessBounds.size() + 1> lateness{};
@@ -29,6 +31,7 @@ public:
     RunTally();
 
     void NoteOutcome(const QString& outcome);
+    void NoteAnswer(quint64 result);
     void NoteMissed(const QString& reason);
     void NoteLateness(qint64 msecs);
     Counts Take() const;

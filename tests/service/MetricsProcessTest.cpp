@@ -103,7 +103,7 @@ TEST(MetricsProcess, TheNodeExporterSeesAnAgentOutageOverADueStart) {
     const QByteArray first = exporter.Scrape();
     for (const char* family :
          {"up", "build_info", "start_time_seconds", "plans", "next_start_timestamp_seconds", "overdue_plans",
-          "agent_frames_waiting", "runs_total", "fire_lateness_seconds"}) {
+          "agent_frames_waiting", "run_answers_total", "fire_lateness_seconds"}) {
         EXPECT_TRUE(first.contains(QByteArray("# TYPE orvel_scheduler_") + family + ' ')) << family;
     }
     EXPECT_TRUE(first.contains("\norvel_scheduler_up 1\n"));
@@ -123,6 +123,12 @@ TEST(MetricsProcess, TheNodeExporterSeesAnAgentOutageOverADueStart) {
     ASSERT_TRUE(agent->WaitFor(600, kPlan, 20000));
     EXPECT_TRUE(exporter.WaitForLine("orvel_scheduler_agent_connected 1", 20000));
     EXPECT_TRUE(exporter.WaitForLine("orvel_scheduler_overdue_plans 0", 20000));
+    const QByteArray after = exporter.Scrape();
+    EXPECT_TRUE(after.contains("\norvel_scheduler_runs_total{outcome=\"on_time\"} 1\n"))
+        << after.toStdString();
+    EXPECT_TRUE(after.contains("\norvel_scheduler_run_answers_total{result=\"ok\"} 1\n"))
+        << after.toStdString();
+    EXPECT_TRUE(after.contains("\norvel_scheduler_fire_lateness_seconds_count 1\n"));
 
     // The last write at stop says that the service no longer runs.
     service.Signal(SIGTERM);

@@ -114,7 +114,8 @@ MetricsExposition::Live SomeLive() {
     live.startMSecs = Ago(kMinute * 60);
     live.framesWaiting = 3;
     live.planCommands = {{{"add", "ok"}, 4}, {{"add", "failed"}, 1}};
-    live.runs.runsByOutcome = {{"ok", 7}, {"refused", 1}};
+    live.runs.runsByOutcome = {{"on_time", 7}, {"late", 1}};
+    live.runs.answers = {{"ok", 7}, {"refused", 1}};
     live.runs.missedByReason = {{"service_down", 2}};
     live.runs.lateness[0] = 5;
     live.runs.lateness.back() = 1;

@@ -33,19 +33,21 @@ quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, 
     return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
 }
 
-quint64 CountValue(const QSettings& settings, const char* key, quint64 fallback) {
+quint64 CountValue(const QSettings& settings, const char* key, quint64 fallback, quint64 highest) {
     bool ok = false;
     const quint64 count = settings.value(key, fallback).toULongLong(&ok);
-    return ok && count >= 1 ? count : fallback;
+    return ok && count >= 1 && count <= highest ? count : fallback;
 }
 
 ConfigReader::Metrics MetricsValues(const QSettings& settings) {
     const ConfigReader::Metrics defaults;
     ConfigReader::Metrics metrics;
     metrics.textfilePath = settings.value("Metrics/TextfilePath").toString().trimmed();
-    metrics.intervalSecs = CountValue(settings, "Metrics/IntervalSecs", defaults.intervalSecs);
-    metrics.planSeriesLimit = CountValue(settings, "Metrics/PlanSeriesLimit", defaults.planSeriesLimit);
-    metrics.overdueAfterSecs = CountValue(settings, "Metrics/OverdueAfterSecs", defaults.overdueAfterSecs);
+    metrics.intervalSecs = CountValue(settings, "Metrics/IntervalSecs", defaults.intervalSecs, 86400);
+    metrics.planSeriesLimit =
+        CountValue(settings, "Metrics/PlanSeriesLimit", defaults.planSeriesLimit, 10000);
+    metrics.overdueAfterSecs =
+        CountValue(settings, "Metrics/OverdueAfterSecs", defaults.overdueAfterSecs, 86400);
     return metrics;
 }
 void LimitValue(const QSettings& settings, const QString& key, quint64 highest, quint64& value,

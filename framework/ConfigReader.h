@@ -9,7 +9,7 @@ public:
     // [Metrics]: where the schedule health goes for the node exporter (empty:
     // nowhere), how often, how many per-plan series at most, and how long
     // after its due start a plan without a run counts as overdue. A count
-    // below 1 takes its default.
+    // below 1 or above its limit (a day; 10,000 series) takes its default.
     struct Metrics {
         QString textfilePath;
         quint64 intervalSecs = 15;

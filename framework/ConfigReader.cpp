@@ -17,11 +17,19 @@ struct Values {
     quint64 dateTimeFireType = 0;
     QString missedRunPolicy = "skip";
     quint64 missedRunSpreadSecs = 0;
+    int historyKeepPerPlan = 50;
+    int historyKeepDays = 90;
 };
 
 Values& Current() {
     static Values values;
     return values;
+}
+
+int PositiveValue(const QSettings& settings, const char* key, int fallback) {
+    bool ok = false;
+    const int value = settings.value(key, fallback).toInt(&ok);
+    return ok && value >= 1 ? value : fallback;
 }
 
 // The lowest port a key accepts: the command server may take 0, any free port,
@@ -86,6 +94,8 @@ bool ConfigReader::IniReader(const QString& path) {
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
     values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
     values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
+    values.historyKeepPerPlan = PositiveValue(settings, "History/KeepPerPlan", defaults.historyKeepPerPlan);
+    values.historyKeepDays = PositiveValue(settings, "History/KeepDays", defaults.historyKeepDays);
     Current() = values;
     return true;
 }
@@ -160,4 +170,17 @@ void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& 
     Current().allowedUsers = users;
     Current().allowedGroups = groups;
     Current().allowedGroupsSet = true;
+}
+
+int ConfigReader::getHistoryKeepPerPlan() {
+    return Current().historyKeepPerPlan;
+}
+
+int ConfigReader::getHistoryKeepDays() {
+    return Current().historyKeepDays;
+}
+
+void ConfigReader::setHistoryLimits(int keepPerPlan, int keepDays) {
+    Current().historyKeepPerPlan = keepPerPlan;
+    Current().historyKeepDays = keepDays;
 }

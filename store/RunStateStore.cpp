@@ -1,6 +1,7 @@
 #include "RunStateStore.h"
 
 #include "framework/Clock.h"
+#include "framework/ConfigReader.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 #include "framework/SignalStack.h"
@@ -44,6 +45,7 @@ struct RunStateStore::Update {
     std::optional<Run> run;
     std::optional<Schedule> schedule;
     std::optional<Result> result;
+    QVector<RunHistory::Occurrence> occurrences;
 };
 
 namespace {
@@ -92,9 +94,12 @@ bool g_held = false;
 // A later change of the same plan on top of the earlier ones.
 void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
     if (change.removeFirst) {
+        const QVector<RunHistory::Occurrence> before = u.occurrences;
         u = change;
+        u.occurrences = before + change.occurrences;
         return;
     }
+    u.occurrences += change.occurrences;
     if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
@@ -161,6 +166,11 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
     // until Close only its raw handle is used, by one thread at a time under
     // m_writeMutex; SQLite lets a connection move between threads so.
     m_handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    if (m_handle != nullptr && !m_history.Prepare(m_handle, {ConfigReader::getHistoryKeepPerPlan(),
+                                                             ConfigReader::getHistoryKeepDays()})) {
+        Logger::Warn(QString("The run history in %1 cannot be kept (%2).")
+                         .arg(path, QString::fromUtf8(sqlite3_errmsg(m_handle))));
+    }
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         g_current = this;
@@ -252,6 +262,7 @@ QString RunStateStore::SetAside() {
 }
 
 void RunStateStore::CloseConnection() {
+    m_history.Detach();
     m_handle = nullptr;
     if (!m_open) {
         return;
@@ -524,8 +535,10 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
         ok = ok && upsert && remove && meta;
         const std::vector<BatchRow> rows = InKeyOrder(batch);
         for (auto row = rows.cbegin(); ok && row != rows.cend(); ++row) {
-            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value());
+            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value()) &&
+                 WriteHistory(row->it.key(), row->it.value());
         }
+        ok = ok && m_history.Prune(Clock::nowMSecsSinceEpoch());
         if (ok) {
             sqlite3_bind_int64(meta.get(), 1, Clock::nowMSecsSinceEpoch());
             ok = Step(meta.get());
@@ -540,6 +553,7 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
     if (handle != nullptr) {
         sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
     }
+    m_history.Forget();
     // One line per streak of failures; the next batch tries again.
     if (!m_reportedWriteFailure) {
         Logger::Warn(QString("The run state of %1 plans could not be written to %2 (%3).")
@@ -612,18 +626,30 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                               qint64 handedMSecs) {
-    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}});
+    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}, {}});
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                    quint64 endFlag) {
-    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}});
+    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}});
+    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}, {}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
-    Merge(planUuid, Update{true, 0, {}, {}, {}});
+    Merge(planUuid, Update{true, 0, {}, {}, {}, {}});
+}
+
+void RunStateStore::RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    Merge(planUuid, Update{false, 0, {}, {}, {}, {occurrence}});
+}
+
+bool RunStateStore::WriteHistory(const QString& planUuid, const Update& u) {
+    std::optional<RunHistory::Answer> answer;
+    if (u.result) {
+        answer = RunHistory::Answer{u.result->code, u.result->atMSecs};
+    }
+    return m_history.Write(planUuid, u.occurrences, answer);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RunHistory.h"
+
 #include <QHash>
 #include <QObject>
 #include <QSet>
@@ -71,6 +73,8 @@ public:
                                quint64 endFlag);
     static void RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs);
     static void RecordRemoval(const QString& planUuid);
+    // Use RunHistory::Record, which also logs what users must hear of.
+    static void RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     // While held, the batch grows instead of being written; released, it is
     // written at once if its time has come. A poll pass holds it, and so does
     // the start of all fires, so that their changes go in one
@@ -94,6 +98,7 @@ private:
     void RunWriter();
     bool WriteTaken(const QHash<QString, Update>& batch);
     bool WriteBatch(const QHash<QString, Update>& batch);
+    bool WriteHistory(const QString& planUuid, const Update& u);
     void RefreshSummary(const QHash<QString, Update>& batch);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
@@ -104,6 +109,8 @@ private:
     bool m_open = false;
     // The connection's own SQLite handle; see Open for which thread uses it.
     sqlite3* m_handle = nullptr;
+    // Written inside the same transactions, by whoever holds m_writeMutex.
+    RunHistory m_history;
 
     std::thread m_writer;
     // Guarded by the lock of the pending batch, which the writer waits on.

@@ -29,6 +29,16 @@ void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerT
         nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
     RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
 }
+// The replaced run's start did not run; the run that waits instead names how
+// many starts it stands for.
+void RecordMerged(const QString& planUuid, const QString& mergedDue, const QString& keptDue, int count) {
+    const qint64 merged = LocalTime::Parse(mergedDue).toMSecsSinceEpoch();
+    const qint64 kept = LocalTime::Parse(keptDue).toMSecsSinceEpoch();
+    RunHistory::Record(planUuid, RunHistory::Occurrence{merged, -1, RunHistory::Outcome::Merged,
+                                                        RunHistory::Reason::AgentUnreachable, 0, 0});
+    RunHistory::Record(planUuid, RunHistory::Occurrence{kept, -1, RunHistory::Outcome(0),
+                                                        RunHistory::Reason::None, 0, count});
+}
 } // namespace
 
 // The recorder stays set: it only records into the run state, which ignores
@@ -65,6 +75,7 @@ void SchedulerClientCommunManager::Wire(CommunClientWork& work,
     connect(this, request, &work, &CommunClientWork::Post, Qt::DirectConnection);
     connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
             Qt::QueuedConnection);
+    connect(&work, &CommunClientWork::runsMerged, &RecordMerged);
 }
 
 bool SchedulerClientCommunManager::Start() {

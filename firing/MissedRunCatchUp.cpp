@@ -63,7 +63,8 @@ bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missed
     const qint64 delayMSecs =
         m_spreadSecs == 0 ? 0
                           : QRandomGenerator::global()->bounded(static_cast<int>(m_spreadSecs) * 1000 + 1);
-    const auto entry = m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart});
+    const auto entry =
+        m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart, delayMSecs});
     m_byPlan.insert(planUuid, entry);
     Arm();
     return true;
@@ -86,7 +87,7 @@ void MissedRunCatchUp::onTimeout() {
         const CatchUp waiting = m_queue.begin()->second;
         m_byPlan.remove(waiting.planUuid);
         m_queue.erase(m_queue.begin());
-        m_run(waiting.planUuid, waiting.missedStart);
+        m_run(waiting.planUuid, waiting.missedStart, waiting.delayMSecs);
     }
     Arm();
 }

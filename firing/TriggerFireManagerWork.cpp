@@ -115,10 +115,11 @@ bool TriggerFireManagerWork::Init() {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
     }
+    m_occurrences = OccurrenceRecorder();
     if (m_catchUp == nullptr) {
-        m_catchUp =
-            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
-                return RunMissedStart(planUuid, missedStart);
+        m_catchUp = std::make_unique<MissedRunCatchUp>(
+            [this](const QString& planUuid, const QString& missedStart, qint64 delayMSecs) {
+                return RunMissedStart(planUuid, missedStart, delayMSecs);
             });
         m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
     }
@@ -252,6 +253,7 @@ TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object
 
 void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fireClass) {
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
+    RunHistory::RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, LogText::Outside(object->getPlanUuid())));
@@ -531,6 +533,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
                     .arg(LogText::Outside(planUuid)));
+            m_occurrences.Ran(*object, LocalTime::Parse(text).toMSecsSinceEpoch(), true);
             if (m_catchUp != nullptr) {
                 m_catchUp->NoteRun(planUuid);
             }
@@ -545,8 +548,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                     "onAtTimerOut.")
                 .arg(LogText::Outside(planUuid), text,
                      LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
-        if (valid && m_catchUp != nullptr) {
-            m_catchUp->NoteMissed(planUuid, text);
+        if (valid && (m_catchUp == nullptr || !m_catchUp->NoteMissed(planUuid, text))) {
+            m_occurrences.Missed(planUuid, LocalTime::Parse(text).toMSecsSinceEpoch());
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
@@ -608,6 +611,9 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                     .arg(LogText::Outside(planName)));
             return;
         }
+        const qint64 due = fire->expiredDueMSecs();
+        m_occurrences.Ran(*object, due,
+                          Clock::nowMSecsSinceEpoch() - due <= DeadlineQueue::kStepToleranceMSecs);
         if (m_catchUp != nullptr) {
             m_catchUp->NoteRun(planName);
         }
@@ -677,19 +683,26 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
 }
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
-    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
-        return;
-    }
     // A poll still runs a start of the current minute itself; a timer fire
     // runs only starts still to come.
     const QDateTime current = Clock::now();
-    m_catchUp->Seed(runs,
-                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+    const QString dueBefore =
+        LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current));
+    if (m_catchUp != nullptr && m_catchUp->CatchesUp()) {
+        m_catchUp->Seed(runs, dueBefore);
+        return;
+    }
+    for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
+        if (!it->nextStart.isEmpty() && it->nextStart < dueBefore) {
+            m_occurrences.Missed(it.key(), LocalTime::Parse(it->nextStart).toMSecsSinceEpoch());
+        }
+    }
 }
 
 // The run goes out for the missed start, so that the agent and the run state
 // see which start it stands for; the plan's own next start stays as it is.
-bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart,
+                                            qint64 delayMSecs) {
     QMutexLocker locker(&m_dateTimeMutex);
     TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
@@ -704,6 +717,7 @@ bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QStri
                           .arg(fireClass, LogText::Outside(planUuid), missedStart));
         return false;
     }
+    m_occurrences.CaughtUp(planUuid, LocalTime::Parse(missedStart).toMSecsSinceEpoch(), delayMSecs);
     Logger::Info(
         QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
             .arg(fireClass, LogText::Outside(planUuid), missedStart, LocalTime::Format(Clock::now())));
@@ -722,6 +736,7 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
+            RunHistory::RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
             Logger::Info(
                 QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {

@@ -101,6 +101,9 @@ void CommunClientWork::Buffer(const QByteArray& blocks) {
                          .arg(Destination())
                          .arg(kBufferLimit));
     }
+    if (outcome.mergedRun) {
+        Q_EMIT runsMerged(outcome.planUuid, outcome.mergedDue, outcome.keptDue, outcome.mergedCount);
+    }
     if (outcome.mergedRun && !m_mergedPlans.contains(outcome.planUuid)) {
         m_mergedPlans.insert(outcome.planUuid);
         Logger::Info(QString("Runs of plan[%1] that wait for the agent at %2 were merged; it runs once "

@@ -45,6 +45,10 @@ public:
 
 Q_SIGNALS:
     void returnResult(QByteArray blocks);
+    // A run waiting for the agent replaced an older run of the same plan:
+    // `mergedDue` will not run, `keptDue` runs for it and `count` earlier starts.
+    // Emitted on the worker's thread.
+    void runsMerged(QString planUuid, QString mergedDue, QString keptDue, int count);
 
 public Q_SLOTS:
     void onreconnectServer();

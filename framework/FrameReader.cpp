@@ -4,10 +4,6 @@
 
 #include <QtEndian>
 
-namespace {
-constexpr int kHeaderSize = 4;
-}
-
 void FrameReader::Append(const QByteArray& bytes) {
     if (!m_failed) {
         m_buffer.append(bytes);
@@ -15,7 +11,7 @@ void FrameReader::Append(const QByteArray& bytes) {
 }
 
 bool FrameReader::Next(QByteArray& payload) {
-    if (m_failed || m_buffer.size() < kHeaderSize) {
+    if (m_failed || m_buffer.size() < kHeaderBytes) {
         return false;
     }
     const quint32 length = qFromBigEndian<quint32>(m_buffer.constData());
@@ -25,16 +21,16 @@ bool FrameReader::Next(QByteArray& payload) {
         m_buffer.clear();
         return false;
     }
-    if (static_cast<quint32>(m_buffer.size() - kHeaderSize) < length) {
+    if (static_cast<quint32>(m_buffer.size() - kHeaderBytes) < length) {
         return false;
     }
-    payload = m_buffer.mid(kHeaderSize, static_cast<int>(length));
-    m_buffer.remove(0, kHeaderSize + static_cast<int>(length));
+    payload = m_buffer.mid(kHeaderBytes, static_cast<int>(length));
+    m_buffer.remove(0, kHeaderBytes + static_cast<int>(length));
     return true;
 }
 
 QByteArray FrameReader::Frame(const QByteArray& payload) {
-    QByteArray frame(kHeaderSize, '\0');
+    QByteArray frame(kHeaderBytes, '\0');
     qToBigEndian<quint32>(static_cast<quint32>(payload.size()), frame.data());
     frame.append(payload);
     return frame;

@@ -7,6 +7,9 @@
 // then closes the connection.
 class FrameReader {
 public:
+    // The length in front of each payload.
+    static constexpr int kHeaderBytes = 4;
+
     void Append(const QByteArray& bytes);
     // Takes the next complete payload; false when none is complete yet.
     bool Next(QByteArray& payload);

@@ -2,6 +2,7 @@
 
 #include "RunStateStore.h"
 
+#include "framework/Clock.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "triggers/LocalTime.h"
@@ -15,6 +16,7 @@ constexpr qint64 kDayMSecs = 86400000;
 // after each row: a plan holds at most KeepPerPlan * 1.2 rows.
 constexpr int kTrimShare = 5;
 constexpr qint64 kAgePruneEveryMSecs = 60000;
+constexpr qint64 kEndSeconds = 5;
 
 constexpr const char* kCreatePlans =
     "CREATE TABLE IF NOT EXISTS history_plans (id INTEGER PRIMARY KEY, plan_uuid TEXT NOT NULL UNIQUE)";
@@ -33,10 +35,14 @@ constexpr const char* kCreateHistory = "CREATE TABLE IF NOT EXISTS history ("
 constexpr const char* kCreateByPlan = "CREATE INDEX IF NOT EXISTS history_by_plan ON history (plan, due)";
 
 // A later word on the same start replaces what an earlier one said of it (a
-// missed start that is caught up), but keeps the agent's answer.
+// missed start that is caught up), but keeps the agent's answer. A merged
+// start never reached the agent; kind 0 only counts what a run merged.
 constexpr const char* kInsert =
-    "INSERT INTO history (due, plan, handed, kind, detail, merged) VALUES (?, ?, ?, ?, ?, ?) "
-    "ON CONFLICT(due, plan) DO UPDATE SET handed = coalesce(excluded.handed, handed), kind = excluded.kind, "
+    "INSERT INTO history (due, plan, handed, kind, detail, merged) VALUES (?1, ?2, ?3, ?4, ?5, ?6) "
+    "ON CONFLICT(due, plan) DO UPDATE SET "
+    "handed = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
+    "result = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE result END,"
+    "kind = CASE WHEN ?4 = 0 THEN kind ELSE ?4 END,"
     "detail = coalesce(excluded.detail, detail), merged = coalesce(excluded.merged, merged)";
 constexpr const char* kAnswerAwaited =
     "UPDATE history SET result = ?, result_at = ? - (due * 1000 + handed) WHERE due = ? AND plan = ?";
@@ -68,11 +74,16 @@ void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(occurrence.dueMSecs));
     if (occurrence.outcome == Outcome::Missed) {
         Logger::Warn(
-            QString("Plan[%1] missed its start [%2]: %3.").arg(plan, due, ReasonName(occurrence.reason)));
+            QString("Plan[%1] start [%2] was missed: %3.").arg(plan, due, ReasonName(occurrence.reason)));
     } else if (occurrence.outcome == Outcome::Merged) {
         Logger::Warn(QString("Plan[%1] start [%2] was merged into a later run: %3.")
                          .arg(plan, due, ReasonName(occurrence.reason)));
     }
+}
+
+void RunHistory::RecordNow(const QString& planUuid, Outcome outcome, bool handed) {
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    Record(planUuid, Occurrence{now, handed ? now : -1, outcome, Reason::None, 0, 0});
 }
 
 bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
@@ -153,7 +164,7 @@ bool RunHistory::Write(const QString& planUuid, const QVector<Occurrence>& occur
         return occurrences.isEmpty();
     }
     for (const Occurrence& occurrence : occurrences) {
-        if (!Insert(planId, planUuid, occurrence)) {
+        if (!Insert(planId, planUuid, occurrence, occurrences)) {
             return false;
         }
     }
@@ -169,10 +180,31 @@ bool RunHistory::Write(const QString& planUuid, const QVector<Occurrence>& occur
     return Bind(Statement(kTrimPlan), {planId, m_limits.keepPerPlan}) && Done(Statement(kTrimPlan));
 }
 
-bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence) {
+// An end takes the first free second from its own on, so that it never
+// overwrites the run of the same second that ended the plan.
+bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
+    sqlite3_stmt* insert =
+        Statement("INSERT INTO history (due, plan, kind) VALUES (?, ?, ?) ON CONFLICT DO NOTHING");
+    for (qint64 dueSecs = occurrence.dueMSecs / 1000; dueSecs < occurrence.dueMSecs / 1000 + kEndSeconds;
+         ++dueSecs) {
+        if (!Bind(insert, {dueSecs, planId, static_cast<int>(occurrence.outcome) * 16}) || !Done(insert)) {
+            return false;
+        }
+        if (sqlite3_changes(m_handle) > 0) {
+            break;
+        }
+    }
+    return true;
+}
+
+bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
+                        const QVector<Occurrence>& batch) {
+    if (occurrence.outcome == Outcome::Ended || occurrence.outcome == Outcome::Deleted) {
+        return InsertEnd(planId, occurrence);
+    }
     const qint64 dueSecs = occurrence.dueMSecs / 1000;
     const bool handed = occurrence.handedMSecs >= 0;
-    if (handed && !CloseAwaited(planId, planUuid, dueSecs)) {
+    if (handed && !CloseAwaited(planId, planUuid, dueSecs, batch)) {
         return false;
     }
     sqlite3_stmt* insert = Statement(kInsert);
@@ -196,14 +228,21 @@ bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence
     return Done(insert);
 }
 
-// A new hand-over of the plan ends the wait for the answer to the one before.
-bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs) {
+// A new hand-over of the plan ends the wait for the answer to the one before,
+// unless that one never left because the new one replaced it.
+bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
+                              const QVector<Occurrence>& batch) {
     const auto awaited = m_awaitedDue.constFind(planId);
     if (awaited == m_awaitedDue.constEnd() || awaited.value() == dueSecs) {
         return true;
     }
     const qint64 before = awaited.value();
     m_awaitedDue.erase(awaited);
+    for (const Occurrence& other : batch) {
+        if (other.outcome == Outcome::Merged && other.dueMSecs / 1000 == before) {
+            return true;
+        }
+    }
     sqlite3_stmt* update =
         Statement("UPDATE history SET result = -1 WHERE due = ? AND plan = ? AND result IS NULL");
     if (update == nullptr) {

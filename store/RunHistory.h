@@ -66,6 +66,9 @@ public:
     // Records one occurrence into the run state's batch, and logs at warn level
     // what users must hear of: a missed or merged start.
     static void Record(const QString& planUuid, const Occurrence& occurrence);
+    // An occurrence of this moment: an event firing (handed), a plan's end or
+    // deletion (not).
+    static void RecordNow(const QString& planUuid, Outcome outcome, bool handed);
 
     // Creates the tables when missing and learns the plan numbers; on the
     // thread that opened the handle, before the writer starts.
@@ -86,8 +89,11 @@ private:
     sqlite3_stmt* Statement(const char* sql);
     static bool Bind(sqlite3_stmt* statement, std::initializer_list<qint64> values);
     qint64 PlanId(const QString& planUuid);
-    bool Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence);
-    bool CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs);
+    bool Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
+                const QVector<Occurrence>& batch);
+    bool InsertEnd(qint64 planId, const Occurrence& occurrence);
+    bool CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
+                      const QVector<Occurrence>& batch);
     bool SetAnswer(qint64 planId, const QString& planUuid, const Answer& answer);
 
     sqlite3* m_handle = nullptr;

@@ -111,7 +111,7 @@ TEST_F(History, AMissedOrMergedStartIsOneWarnLineAndAnOnTimeRunNone) {
     RunHistory::Record("folded", NotRun(due, Outcome::Merged, Reason::AgentUnreachable));
     EXPECT_EQ(log.Lines().size(), 2u);
     EXPECT_TRUE(log.Has(log4cpp::Priority::WARN,
-                        "Plan[skipped] missed its start [2026-03-10 08:00:00]: service down."));
+                        "Plan[skipped] start [2026-03-10 08:00:00] was missed: service down."));
     EXPECT_TRUE(
         log.Has(log4cpp::Priority::WARN,
                 "Plan[folded] start [2026-03-10 08:00:00] was merged into a later run: agent unreachable."));
@@ -165,6 +165,33 @@ TEST_F(History, ACaughtUpStartReplacesItsMissedRow) {
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), 1);
     EXPECT_EQ(rows.front().outcome, Outcome::CaughtUp);
+}
+
+// Runs handed while the agent is away replace each other in the link: the
+// replaced starts become merged, not unanswered, and the run that finally goes
+// out counts them.
+TEST_F(History, RunsMergedWhileTheAgentIsAwayAreNotCalledUnanswered) {
+    Open();
+    LogCapture log;
+    const qint64 base = At("2026-03-10 08:00:00");
+    RunHistory::Record("plan", Ran(base, 0));
+    for (int i = 1; i < 5; ++i) {
+        const qint64 due = base + i * 60000;
+        RunHistory::Record("plan", Ran(due, 0));
+        RunHistory::Record("plan", NotRun(due - 60000, Outcome::Merged, Reason::AgentUnreachable));
+        RunHistory::Record("plan", RunHistory::Occurrence{due, -1, Outcome(0), Reason::None, 0, i});
+    }
+    const QVector<RunHistoryReader::Row> rows = Read();
+    ASSERT_EQ(rows.size(), 5);
+    EXPECT_EQ(rows.front().outcome, Outcome::OnTime);
+    EXPECT_EQ(rows.front().merged, 4);
+    for (int i = 1; i < 5; ++i) {
+        EXPECT_EQ(rows.at(i).outcome, Outcome::Merged);
+        EXPECT_EQ(rows.at(i).handedMSecs, -1);
+        EXPECT_FALSE(rows.at(i).hasResult);
+    }
+    EXPECT_EQ(log.CountContaining("no answer"), 0);
+    EXPECT_EQ(log.CountContaining("was merged into a later run"), 4);
 }
 
 TEST_F(History, KeepsTheNewestRowsPerPlan) {

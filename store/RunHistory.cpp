@@ -9,6 +9,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 namespace {
 constexpr qint64 kDayMSecs = 86400000;
 // Trimming a plan to its count costs a look into the plan's rows, so it is
@@ -153,26 +155,26 @@ qint64 RunHistory::PlanId(const QString& planUuid) {
     return id;
 }
 
-bool RunHistory::Write(const QString& planUuid, const QVector<Occurrence>& occurrences,
-                       const std::optional<Answer>& answer) {
-    if (m_handle == nullptr || (occurrences.isEmpty() && !answer)) {
+bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
+    if (m_handle == nullptr || events.isEmpty()) {
         return true;
     }
+    const int occurrences = static_cast<int>(
+        std::count_if(events.cbegin(), events.cend(), [](const Event& event) { return !event.answer; }));
     // An answer for a plan without a history has no row to land on.
-    const qint64 planId = occurrences.isEmpty() ? m_planIds.value(planUuid, 0) : PlanId(planUuid);
+    const qint64 planId = occurrences == 0 ? m_planIds.value(planUuid, 0) : PlanId(planUuid);
     if (planId == 0) {
-        return occurrences.isEmpty();
+        return occurrences == 0;
     }
-    for (const Occurrence& occurrence : occurrences) {
-        if (!Insert(planId, planUuid, occurrence, occurrences)) {
+    for (const Event& event : events) {
+        const bool ok = event.answer ? SetAnswer(planId, planUuid, *event.answer)
+                                     : Insert(planId, planUuid, event.occurrence, events);
+        if (!ok) {
             return false;
         }
     }
-    if (answer && !SetAnswer(planId, planUuid, *answer)) {
-        return false;
-    }
     int& added = m_added[planId];
-    added += occurrences.size();
+    added += occurrences;
     if (added < qMax(1, m_limits.keepPerPlan / kTrimShare)) {
         return true;
     }
@@ -198,7 +200,7 @@ bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
 }
 
 bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
-                        const QVector<Occurrence>& batch) {
+                        const QVector<Event>& batch) {
     if (occurrence.outcome == Outcome::Ended || occurrence.outcome == Outcome::Deleted) {
         return InsertEnd(planId, occurrence);
     }
@@ -231,15 +233,16 @@ bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence
 // A new hand-over of the plan ends the wait for the answer to the one before,
 // unless that one never left because the new one replaced it.
 bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
-                              const QVector<Occurrence>& batch) {
+                              const QVector<Event>& batch) {
     const auto awaited = m_awaitedDue.constFind(planId);
     if (awaited == m_awaitedDue.constEnd() || awaited.value() == dueSecs) {
         return true;
     }
     const qint64 before = awaited.value();
     m_awaitedDue.erase(awaited);
-    for (const Occurrence& other : batch) {
-        if (other.outcome == Outcome::Merged && other.dueMSecs / 1000 == before) {
+    for (const Event& other : batch) {
+        if (!other.answer && other.occurrence.outcome == Outcome::Merged &&
+            other.occurrence.dueMSecs / 1000 == before) {
             return true;
         }
     }

@@ -58,6 +58,12 @@ public:
         quint64 code;
         qint64 atMSecs;
     };
+    // What happened to a plan's history, in the order it happened: an
+    // occurrence, or the agent's answer to the plan's newest run.
+    struct Event {
+        Occurrence occurrence;
+        std::optional<Answer> answer;
+    };
     struct Limits {
         int keepPerPlan = 50;
         int keepDays = 90;
@@ -75,8 +81,7 @@ public:
     bool Prepare(sqlite3* handle, const Limits& limits);
     void Detach();
     // Inside an open transaction of the writer.
-    bool Write(const QString& planUuid, const QVector<Occurrence>& occurrences,
-               const std::optional<Answer>& answer);
+    bool Write(const QString& planUuid, const QVector<Event>& events);
     bool Prune(qint64 nowMSecs);
     // After a transaction was rolled back: what was learnt inside it is void.
     void Forget();
@@ -90,10 +95,9 @@ private:
     static bool Bind(sqlite3_stmt* statement, std::initializer_list<qint64> values);
     qint64 PlanId(const QString& planUuid);
     bool Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
-                const QVector<Occurrence>& batch);
+                const QVector<Event>& batch);
     bool InsertEnd(qint64 planId, const Occurrence& occurrence);
-    bool CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
-                      const QVector<Occurrence>& batch);
+    bool CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs, const QVector<Event>& batch);
     bool SetAnswer(qint64 planId, const QString& planUuid, const Answer& answer);
 
     sqlite3* m_handle = nullptr;

@@ -45,7 +45,7 @@ struct RunStateStore::Update {
     std::optional<Run> run;
     std::optional<Schedule> schedule;
     std::optional<Result> result;
-    QVector<RunHistory::Occurrence> occurrences;
+    QVector<RunHistory::Event> history;
 };
 
 namespace {
@@ -94,12 +94,12 @@ bool g_held = false;
 // A later change of the same plan on top of the earlier ones.
 void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
     if (change.removeFirst) {
-        const QVector<RunHistory::Occurrence> before = u.occurrences;
+        const QVector<RunHistory::Event> before = u.history;
         u = change;
-        u.occurrences = before + change.occurrences;
+        u.history = before + change.history;
         return;
     }
-    u.occurrences += change.occurrences;
+    u.history += change.history;
     if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
@@ -635,7 +635,12 @@ void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType,
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}, {}});
+    Merge(planUuid, Update{false,
+                           0,
+                           {},
+                           {},
+                           Update::Result{result, atMSecs},
+                           {RunHistory::Event{{}, RunHistory::Answer{result, atMSecs}}}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
@@ -643,13 +648,9 @@ void RunStateStore::RecordRemoval(const QString& planUuid) {
 }
 
 void RunStateStore::RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
-    Merge(planUuid, Update{false, 0, {}, {}, {}, {occurrence}});
+    Merge(planUuid, Update{false, 0, {}, {}, {}, {RunHistory::Event{occurrence, {}}}});
 }
 
 bool RunStateStore::WriteHistory(const QString& planUuid, const Update& u) {
-    std::optional<RunHistory::Answer> answer;
-    if (u.result) {
-        answer = RunHistory::Answer{u.result->code, u.result->atMSecs};
-    }
-    return m_history.Write(planUuid, u.occurrences, answer);
+    return m_history.Write(planUuid, u.history);
 }

@@ -1,4 +1,5 @@
 #include "AgentCommand.h"
+#include "HistoryCommand.h"
 #include "PlanCommand.h"
 #include "PreviewCommand.h"
 #include "StatusCommand.h"
@@ -14,6 +15,7 @@ QString Usage() {
            "  preview   show a trigger's next start times as the service computes them\n"
            "  plan      add, modify or delete a plan in the service's database and the running service\n"
            "  status    the service's schedule: next start, last run and its result per plan\n"
+           "  history   what became of each start of each plan, and why, newest first\n"
            "  agent     run a stand-in agent that prints and acknowledges the service's commands\n"
            "Run 'orvelctl <command> --help' for the options of a command.\n";
 }
@@ -33,6 +35,9 @@ int main(int argc, char** argv) {
     }
     if (command == "status") {
         return StatusCommand::Run(rest);
+    }
+    if (command == "history") {
+        return HistoryCommand::Run(rest);
     }
     if (command == "agent") {
         return AgentCommand::Run(rest);

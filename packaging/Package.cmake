@@ -27,6 +27,8 @@ install(TARGETS OrvelSchedulerService orvelctl RUNTIME DESTINATION ${ORVEL_INSTA
 install(FILES ${ORVEL_PACKAGE_STAGE}/cfg ${ORVEL_PACKAGE_STAGE}/data ${ORVEL_PACKAGE_STAGE}/log
               ${ORVEL_PACKAGE_STAGE}/dump DESTINATION ${ORVEL_INSTALL_DIR})
 install(FILES ${ORVEL_PACKAGE_STAGE}/orvelctl DESTINATION usr/bin)
+install(FILES packaging/orvelctl.bash-completion DESTINATION usr/share/bash-completion/completions
+        RENAME orvelctl)
 install(FILES cfg/config.ini DESTINATION etc/orvel-scheduler)
 install(FILES packaging/OrvelSchedulerService.service DESTINATION lib/systemd/system)
 install(FILES ${ORVEL_PACKAGE_STAGE}/OrvelSchedulerService.8.gz DESTINATION usr/share/man/man8)

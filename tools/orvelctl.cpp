@@ -1,6 +1,7 @@
 #include "AgentCommand.h"
 #include "HistoryCommand.h"
 #include "PlanCommand.h"
+#include "PlansCommand.h"
 #include "PreviewCommand.h"
 #include "StatusCommand.h"
 #include "ToolOutput.h"
@@ -16,6 +17,7 @@ QString Usage() {
            "  plan      add, modify or delete a plan in the service's database and the running service\n"
            "  status    the service's schedule: next start, last run and its result per plan\n"
            "  history   what became of each start of each plan, and why, newest first\n"
+           "  plans     list the plan UUIDs of the service's database\n"
            "  agent     run a stand-in agent that prints and acknowledges the service's commands\n"
            "Run 'orvelctl <command> --help' for the options of a command.\n";
 }
@@ -35,6 +37,9 @@ int main(int argc, char** argv) {
     }
     if (command == "status") {
         return StatusCommand::Run(rest);
+    }
+    if (command == "plans") {
+        return PlansCommand::Run(rest);
     }
     if (command == "history") {
         return HistoryCommand::Run(rest);

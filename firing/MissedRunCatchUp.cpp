@@ -29,10 +29,15 @@ void MissedRunCatchUp::Seed(const QHash<QString, RunStateStore::StoredRun>& runs
     }
     for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
         const RunStateStore::StoredRun& run = it.value();
-        if (run.lastDue.isEmpty()) {
+        // A resumed plan waited for its stored start, which is due whether
+        // or not the plan ran before.
+        if (run.lastDue.isEmpty() && !run.resumed) {
             continue;
         }
         m_ranBefore.insert(it.key());
+        if (!run.lastDue.isEmpty()) {
+            m_lastHanded.insert(it.key(), run.lastDue);
+        }
         // The start the service was waiting for when it went down; the texts
         // compare as the times they name.
         if (!run.nextStart.isEmpty() && run.nextStart < dueBefore) {
@@ -55,6 +60,12 @@ void MissedRunCatchUp::NoteRun(const QString& planUuid) {
 
 bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missedStart) {
     if (!m_once || !m_ranBefore.contains(planUuid)) {
+        return false;
+    }
+    // A start the previous life recorded as handed has run: the agent got
+    // its 600 before the service went down.
+    const auto handed = m_lastHanded.constFind(planUuid);
+    if (handed != m_lastHanded.constEnd() && missedStart <= handed.value()) {
         return false;
     }
     if (m_byPlan.contains(planUuid)) {

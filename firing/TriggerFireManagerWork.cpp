@@ -74,12 +74,25 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
 
 // An on-time run computes its follow-up from the instant it was due, so that
 // repetitions do not drift by the moments the runs took to fire; a run that a
-// clock step or a sleep passed over computes from the current time.
-QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+// clock step or a sleep passed over goes on with the plan's series after the
+// current time.
+quint64 SeekTimerFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next) {
     const qint64 due = fire.expiredDueMSecs();
     const qint64 late = current.toMSecsSinceEpoch() - due;
-    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
-    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
+    if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
+        return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
+    }
+    return fire.SeekLateStartTime(current, next);
+}
+
+// The start a poll has just run, from which its follow-up counts, so that the
+// series keeps the seconds of its starts.
+QDateTime RanStart(const TriggerObject& object, const QDateTime& minuteStart) {
+    if (object.getNextStartMSecs() != 0) {
+        return QDateTime::fromMSecsSinceEpoch(object.getNextStartMSecs());
+    }
+    const QDateTime parsed = LocalTime::Parse(object.getNextStartTime());
+    return parsed.isValid() ? parsed : minuteStart;
 }
 
 // The one worker of the process, created before main runs.
@@ -520,7 +533,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     }
     const QString text = object->getNextStartTime();
     qint64 minuteStartMSecs = 0;
-    const bool valid = !text.isEmpty() && fire->CachedMinuteStart(text, minuteStartMSecs);
+    const bool valid = fire->DueMinuteStart(*object, minuteStartMSecs);
     if (valid && nowMSecs < minuteStartMSecs) {
         // Due in a later minute: the common case, kept free of any other work.
         earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
@@ -553,8 +566,10 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
+    const QDateTime minuteStart = CalendarSchedule::MinuteStart(current);
     QDateTime next;
-    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
+    const quint64 state = fired ? fire->SeekNextPolledStartTime(RanStart(*object, minuteStart), true, next)
+                                : fire->SeekLateStartTime(minuteStart, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
@@ -620,7 +635,7 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
+    const quint64 state = SeekTimerFollowUp(*fire, current, next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -677,6 +692,11 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
         if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
             timerFire->RearmFromNextStartTime();
         } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            // The wall-clock time is what the plan asked for: its instant is
+            // taken again from the text, in the zone now in force.
+            if (TriggerObject* object = atTimeFire->GetTriggerObject()) {
+                object->setNextStartTime(object->getNextStartTime());
+            }
             atTimeFire->ForgetCachedMinute();
         }
     }
@@ -692,8 +712,9 @@ void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore:
         m_catchUp->Seed(runs, dueBefore);
         return;
     }
+    // A start the previous life handed has run, however the state was left.
     for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
-        if (!it->nextStart.isEmpty() && it->nextStart < dueBefore) {
+        if (!it->nextStart.isEmpty() && it->nextStart < dueBefore && it->nextStart > it->lastDue) {
             m_occurrences.Missed(it.key(), LocalTime::Parse(it->nextStart).toMSecsSinceEpoch());
         }
     }

@@ -4,6 +4,10 @@
 
 #include <QtEndian>
 
+namespace {
+constexpr int kHeaderSize = 4;
+}
+
 void FrameReader::Append(const QByteArray& bytes) {
     if (!m_failed) {
         m_buffer.append(bytes);
@@ -11,7 +15,7 @@ void FrameReader::Append(const QByteArray& bytes) {
 }
 
 bool FrameReader::Next(QByteArray& payload) {
-    if (m_failed || m_buffer.size() < kHeaderBytes) {
+    if (m_failed || m_buffer.size() < kHeaderSize) {
         return false;
     }
     const quint32 length = qFromBigEndian<quint32>(m_buffer.constData());
@@ -21,17 +25,21 @@ bool FrameReader::Next(QByteArray& payload) {
         m_buffer.clear();
         return false;
     }
-    if (static_cast<quint32>(m_buffer.size() - kHeaderBytes) < length) {
+    if (static_cast<quint32>(m_buffer.size() - kHeaderSize) < length) {
         return false;
     }
-    payload = m_buffer.mid(kHeaderBytes, static_cast<int>(length));
-    m_buffer.remove(0, kHeaderBytes + static_cast<int>(length));
+    payload = m_buffer.mid(kHeaderSize, static_cast<int>(length));
+    m_buffer.remove(0, kHeaderSize + static_cast<int>(length));
     return true;
 }
 
 QByteArray FrameReader::Frame(const QByteArray& payload) {
-    QByteArray frame(kHeaderBytes, '\0');
+    QByteArray frame(kHeaderSize, '\0');
     qToBigEndian<quint32>(static_cast<quint32>(payload.size()), frame.data());
     frame.append(payload);
     return frame;
+}
+
+QByteArray FrameReader::PayloadOf(const QByteArray& frame) {
+    return frame.mid(kHeaderSize);
 }

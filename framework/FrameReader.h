@@ -7,9 +7,6 @@
 // then closes the connection.
 class FrameReader {
 public:
-    // The length in front of each payload.
-    static constexpr int kHeaderBytes = 4;
-
     void Append(const QByteArray& bytes);
     // Takes the next complete payload; false when none is complete yet.
     bool Next(QByteArray& payload);
@@ -19,6 +16,8 @@ public:
     quint32 RefusedLength() const { return m_refusedLength; }
 
     static QByteArray Frame(const QByteArray& payload);
+    // The payload of a frame that Frame made.
+    static QByteArray PayloadOf(const QByteArray& frame);
 
 private:
     QByteArray m_buffer;

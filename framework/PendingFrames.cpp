@@ -52,7 +52,7 @@ PendingFrames::Outcome PendingFrames::Push(const QByteArray& payload) {
                 const std::list<Entry>::iterator replaced = waiting.value();
                 merged = replaced->merged + 1;
                 outcome.mergedCount = merged;
-                outcome.mergedDue = DueOf(replaced->frame.mid(FrameReader::kHeaderBytes));
+                outcome.mergedDue = DueOf(FrameReader::PayloadOf(replaced->frame));
                 outcome.keptDue = DueOf(payload);
             }
             Erase(waiting.value());

@@ -5,6 +5,8 @@
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 #include "framework/SignalStack.h"
+#include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
 
 #include <QFile>
 #include <QSqlDatabase>
@@ -31,10 +33,6 @@ struct RunStateStore::Update {
         QString due;
         qint64 handedMSecs;
     };
-    struct Schedule {
-        QString nextStart;
-        quint64 endFlag;
-    };
     struct Result {
         quint64 code;
         qint64 atMSecs;
@@ -43,7 +41,7 @@ struct RunStateStore::Update {
     bool removeFirst = false;
     quint64 triggerType = 0; // with a run or a schedule
     std::optional<Run> run;
-    std::optional<Schedule> schedule;
+    std::optional<RunStateStore::Schedule> schedule;
     std::optional<Result> result;
     QVector<RunHistory::Event> history;
 };
@@ -61,20 +59,43 @@ constexpr const char* kCreateRuns = "CREATE TABLE IF NOT EXISTS runs ("
                                     "last_due TEXT,"
                                     "last_handed INTEGER,"
                                     "result INTEGER,"
-                                    "result_at INTEGER) WITHOUT ROWID";
+                                    "result_at INTEGER,"
+                                    "next_ms INTEGER,"
+                                    "next_offset INTEGER,"
+                                    "repeat_count INTEGER,"
+                                    "start_offset INTEGER,"
+                                    "first_seek INTEGER,"
+                                    "filled_start TEXT,"
+                                    "fingerprint INTEGER) WITHOUT ROWID";
+// The columns the schema's second version added, for a file of the first.
+constexpr const char* kAddedColumns[] = {
+    "next_ms INTEGER",    "next_offset INTEGER", "repeat_count INTEGER", "start_offset INTEGER",
+    "first_seek INTEGER", "filled_start TEXT",   "fingerprint INTEGER"};
+constexpr const char* kAllColumns =
+    "plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
+    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, "
+    "filled_start, fingerprint";
 constexpr const char* kCreateMeta =
     "CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID";
 // A column a change does not touch is bound as NULL and keeps its value.
 constexpr const char* kUpsert =
     "INSERT INTO runs (plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
-    "result_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(plan_uuid) DO UPDATE SET "
+    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, filled_start, fingerprint) "
+    "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(plan_uuid) DO UPDATE SET "
     "trigger_type = coalesce(excluded.trigger_type, trigger_type),"
     "next_start = coalesce(excluded.next_start, next_start),"
     "end_flag = coalesce(excluded.end_flag, end_flag),"
     "last_due = coalesce(excluded.last_due, last_due),"
     "last_handed = coalesce(excluded.last_handed, last_handed),"
     "result = coalesce(excluded.result, result),"
-    "result_at = coalesce(excluded.result_at, result_at)";
+    "result_at = coalesce(excluded.result_at, result_at),"
+    "next_ms = coalesce(excluded.next_ms, next_ms),"
+    "next_offset = coalesce(excluded.next_offset, next_offset),"
+    "repeat_count = coalesce(excluded.repeat_count, repeat_count),"
+    "start_offset = coalesce(excluded.start_offset, start_offset),"
+    "first_seek = coalesce(excluded.first_seek, first_seek),"
+    "filled_start = coalesce(excluded.filled_start, filled_start),"
+    "fingerprint = coalesce(excluded.fingerprint, fingerprint)";
 
 std::atomic<int> g_connectionSequence{0};
 
@@ -219,10 +240,11 @@ bool RunStateStore::EnsureSchema(QString& problem) {
         return false;
     }
     const int version = query.value(0).toInt();
-    if (version == kSchemaVersion) {
-        if (!query.exec(
-                "SELECT plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
-                "result_at FROM runs LIMIT 1") ||
+    if (version == 1 && !Migrate(version, problem)) {
+        return false;
+    }
+    if (version == kSchemaVersion || version == 1) {
+        if (!query.exec(QString("SELECT %1 FROM runs LIMIT 1").arg(kAllColumns)) ||
             !query.exec("SELECT key, value FROM meta LIMIT 1")) {
             problem = query.lastError().text();
             return false;
@@ -240,6 +262,24 @@ bool RunStateStore::EnsureSchema(QString& problem) {
         return false;
     }
     return true;
+}
+
+// A file of the first version gains the columns in place, in one transaction:
+// its rows keep what they had and resume nothing, since they carry no
+// fingerprint, so their plans get a first computation once more.
+bool RunStateStore::Migrate(int version, QString& problem) {
+    QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+    QSqlQuery query(db);
+    bool ok = version == 1 && db.transaction();
+    for (const char* column : kAddedColumns) {
+        ok = ok && query.exec(QString("ALTER TABLE runs ADD COLUMN %1").arg(column));
+    }
+    ok = ok && query.exec(QString("PRAGMA user_version = %1").arg(kSchemaVersion)) && db.commit();
+    if (!ok) {
+        problem = query.lastError().isValid() ? query.lastError().text() : db.lastError().text();
+        db.rollback();
+    }
+    return ok;
 }
 
 // The file and its journal files move together; a journal left beside a fresh
@@ -275,7 +315,8 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
     QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
     QSqlQuery query(db);
     query.setForwardOnly(true);
-    if (!query.exec("SELECT plan_uuid, last_due, next_start FROM runs")) {
+    if (!query.exec("SELECT plan_uuid, last_due, next_start, end_flag, next_ms, next_offset, repeat_count, "
+                    "start_offset, first_seek, filled_start, fingerprint FROM runs")) {
         return false;
     }
     QStringList gone;
@@ -286,7 +327,18 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
             gone << planUuid;
             continue;
         }
-        const StoredRun run{query.value(1).toString(), query.value(2).toString()};
+        StoredRun run;
+        run.lastDue = query.value(1).toString();
+        run.nextStart = query.value(2).toString();
+        run.schedule = Schedule{run.nextStart,
+                                query.value(4).toLongLong(),
+                                query.value(5).toInt(),
+                                query.value(3).toULongLong(),
+                                query.value(6).toULongLong(),
+                                query.value(7).toULongLong(),
+                                query.value(8).toULongLong(),
+                                query.value(9).toString(),
+                                query.value(10).toULongLong()};
         m_storedRuns.insert(planUuid, run);
         if (!run.nextStart.isEmpty() && (summary.nextStart.isEmpty() || run.nextStart < summary.nextStart)) {
             summary = Summary{planUuid, run.nextStart};
@@ -310,6 +362,68 @@ QHash<QString, RunStateStore::StoredRun> RunStateStore::TakeStoredRuns() {
     QHash<QString, StoredRun> runs;
     runs.swap(m_storedRuns);
     return runs;
+}
+
+namespace {
+// A row the service wrote itself after a computation: a later start, or the
+// end. Anything else (a row of an older file, one changed by hand) is damaged.
+bool Resumable(const RunStateStore::Schedule& kept, const TriggerObject& object) {
+    if (kept.fingerprint == 0 || kept.fingerprint != object.getDefinitionFingerprint() ||
+        kept.firstSeekDone != 1) {
+        return false;
+    }
+    if (kept.endFlag != 0) {
+        return true;
+    }
+    const QDateTime next = LocalTime::Parse(kept.nextStart);
+    return kept.nextStartMSecs > 0 && next.isValid() &&
+           qAbs(next.toMSecsSinceEpoch() - kept.nextStartMSecs) <= 86400000;
+}
+
+void ResumeObject(const RunStateStore::Schedule& kept, TriggerObject& object) {
+    TriggerAttribute& attribute = object.getObjectTriggerAttribute();
+    if (attribute.getStartTime().isEmpty() && !kept.filledStart.isEmpty()) {
+        attribute.setStartTime(kept.filledStart);
+        object.setFilledStartTime(kept.filledStart);
+    }
+    attribute.setTriggerEndFlag(kept.endFlag);
+    object.setFirstSeekDone(kept.firstSeekDone);
+    object.setRepeatCount(kept.repeatCount);
+    object.setStartOffsetSecs(kept.startOffsetSecs);
+    if (kept.endFlag == 0) {
+        object.setNextStart(kept.nextStart, kept.nextStartMSecs, kept.nextStartOffsetSecs);
+    }
+}
+} // namespace
+
+RunStateStore::Schedule RunStateStore::ScheduleOf(const TriggerObject& object) {
+    Schedule schedule;
+    schedule.endFlag = object.getTriggerAttribute().getTriggerEndFlag();
+    if (schedule.endFlag == 0) {
+        schedule.nextStart = object.getNextStartTime();
+        schedule.nextStartMSecs = object.getNextStartMSecs();
+        schedule.nextStartOffsetSecs = object.getNextStartOffsetSecs();
+    }
+    schedule.repeatCount = object.getRepeatCount();
+    schedule.startOffsetSecs = object.getStartOffsetSecs();
+    schedule.firstSeekDone = object.getFirstSeekDone();
+    schedule.filledStart = object.getFilledStartTime();
+    schedule.fingerprint = object.getDefinitionFingerprint();
+    return schedule;
+}
+
+int RunStateStore::Resume(const QHash<QString, TriggerObject*>& registry) {
+    int resumed = 0;
+    for (auto it = m_storedRuns.begin(); it != m_storedRuns.end(); ++it) {
+        TriggerObject* object = registry.value(it.key(), nullptr);
+        if (object == nullptr || !Resumable(it->schedule, *object)) {
+            continue;
+        }
+        ResumeObject(it->schedule, *object);
+        it->resumed = true;
+        ++resumed;
+    }
+    return resumed;
 }
 
 RunStateStore::Summary RunStateStore::LastSummary() const {
@@ -467,8 +581,16 @@ bool WriteUpdate(sqlite3_stmt* upsert, sqlite3_stmt* remove, const QString& plan
         sqlite3_bind_int64(upsert, 2, static_cast<qint64>(u.triggerType));
     }
     if (u.schedule) {
-        BindText(upsert, 3, u.schedule->nextStart);
-        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(u.schedule->endFlag));
+        const RunStateStore::Schedule& kept = *u.schedule;
+        BindText(upsert, 3, kept.nextStart);
+        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(kept.endFlag));
+        sqlite3_bind_int64(upsert, 9, kept.nextStartMSecs);
+        sqlite3_bind_int(upsert, 10, kept.nextStartOffsetSecs);
+        sqlite3_bind_int64(upsert, 11, static_cast<qint64>(kept.repeatCount));
+        sqlite3_bind_int64(upsert, 12, static_cast<qint64>(kept.startOffsetSecs));
+        sqlite3_bind_int64(upsert, 13, static_cast<qint64>(kept.firstSeekDone));
+        BindText(upsert, 14, kept.filledStart);
+        sqlite3_bind_int64(upsert, 15, static_cast<qint64>(kept.fingerprint));
     }
     if (u.run) {
         BindText(upsert, 5, u.run->due);
@@ -631,7 +753,14 @@ void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, cons
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                    quint64 endFlag) {
-    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}, {}});
+    Schedule schedule;
+    schedule.nextStart = nextStart;
+    schedule.endFlag = endFlag;
+    RecordSchedule(planUuid, triggerType, schedule);
+}
+
+void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const Schedule& schedule) {
+    Merge(planUuid, Update{false, triggerType, {}, schedule, {}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {

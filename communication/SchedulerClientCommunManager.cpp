@@ -9,25 +9,37 @@
 #include "store/RunStateStore.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
 
 namespace {
 // What the link is handed is what the run state records: a run when its
-// execute-trigger goes to the agent, a schedule when its trigger-info does.
-// An execute-trigger carries the start it runs for; an event's carries none and
-// runs for the moment it is handed.
-void RecordHanded(const QString& planUuid, quint64 commandType, quint64 triggerType, const QString& nextStart,
-                  quint64 endFlag) {
+// execute-trigger goes to the agent, a schedule and the progress behind it
+// when its trigger-info does. An execute-trigger carries the start it runs
+// for; an event's carries none and runs for the moment it is handed.
+void RecordHanded(const TriggerObject& sent, quint64 commandType) {
+    const quint64 triggerType = sent.getTriggerAttribute().getTriggerType();
     if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(planUuid, triggerType, endFlag != 0 ? QString() : nextStart, endFlag);
+        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, RunStateStore::ScheduleOf(sent));
         return;
     }
     if (commandType != CommandTypes::kExecuteTrigger) {
         return;
     }
     const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
+    const QString nextStart = sent.getNextStartTime();
     const QString due =
         nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
-    RunStateStore::RecordRun(planUuid, triggerType, due, nowMSecs);
+    RunStateStore::RecordRun(sent.getPlanUuid(), triggerType, due, nowMSecs);
+}
+// The replaced run's start did not run; the run that waits instead names how
+// many starts it stands for.
+void RecordMerged(const QString& planUuid, const QString& mergedDue, const QString& keptDue, int count) {
+    const qint64 merged = LocalTime::Parse(mergedDue).toMSecsSinceEpoch();
+    const qint64 kept = LocalTime::Parse(keptDue).toMSecsSinceEpoch();
+    RunHistory::Record(planUuid, RunHistory::Occurrence{merged, -1, RunHistory::Outcome::Merged,
+                                                        RunHistory::Reason::AgentUnreachable, 0, 0});
+    RunHistory::Record(planUuid, RunHistory::Occurrence{kept, -1, RunHistory::Outcome(0),
+                                                        RunHistory::Reason::None, 0, count});
 }
 } // namespace
 
@@ -65,6 +77,7 @@ void SchedulerClientCommunManager::Wire(CommunClientWork& work,
     connect(this, request, &work, &CommunClientWork::Post, Qt::DirectConnection);
     connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
             Qt::QueuedConnection);
+    connect(&work, &CommunClientWork::runsMerged, &RecordMerged);
 }
 
 bool SchedulerClientCommunManager::Start() {

@@ -29,10 +29,15 @@ void MissedRunCatchUp::Seed(const QHash<QString, RunStateStore::StoredRun>& runs
     }
     for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
         const RunStateStore::StoredRun& run = it.value();
-        if (run.lastDue.isEmpty()) {
+        // A resumed plan waited for its stored start, which is due whether
+        // or not the plan ran before.
+        if (run.lastDue.isEmpty() && !run.resumed) {
             continue;
         }
         m_ranBefore.insert(it.key());
+        if (!run.lastDue.isEmpty()) {
+            m_lastHanded.insert(it.key(), run.lastDue);
+        }
         // The start the service was waiting for when it went down; the texts
         // compare as the times they name.
         if (!run.nextStart.isEmpty() && run.nextStart < dueBefore) {
@@ -57,13 +62,20 @@ bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missed
     if (!m_once || !m_ranBefore.contains(planUuid)) {
         return false;
     }
+    // A start the previous life recorded as handed has run: the agent got
+    // its 600 before the service went down.
+    const auto handed = m_lastHanded.constFind(planUuid);
+    if (handed != m_lastHanded.constEnd() && missedStart <= handed.value()) {
+        return false;
+    }
     if (m_byPlan.contains(planUuid)) {
         return true;
     }
     const qint64 delayMSecs =
         m_spreadSecs == 0 ? 0
                           : QRandomGenerator::global()->bounded(static_cast<int>(m_spreadSecs) * 1000 + 1);
-    const auto entry = m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart});
+    const auto entry =
+        m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart, delayMSecs});
     m_byPlan.insert(planUuid, entry);
     Arm();
     return true;
@@ -86,7 +98,7 @@ void MissedRunCatchUp::onTimeout() {
         const CatchUp waiting = m_queue.begin()->second;
         m_byPlan.remove(waiting.planUuid);
         m_queue.erase(m_queue.begin());
-        m_run(waiting.planUuid, waiting.missedStart);
+        m_run(waiting.planUuid, waiting.missedStart, waiting.delayMSecs);
     }
     Arm();
 }

@@ -74,12 +74,25 @@ template <typename Table, typename Ends> bool EndFiresWhere(Table& table, Ends e
 
 // An on-time run computes its follow-up from the instant it was due, so that
 // repetitions do not drift by the moments the runs took to fire; a run that a
-// clock step or a sleep passed over computes from the current time.
-QDateTime FollowUpBase(const TimerFire& fire, const QDateTime& current) {
+// clock step or a sleep passed over goes on with the plan's series after the
+// current time.
+quint64 SeekTimerFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next) {
     const qint64 due = fire.expiredDueMSecs();
     const qint64 late = current.toMSecsSinceEpoch() - due;
-    const bool onTime = due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs;
-    return onTime ? QDateTime::fromMSecsSinceEpoch(due) : current;
+    if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
+        return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
+    }
+    return fire.SeekLateStartTime(current, next);
+}
+
+// The start a poll has just run, from which its follow-up counts, so that the
+// series keeps the seconds of its starts.
+QDateTime RanStart(const TriggerObject& object, const QDateTime& minuteStart) {
+    if (object.getNextStartMSecs() != 0) {
+        return QDateTime::fromMSecsSinceEpoch(object.getNextStartMSecs());
+    }
+    const QDateTime parsed = LocalTime::Parse(object.getNextStartTime());
+    return parsed.isValid() ? parsed : minuteStart;
 }
 
 // The one worker of the process, created before main runs.
@@ -115,10 +128,11 @@ bool TriggerFireManagerWork::Init() {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
     }
+    m_occurrences = OccurrenceRecorder();
     if (m_catchUp == nullptr) {
-        m_catchUp =
-            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
-                return RunMissedStart(planUuid, missedStart);
+        m_catchUp = std::make_unique<MissedRunCatchUp>(
+            [this](const QString& planUuid, const QString& missedStart, qint64 delayMSecs) {
+                return RunMissedStart(planUuid, missedStart, delayMSecs);
             });
         m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
     }
@@ -252,6 +266,7 @@ TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object
 
 void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fireClass) {
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
+    RunHistory::RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, LogText::Outside(object->getPlanUuid())));
@@ -518,7 +533,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
     }
     const QString text = object->getNextStartTime();
     qint64 minuteStartMSecs = 0;
-    const bool valid = !text.isEmpty() && fire->CachedMinuteStart(text, minuteStartMSecs);
+    const bool valid = fire->DueMinuteStart(*object, minuteStartMSecs);
     if (valid && nowMSecs < minuteStartMSecs) {
         // Due in a later minute: the common case, kept free of any other work.
         earliestDueMSecs = qMin(earliestDueMSecs, minuteStartMSecs);
@@ -531,6 +546,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
                     .arg(LogText::Outside(planUuid)));
+            m_occurrences.Ran(*object, LocalTime::Parse(text).toMSecsSinceEpoch(), true);
             if (m_catchUp != nullptr) {
                 m_catchUp->NoteRun(planUuid);
             }
@@ -545,13 +561,15 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                     "onAtTimerOut.")
                 .arg(LogText::Outside(planUuid), text,
                      LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
-        if (valid && m_catchUp != nullptr) {
-            m_catchUp->NoteMissed(planUuid, text);
+        if (valid && (m_catchUp == nullptr || !m_catchUp->NoteMissed(planUuid, text))) {
+            m_occurrences.Missed(planUuid, LocalTime::Parse(text).toMSecsSinceEpoch());
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
+    const QDateTime minuteStart = CalendarSchedule::MinuteStart(current);
     QDateTime next;
-    const quint64 state = fire->SeekNextPolledStartTime(CalendarSchedule::MinuteStart(current), fired, next);
+    const quint64 state = fired ? fire->SeekNextPolledStartTime(RanStart(*object, minuteStart), true, next)
+                                : fire->SeekLateStartTime(minuteStart, next);
     if (state == FireState::kScheduled) {
         if (next < current) {
             Logger::Error(
@@ -608,13 +626,16 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                     .arg(LogText::Outside(planName)));
             return;
         }
+        const qint64 due = fire->expiredDueMSecs();
+        m_occurrences.Ran(*object, due,
+                          Clock::nowMSecsSinceEpoch() - due <= DeadlineQueue::kStepToleranceMSecs);
         if (m_catchUp != nullptr) {
             m_catchUp->NoteRun(planName);
         }
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = fire->SeekNextStartTime(FollowUpBase(*fire, current), next);
+    const quint64 state = SeekTimerFollowUp(*fire, current, next);
     if (state != FireState::kScheduled) {
         EndTimerFire(planName, fire, object, state);
         return;
@@ -671,25 +692,38 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
         if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
             timerFire->RearmFromNextStartTime();
         } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+            // The wall-clock time is what the plan asked for: its instant is
+            // taken again from the text, in the zone now in force.
+            if (TriggerObject* object = atTimeFire->GetTriggerObject()) {
+                object->setNextStartTime(object->getNextStartTime());
+            }
             atTimeFire->ForgetCachedMinute();
         }
     }
 }
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
-    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
-        return;
-    }
     // A poll still runs a start of the current minute itself; a timer fire
     // runs only starts still to come.
     const QDateTime current = Clock::now();
-    m_catchUp->Seed(runs,
-                    LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current)));
+    const QString dueBefore =
+        LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current));
+    if (m_catchUp != nullptr && m_catchUp->CatchesUp()) {
+        m_catchUp->Seed(runs, dueBefore);
+        return;
+    }
+    // A start the previous life handed has run, however the state was left.
+    for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
+        if (!it->nextStart.isEmpty() && it->nextStart < dueBefore && it->nextStart > it->lastDue) {
+            m_occurrences.Missed(it.key(), LocalTime::Parse(it->nextStart).toMSecsSinceEpoch());
+        }
+    }
 }
 
 // The run goes out for the missed start, so that the agent and the run state
 // see which start it stands for; the plan's own next start stays as it is.
-bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart,
+                                            qint64 delayMSecs) {
     QMutexLocker locker(&m_dateTimeMutex);
     TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
@@ -704,6 +738,7 @@ bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QStri
                           .arg(fireClass, LogText::Outside(planUuid), missedStart));
         return false;
     }
+    m_occurrences.CaughtUp(planUuid, LocalTime::Parse(missedStart).toMSecsSinceEpoch(), delayMSecs);
     Logger::Info(
         QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
             .arg(fireClass, LogText::Outside(planUuid), missedStart, LocalTime::Format(Clock::now())));
@@ -722,6 +757,7 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
+            RunHistory::RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
             Logger::Info(
                 QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {

@@ -82,7 +82,7 @@ void CommunClientWork::DrainInbox() {
 void CommunClientWork::onRequestData(QByteArray blocks) {
     EnsureSocket();
     if (m_socket->state() == QAbstractSocket::ConnectedState && m_pending.Empty()) {
-        m_socket->write(FrameReader::Frame(blocks));
+        Write(FrameReader::Frame(blocks), blocks);
         return;
     }
     Buffer(blocks);
@@ -107,6 +107,9 @@ void CommunClientWork::Buffer(const QByteArray& blocks) {
         Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest are being dropped.")
                          .arg(Destination())
                          .arg(kBufferLimit));
+    }
+    if (outcome.mergedRun) {
+        Q_EMIT runsMerged(outcome.planUuid, outcome.mergedDue, outcome.keptDue, outcome.mergedCount);
     }
     if (outcome.mergedRun && !m_mergedPlans.contains(outcome.planUuid)) {
         m_mergedPlans.insert(outcome.planUuid);
@@ -147,7 +150,25 @@ void CommunClientWork::Connect() {
 
 void CommunClientWork::Flush() {
     while (!m_pending.Empty()) {
-        m_socket->write(m_pending.TakeFront());
+        const QByteArray frame = m_pending.TakeFront();
+        Write(frame, FrameReader::PayloadOf(frame));
+    }
+}
+
+void CommunClientWork::Write(const QByteArray& frame, const QByteArray& blocks) {
+    m_socket->write(frame);
+    m_unanswered.Written(blocks);
+}
+
+// Before anything handed during the outage, so that a newer run of the same
+// plan still replaces the one sent again.
+void CommunClientWork::KeepUnanswered() {
+    for (const UnansweredRuns::Run& run : m_unanswered.Take()) {
+        Logger::Info(
+            QString("The run of plan[%1] due [%2] got no answer from the agent at %3 before the link "
+                    "dropped; it is sent again when the agent is back.")
+                .arg(LogText::Outside(run.planUuid), LogText::Outside(run.dueStart), Destination()));
+        Buffer(run.payload);
     }
 }
 
@@ -174,6 +195,7 @@ void CommunClientWork::onConnected() {
 }
 
 void CommunClientWork::onDisconnected() {
+    KeepUnanswered();
     if (!m_reportedFailure) {
         Logger::Warn(QString("No connection to the agent at %1 (%2); retrying with a growing delay.")
                          .arg(Destination(), m_socket->errorString()));
@@ -187,6 +209,7 @@ void CommunClientWork::onReadyRead() {
     m_reader.Append(m_socket->readAll());
     QByteArray payload;
     while (m_reader.Next(payload)) {
+        m_unanswered.Answered(payload);
         Q_EMIT returnResult(payload);
     }
     if (m_reader.Failed()) {

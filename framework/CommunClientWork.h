@@ -3,6 +3,7 @@
 #include "CommunAttribute.h"
 #include "FrameReader.h"
 #include "PendingFrames.h"
+#include "UnansweredRuns.h"
 
 #include <QByteArray>
 #include <QMutex>
@@ -19,7 +20,8 @@ class QTimer;
 // first request or reconnect request, reconnects with a growing delay, keeps
 // frames that cannot go out yet in a bounded buffer (per plan only the newest
 // run and the newest trigger-info), and emits every frame it receives with
-// returnResult.
+// returnResult. A run written to the agent but not answered when the link
+// drops goes out again, per plan the newest, once the agent is back.
 class CommunClientWork : public QObject {
     Q_OBJECT
 public:
@@ -49,6 +51,10 @@ public:
 
 Q_SIGNALS:
     void returnResult(QByteArray blocks);
+    // A run waiting for the agent replaced an older run of the same plan:
+    // `mergedDue` will not run, `keptDue` runs for it and `count` earlier starts.
+    // Emitted on the worker's thread.
+    void runsMerged(QString planUuid, QString mergedDue, QString keptDue, int count);
 
 public Q_SLOTS:
     void onreconnectServer();
@@ -61,6 +67,8 @@ private:
     void Connect();
     void Flush();
     void Buffer(const QByteArray& blocks);
+    void Write(const QByteArray& frame, const QByteArray& blocks);
+    void KeepUnanswered();
     void ScheduleRetry();
     void onConnected();
     void onDisconnected();
@@ -82,6 +90,7 @@ private:
     quint64 m_dropped = 0;
     FrameReader m_reader;
     PendingFrames m_pending{kBufferLimit};
+    UnansweredRuns m_unanswered;
     // Plans whose waiting runs were merged during this outage, named once each.
     QSet<QString> m_mergedPlans;
     std::atomic<bool> m_releasedOnThread{false};

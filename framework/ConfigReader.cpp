@@ -18,11 +18,19 @@ struct Values {
     QString missedRunPolicy = "skip";
     quint64 missedRunSpreadSecs = 0;
     ConfigReader::Metrics metrics;
+    int historyKeepPerPlan = 50;
+    int historyKeepDays = 90;
 };
 
 Values& Current() {
     static Values values;
     return values;
+}
+
+int PositiveValue(const QSettings& settings, const char* key, int fallback) {
+    bool ok = false;
+    const int value = settings.value(key, fallback).toInt(&ok);
+    return ok && value >= 1 ? value : fallback;
 }
 
 // The lowest port a key accepts: the command server may take 0, any free port,
@@ -106,6 +114,8 @@ bool ConfigReader::IniReader(const QString& path) {
     values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
     values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
     values.metrics = MetricsValues(settings);
+    values.historyKeepPerPlan = PositiveValue(settings, "History/KeepPerPlan", defaults.historyKeepPerPlan);
+    values.historyKeepDays = PositiveValue(settings, "History/KeepDays", defaults.historyKeepDays);
     Current() = values;
     return true;
 }
@@ -188,4 +198,17 @@ ConfigReader::Metrics ConfigReader::getMetrics() {
 
 void ConfigReader::setMetrics(const Metrics& metrics) {
     Current().metrics = metrics;
+}
+
+int ConfigReader::getHistoryKeepPerPlan() {
+    return Current().historyKeepPerPlan;
+}
+
+int ConfigReader::getHistoryKeepDays() {
+    return Current().historyKeepDays;
+}
+
+void ConfigReader::setHistoryLimits(int keepPerPlan, int keepDays) {
+    Current().historyKeepPerPlan = keepPerPlan;
+    Current().historyKeepDays = keepDays;
 }

@@ -46,11 +46,16 @@ public:
     static QString getMissedRunPolicy();
     static quint64 getMissedRunSpreadSecs();
     static Metrics getMetrics();
+    // [History] KeepPerPlan (default 50) and KeepDays (default 90); a value
+    // below 1 takes the default.
+    static int getHistoryKeepPerPlan();
+    static int getHistoryKeepDays();
 
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
     static void setMissedRunPolicy(const QString& policy, quint64 spreadSecs);
+    static void setHistoryLimits(int keepPerPlan, int keepDays);
     static void setAllowedPeers(const QStringList& users, const QStringList& groups);
     static void setMetrics(const Metrics& metrics);
 };

@@ -39,3 +39,7 @@ QByteArray FrameReader::Frame(const QByteArray& payload) {
     frame.append(payload);
     return frame;
 }
+
+QByteArray FrameReader::PayloadOf(const QByteArray& frame) {
+    return frame.mid(kHeaderSize);
+}

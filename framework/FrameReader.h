@@ -16,6 +16,8 @@ public:
     quint32 RefusedLength() const { return m_refusedLength; }
 
     static QByteArray Frame(const QByteArray& payload);
+    // The payload of a frame that Frame made.
+    static QByteArray PayloadOf(const QByteArray& frame);
 
 private:
     QByteArray m_buffer;

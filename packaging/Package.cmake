@@ -35,6 +35,8 @@ string(REPLACE "\nTextfilePath=\n" "\nTextfilePath=/var/lib/prometheus/node-expo
 file(WRITE ${ORVEL_PACKAGE_STAGE}/config.ini "${ORVEL_CONFIG}")
 install(FILES ${ORVEL_PACKAGE_STAGE}/config.ini DESTINATION etc/orvel-scheduler)
 install(FILES packaging/orvel-scheduler.rules.yml DESTINATION usr/share/orvel-scheduler)
+install(FILES packaging/orvelctl.bash-completion DESTINATION usr/share/bash-completion/completions
+        RENAME orvelctl)
 install(FILES packaging/OrvelSchedulerService.service DESTINATION lib/systemd/system)
 install(FILES ${ORVEL_PACKAGE_STAGE}/OrvelSchedulerService.8.gz DESTINATION usr/share/man/man8)
 install(FILES ${ORVEL_PACKAGE_STAGE}/orvelctl.1.gz DESTINATION usr/share/man/man1)

@@ -48,15 +48,17 @@ bool TaskScheduler::Init(const QString& appDir) {
 // The service runs on without its run state when the state file cannot be
 // used at all; the store has said why.
 void TaskScheduler::OpenRunState(const QString& appDir) {
-    QSet<QString> livePlans;
-    {
-        QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
-        const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
-        if (registry != nullptr) {
-            livePlans = QSet<QString>(registry->keyBegin(), registry->keyEnd());
-        }
+    QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
+    const QSet<QString> livePlans =
+        registry != nullptr ? QSet<QString>(registry->keyBegin(), registry->keyEnd()) : QSet<QString>();
+    if (m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans) && registry != nullptr) {
+        const int resumed = m_runState.Resume(*registry);
+        Logger::Info(QString("%1 of %2 plans resume their schedule from the run state.")
+                         .arg(resumed)
+                         .arg(registry->size()));
     }
-    m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans);
+    locker.unlock();
     connect(
         &m_runState, &RunStateStore::summaryChanged, this, [this] { Q_EMIT statusChanged(StatusLine()); },
         Qt::UniqueConnection);

@@ -82,20 +82,25 @@ void Plans(Writer& out, const ScheduleHealth::Figures& figures) {
     out.Gauge("overdue_plans", "Plans whose due start passed without a run reaching the agent.",
               figures.overdue);
     out.Gauge("refused_plans", "Plans whose last run the agent refused.", figures.refused);
+    out.Gauge("missed_plans", "Plans whose last start was missed since the service started.", figures.missed);
 }
 
 void Trouble(Writer& out, const ScheduleHealth::Figures& figures) {
+    using Problem = ScheduleHealth::Problem;
     const struct {
-        bool overdue;
+        Problem problem;
         const char* name;
         const char* help;
-    } kinds[] = {{true, "plan_overdue_since_timestamp_seconds",
-                  "Per overdue plan: the start that passed, or when its unanswered run went to the agent."},
-                 {false, "plan_refused_timestamp_seconds", "Per plan whose last run was refused: when."}};
+    } kinds[] = {
+        {Problem::Overdue, "plan_overdue_since_timestamp_seconds",
+         "Per overdue plan: the start that passed, or when its unanswered run went to the agent."},
+        {Problem::Refused, "plan_refused_timestamp_seconds", "Per plan whose last run was refused: when."},
+        {Problem::Missed, "plan_missed_timestamp_seconds",
+         "Per plan whose last start was missed since the service started: that start."}};
     for (const auto& kind : kinds) {
         out.Family(kind.name, "gauge", kind.help);
         for (const ScheduleHealth::Trouble& trouble : figures.trouble) {
-            if (trouble.overdue == kind.overdue) {
+            if (trouble.problem == kind.problem) {
                 out.Sample(kind.name, {{"plan", trouble.planUuid}}, Seconds(trouble.sinceMSecs));
             }
         }

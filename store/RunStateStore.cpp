@@ -1,11 +1,12 @@
 #include "RunStateStore.h"
 
 #include "framework/Clock.h"
+#include "framework/ConfigReader.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 #include "framework/SignalStack.h"
-#include "triggers/FireState.h"
 #include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
 
 #include <QFile>
 #include <QSqlDatabase>
@@ -32,10 +33,6 @@ struct RunStateStore::Update {
         QString due;
         qint64 handedMSecs;
     };
-    struct Schedule {
-        QString nextStart;
-        quint64 endFlag;
-    };
     struct Result {
         quint64 code;
         qint64 atMSecs;
@@ -44,8 +41,9 @@ struct RunStateStore::Update {
     bool removeFirst = false;
     quint64 triggerType = 0; // with a run or a schedule
     std::optional<Run> run;
-    std::optional<Schedule> schedule;
+    std::optional<RunStateStore::Schedule> schedule;
     std::optional<Result> result;
+    QVector<RunHistory::Event> history;
 };
 
 namespace {
@@ -61,20 +59,43 @@ constexpr const char* kCreateRuns = "CREATE TABLE IF NOT EXISTS runs ("
                                     "last_due TEXT,"
                                     "last_handed INTEGER,"
                                     "result INTEGER,"
-                                    "result_at INTEGER) WITHOUT ROWID";
+                                    "result_at INTEGER,"
+                                    "next_ms INTEGER,"
+                                    "next_offset INTEGER,"
+                                    "repeat_count INTEGER,"
+                                    "start_offset INTEGER,"
+                                    "first_seek INTEGER,"
+                                    "filled_start TEXT,"
+                                    "fingerprint INTEGER) WITHOUT ROWID";
+// The columns the schema's second version added, for a file of the first.
+constexpr const char* kAddedColumns[] = {
+    "next_ms INTEGER",    "next_offset INTEGER", "repeat_count INTEGER", "start_offset INTEGER",
+    "first_seek INTEGER", "filled_start TEXT",   "fingerprint INTEGER"};
+constexpr const char* kAllColumns =
+    "plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
+    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, "
+    "filled_start, fingerprint";
 constexpr const char* kCreateMeta =
     "CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID";
 // A column a change does not touch is bound as NULL and keeps its value.
 constexpr const char* kUpsert =
     "INSERT INTO runs (plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
-    "result_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(plan_uuid) DO UPDATE SET "
+    "result_at, next_ms, next_offset, repeat_count, start_offset, first_seek, filled_start, fingerprint) "
+    "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(plan_uuid) DO UPDATE SET "
     "trigger_type = coalesce(excluded.trigger_type, trigger_type),"
     "next_start = coalesce(excluded.next_start, next_start),"
     "end_flag = coalesce(excluded.end_flag, end_flag),"
     "last_due = coalesce(excluded.last_due, last_due),"
     "last_handed = coalesce(excluded.last_handed, last_handed),"
     "result = coalesce(excluded.result, result),"
-    "result_at = coalesce(excluded.result_at, result_at)";
+    "result_at = coalesce(excluded.result_at, result_at),"
+    "next_ms = coalesce(excluded.next_ms, next_ms),"
+    "next_offset = coalesce(excluded.next_offset, next_offset),"
+    "repeat_count = coalesce(excluded.repeat_count, repeat_count),"
+    "start_offset = coalesce(excluded.start_offset, start_offset),"
+    "first_seek = coalesce(excluded.first_seek, first_seek),"
+    "filled_start = coalesce(excluded.filled_start, filled_start),"
+    "fingerprint = coalesce(excluded.fingerprint, fingerprint)";
 
 std::atomic<int> g_connectionSequence{0};
 
@@ -94,9 +115,12 @@ bool g_held = false;
 // A later change of the same plan on top of the earlier ones.
 void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
     if (change.removeFirst) {
+        const QVector<RunHistory::Event> before = u.history;
         u = change;
+        u.history = before + change.history;
         return;
     }
+    u.history += change.history;
     if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
@@ -163,6 +187,11 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
     // until Close only its raw handle is used, by one thread at a time under
     // m_writeMutex; SQLite lets a connection move between threads so.
     m_handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    if (m_handle != nullptr && !m_history.Prepare(m_handle, {ConfigReader::getHistoryKeepPerPlan(),
+                                                             ConfigReader::getHistoryKeepDays()})) {
+        Logger::Warn(QString("The run history in %1 cannot be kept (%2).")
+                         .arg(path, QString::fromUtf8(sqlite3_errmsg(m_handle))));
+    }
     LoadHealth();
     {
         std::lock_guard<std::mutex> lock(g_mutex);
@@ -212,10 +241,11 @@ bool RunStateStore::EnsureSchema(QString& problem) {
         return false;
     }
     const int version = query.value(0).toInt();
-    if (version == kSchemaVersion) {
-        if (!query.exec(
-                "SELECT plan_uuid, trigger_type, next_start, end_flag, last_due, last_handed, result, "
-                "result_at FROM runs LIMIT 1") ||
+    if (version == 1 && !Migrate(version, problem)) {
+        return false;
+    }
+    if (version == kSchemaVersion || version == 1) {
+        if (!query.exec(QString("SELECT %1 FROM runs LIMIT 1").arg(kAllColumns)) ||
             !query.exec("SELECT key, value FROM meta LIMIT 1")) {
             problem = query.lastError().text();
             return false;
@@ -233,6 +263,24 @@ bool RunStateStore::EnsureSchema(QString& problem) {
         return false;
     }
     return true;
+}
+
+// A file of the first version gains the columns in place, in one transaction:
+// its rows keep what they had and resume nothing, since they carry no
+// fingerprint, so their plans get a first computation once more.
+bool RunStateStore::Migrate(int version, QString& problem) {
+    QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
+    QSqlQuery query(db);
+    bool ok = version == 1 && db.transaction();
+    for (const char* column : kAddedColumns) {
+        ok = ok && query.exec(QString("ALTER TABLE runs ADD COLUMN %1").arg(column));
+    }
+    ok = ok && query.exec(QString("PRAGMA user_version = %1").arg(kSchemaVersion)) && db.commit();
+    if (!ok) {
+        problem = query.lastError().isValid() ? query.lastError().text() : db.lastError().text();
+        db.rollback();
+    }
+    return ok;
 }
 
 // The file and its journal files move together; a journal left beside a fresh
@@ -255,6 +303,7 @@ QString RunStateStore::SetAside() {
 }
 
 void RunStateStore::CloseConnection() {
+    m_history.Detach();
     m_handle = nullptr;
     if (!m_open) {
         return;
@@ -267,7 +316,8 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
     QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
     QSqlQuery query(db);
     query.setForwardOnly(true);
-    if (!query.exec("SELECT plan_uuid, last_due, next_start FROM runs")) {
+    if (!query.exec("SELECT plan_uuid, last_due, next_start, end_flag, next_ms, next_offset, repeat_count, "
+                    "start_offset, first_seek, filled_start, fingerprint FROM runs")) {
         return false;
     }
     QStringList gone;
@@ -278,7 +328,18 @@ bool RunStateStore::LoadAndPrune(const QSet<QString>& livePlans) {
             gone << planUuid;
             continue;
         }
-        const StoredRun run{query.value(1).toString(), query.value(2).toString()};
+        StoredRun run;
+        run.lastDue = query.value(1).toString();
+        run.nextStart = query.value(2).toString();
+        run.schedule = Schedule{run.nextStart,
+                                query.value(4).toLongLong(),
+                                query.value(5).toInt(),
+                                query.value(3).toULongLong(),
+                                query.value(6).toULongLong(),
+                                query.value(7).toULongLong(),
+                                query.value(8).toULongLong(),
+                                query.value(9).toString(),
+                                query.value(10).toULongLong()};
         m_storedRuns.insert(planUuid, run);
         if (!run.nextStart.isEmpty() && (summary.nextStart.isEmpty() || run.nextStart < summary.nextStart)) {
             summary = Summary{planUuid, run.nextStart};
@@ -302,6 +363,68 @@ QHash<QString, RunStateStore::StoredRun> RunStateStore::TakeStoredRuns() {
     QHash<QString, StoredRun> runs;
     runs.swap(m_storedRuns);
     return runs;
+}
+
+namespace {
+// A row the service wrote itself after a computation: a later start, or the
+// end. Anything else (a row of an older file, one changed by hand) is damaged.
+bool Resumable(const RunStateStore::Schedule& kept, const TriggerObject& object) {
+    if (kept.fingerprint == 0 || kept.fingerprint != object.getDefinitionFingerprint() ||
+        kept.firstSeekDone != 1) {
+        return false;
+    }
+    if (kept.endFlag != 0) {
+        return true;
+    }
+    const QDateTime next = LocalTime::Parse(kept.nextStart);
+    return kept.nextStartMSecs > 0 && next.isValid() &&
+           qAbs(next.toMSecsSinceEpoch() - kept.nextStartMSecs) <= 86400000;
+}
+
+void ResumeObject(const RunStateStore::Schedule& kept, TriggerObject& object) {
+    TriggerAttribute& attribute = object.getObjectTriggerAttribute();
+    if (attribute.getStartTime().isEmpty() && !kept.filledStart.isEmpty()) {
+        attribute.setStartTime(kept.filledStart);
+        object.setFilledStartTime(kept.filledStart);
+    }
+    attribute.setTriggerEndFlag(kept.endFlag);
+    object.setFirstSeekDone(kept.firstSeekDone);
+    object.setRepeatCount(kept.repeatCount);
+    object.setStartOffsetSecs(kept.startOffsetSecs);
+    if (kept.endFlag == 0) {
+        object.setNextStart(kept.nextStart, kept.nextStartMSecs, kept.nextStartOffsetSecs);
+    }
+}
+} // namespace
+
+RunStateStore::Schedule RunStateStore::ScheduleOf(const TriggerObject& object) {
+    Schedule schedule;
+    schedule.endFlag = object.getTriggerAttribute().getTriggerEndFlag();
+    if (schedule.endFlag == 0) {
+        schedule.nextStart = object.getNextStartTime();
+        schedule.nextStartMSecs = object.getNextStartMSecs();
+        schedule.nextStartOffsetSecs = object.getNextStartOffsetSecs();
+    }
+    schedule.repeatCount = object.getRepeatCount();
+    schedule.startOffsetSecs = object.getStartOffsetSecs();
+    schedule.firstSeekDone = object.getFirstSeekDone();
+    schedule.filledStart = object.getFilledStartTime();
+    schedule.fingerprint = object.getDefinitionFingerprint();
+    return schedule;
+}
+
+int RunStateStore::Resume(const QHash<QString, TriggerObject*>& registry) {
+    int resumed = 0;
+    for (auto it = m_storedRuns.begin(); it != m_storedRuns.end(); ++it) {
+        TriggerObject* object = registry.value(it.key(), nullptr);
+        if (object == nullptr || !Resumable(it->schedule, *object)) {
+            continue;
+        }
+        ResumeObject(it->schedule, *object);
+        it->resumed = true;
+        ++resumed;
+    }
+    return resumed;
 }
 
 RunStateStore::Summary RunStateStore::LastSummary() const {
@@ -462,8 +585,16 @@ bool WriteUpdate(sqlite3_stmt* upsert, sqlite3_stmt* remove, const QString& plan
         sqlite3_bind_int64(upsert, 2, static_cast<qint64>(u.triggerType));
     }
     if (u.schedule) {
-        BindText(upsert, 3, u.schedule->nextStart);
-        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(u.schedule->endFlag));
+        const RunStateStore::Schedule& kept = *u.schedule;
+        BindText(upsert, 3, kept.nextStart);
+        sqlite3_bind_int64(upsert, 4, static_cast<qint64>(kept.endFlag));
+        sqlite3_bind_int64(upsert, 9, kept.nextStartMSecs);
+        sqlite3_bind_int(upsert, 10, kept.nextStartOffsetSecs);
+        sqlite3_bind_int64(upsert, 11, static_cast<qint64>(kept.repeatCount));
+        sqlite3_bind_int64(upsert, 12, static_cast<qint64>(kept.startOffsetSecs));
+        sqlite3_bind_int64(upsert, 13, static_cast<qint64>(kept.firstSeekDone));
+        BindText(upsert, 14, kept.filledStart);
+        sqlite3_bind_int64(upsert, 15, static_cast<qint64>(kept.fingerprint));
     }
     if (u.run) {
         BindText(upsert, 5, u.run->due);
@@ -531,8 +662,10 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
         ok = ok && upsert && remove && meta;
         const std::vector<BatchRow> rows = InKeyOrder(batch);
         for (auto row = rows.cbegin(); ok && row != rows.cend(); ++row) {
-            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value());
+            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value()) &&
+                 WriteHistory(row->it.key(), row->it.value());
         }
+        ok = ok && m_history.Prune(Clock::nowMSecsSinceEpoch());
         if (ok) {
             writtenAt = Clock::nowMSecsSinceEpoch();
             sqlite3_bind_int64(meta.get(), 1, writtenAt);
@@ -549,6 +682,7 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
     if (handle != nullptr) {
         sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
     }
+    m_history.Forget();
     // One line per streak of failures; the next batch tries again.
     if (!m_reportedWriteFailure) {
         Logger::Warn(QString("The run state of %1 plans could not be written to %2 (%3).")
@@ -621,20 +755,40 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                               qint64 handedMSecs) {
-    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}});
+    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}, {}});
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                    quint64 endFlag) {
-    Merge(planUuid, Update{false, triggerType, {}, Update::Schedule{nextStart, endFlag}, {}});
+    Schedule schedule;
+    schedule.nextStart = nextStart;
+    schedule.endFlag = endFlag;
+    RecordSchedule(planUuid, triggerType, schedule);
+}
+
+void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const Schedule& schedule) {
+    Merge(planUuid, Update{false, triggerType, {}, schedule, {}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}});
+    Merge(planUuid, Update{false,
+                           0,
+                           {},
+                           {},
+                           Update::Result{result, atMSecs},
+                           {RunHistory::Event{{}, RunHistory::Answer{result, atMSecs}}}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
-    Merge(planUuid, Update{true, 0, {}, {}, {}});
+    Merge(planUuid, Update{true, 0, {}, {}, {}, {}});
+}
+
+void RunStateStore::RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    Merge(planUuid, Update{false, 0, {}, {}, {}, {RunHistory::Event{occurrence, {}}}});
+}
+
+bool RunStateStore::WriteHistory(const QString& planUuid, const Update& u) {
+    return m_history.Write(planUuid, u.history);
 }
 
 quint64 RunStateStore::UnwrittenChanges() const {
@@ -653,7 +807,11 @@ void RunStateStore::Observe(const QHash<QString, Update>& taken) {
         }
         if (u.run) {
             m_health.NoteRun(it.key(), u.triggerType, u.run->handedMSecs);
-            ObserveRun(u.triggerType, u.run->due, u.run->handedMSecs);
+        }
+        for (const RunHistory::Event& event : u.history) {
+            if (!event.answer) {
+                ObserveOccurrence(it.key(), event.occurrence);
+            }
         }
         if (u.schedule) {
             m_health.NoteSchedule(it.key(), u.triggerType, u.schedule->nextStart, u.schedule->endFlag);
@@ -665,21 +823,24 @@ void RunStateStore::Observe(const QHash<QString, Update>& taken) {
     }
 }
 
-// A run is on time when it went to the agent within a second of its due
-// start; an event's run is due when it is handed.
-void RunStateStore::ObserveRun(quint64 triggerType, const QString& due, qint64 handedMSecs) {
-    static constexpr qint64 kOnTimeMSecs = 1000;
-    if (TriggerTypes::IsEvent(triggerType)) {
-        m_tally.NoteOutcome("on_time");
+// Every start the history records is a run by its outcome, a missed one also
+// by its reason; a plan's end or deletion is no run.
+void RunStateStore::ObserveOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    using Outcome = RunHistory::Outcome;
+    if (occurrence.outcome < Outcome::OnTime || occurrence.outcome > Outcome::Moved) {
         return;
     }
-    const QDateTime dueAt = LocalTime::Parse(due);
-    if (!dueAt.isValid()) {
+    const auto label = [](const QString& name) { return QString(name).replace(' ', '_'); };
+    m_tally.NoteOutcome(label(RunHistory::OutcomeName(occurrence.outcome)));
+    if (occurrence.outcome == Outcome::Missed || occurrence.outcome == Outcome::Merged) {
+        const QString reason = RunHistory::ReasonName(occurrence.reason);
+        m_tally.NoteMissed(reason.isEmpty() ? QString("unknown") : label(reason));
+        m_health.NoteMissed(planUuid, occurrence.dueMSecs);
         return;
     }
-    const qint64 lateness = handedMSecs - dueAt.toMSecsSinceEpoch();
-    m_tally.NoteLateness(lateness);
-    m_tally.NoteOutcome(lateness <= kOnTimeMSecs ? "on_time" : "late");
+    if (occurrence.handedMSecs >= 0) {
+        m_tally.NoteLateness(occurrence.handedMSecs - occurrence.dueMSecs);
+    }
 }
 
 // The plans the file knows when it is opened, read through the raw handle: at

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RunHistory.h"
 #include "store/RunTally.h"
 #include "store/ScheduleHealth.h"
 
@@ -16,6 +17,7 @@
 #include <vector>
 
 struct sqlite3;
+class TriggerObject;
 
 // The service's own run state in data/state.db (SQLite, WAL), beside the plans
 // database, which the service never writes: per plan the last run, the next
@@ -31,14 +33,33 @@ class RunStateStore : public QObject {
     Q_OBJECT
 public:
     static constexpr int kBatchMSecs = 100;
-    static constexpr int kSchemaVersion = 1;
+    static constexpr int kSchemaVersion = 2;
     // Rows of a batch after whose write the heap returns its free pages.
     static constexpr size_t kTrimRows = 10000;
+
+    // What the schedule computation of a plan needs to go on where it was.
+    struct Schedule {
+        QString nextStart;         // "yyyy-MM-dd hh:mm:ss"; empty when none
+        qint64 nextStartMSecs = 0; // the instant the text names; 0 when none
+        int nextStartOffsetSecs = 0;
+        quint64 endFlag = 0;
+        quint64 repeatCount = 0;
+        quint64 startOffsetSecs = 0;
+        quint64 firstSeekDone = 0;
+        QString filledStart; // what an empty start text was filled with
+        // Of the definition the rest was computed from; 0 when nothing of the
+        // computation was kept (an event trigger, a row of an older file).
+        quint64 fingerprint = 0;
+    };
 
     // What the state file knew of a plan when the service started.
     struct StoredRun {
         QString lastDue;   // "yyyy-MM-dd hh:mm:ss"; empty when the plan never ran
         QString nextStart; // empty when none was known
+        Schedule schedule = {};
+        // Set when the plan goes on from this row instead of a first
+        // computation.
+        bool resumed = false;
     };
 
     // The plan that runs next, for the line the service shows to systemd.
@@ -62,6 +83,12 @@ public:
     // closes the file. Must run on the thread that called Open.
     void Close();
     QHash<QString, StoredRun> TakeStoredRuns();
+    // Gives each registered plan whose definition is the one its row was
+    // computed from the row's progress and next start, so that it goes on
+    // without a first computation; a plan whose row is missing, damaged or of
+    // another definition is left for its first computation. Returns how many
+    // plans resume. Call under the registry lock, before the fires start.
+    int Resume(const QHash<QString, TriggerObject*>& registry);
     // Writes the pending batch now, on the calling thread, after any batch the
     // writer thread has under way; false when the last write failed.
     bool Flush();
@@ -76,13 +103,19 @@ public:
     // Changes recorded but not yet in the file; safe from any thread.
     quint64 UnwrittenChanges() const;
 
+    // What the run state keeps of a trigger as it was just computed.
+    static Schedule ScheduleOf(const TriggerObject& object);
+
     // The recorders; harmless while no store is open.
     static void RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                           qint64 handedMSecs);
     static void RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                                quint64 endFlag);
+    static void RecordSchedule(const QString& planUuid, quint64 triggerType, const Schedule& schedule);
     static void RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs);
     static void RecordRemoval(const QString& planUuid);
+    // Use RunHistory::Record, which also logs what users must hear of.
+    static void RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     // While held, the batch grows instead of being written; released, it is
     // written at once if its time has come. A poll pass holds it, and so does
     // the start of all fires, so that their changes go in one
@@ -100,16 +133,18 @@ Q_SIGNALS:
 private:
     bool OpenFile(QString& problem);
     bool EnsureSchema(QString& problem);
+    bool Migrate(int version, QString& problem);
     QString SetAside();
     void CloseConnection();
     bool LoadAndPrune(const QSet<QString>& livePlans);
     void RunWriter();
     bool WriteTaken(const QHash<QString, Update>& batch);
     bool WriteBatch(const QHash<QString, Update>& batch);
+    bool WriteHistory(const QString& planUuid, const Update& u);
     void RefreshSummary(const QHash<QString, Update>& batch);
     void LoadHealth();
     void Observe(const QHash<QString, Update>& taken);
-    void ObserveRun(quint64 triggerType, const QString& due, qint64 handedMSecs);
+    void ObserveOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
     static QHash<QString, Update> Merged(const std::vector<std::pair<QString, Update>>& changes);
@@ -119,6 +154,8 @@ private:
     bool m_open = false;
     // The connection's own SQLite handle; see Open for which thread uses it.
     sqlite3* m_handle = nullptr;
+    // Written inside the same transactions, by whoever holds m_writeMutex.
+    RunHistory m_history;
 
     std::thread m_writer;
     // Guarded by the lock of the pending batch, which the writer waits on.

@@ -43,7 +43,7 @@ QString WallClockText(quint64 key) {
 }
 
 // What orders the plans in trouble: overdue starts first, then runs the agent
-// has not answered, then refusals, each oldest first.
+// has not answered, then refusals, then missed starts, each oldest first.
 struct Candidate {
     int rank;
     qint64 key;
@@ -85,6 +85,12 @@ void ScheduleHealth::NoteRun(const QString& planUuid, quint64 triggerType, qint6
     Row& row = At(planUuid);
     row.triggerType = triggerType;
     row.handedMSecs = handedMSecs;
+    row.missedMSecs = 0;
+}
+
+void ScheduleHealth::NoteMissed(const QString& planUuid, qint64 dueMSecs) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    At(planUuid).missedMSecs = dueMSecs;
 }
 
 void ScheduleHealth::NoteSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
@@ -145,12 +151,15 @@ ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfte
         const bool refused = answered && row.handedMSecs != 0 && row.result != 0;
         figures.overdue += startPassed || unanswered ? 1 : 0;
         figures.refused += refused ? 1 : 0;
+        figures.missed += row.missedMSecs != 0 ? 1 : 0;
         if (startPassed) {
             candidates.push_back({0, static_cast<qint64>(row.nextKey), static_cast<quint32>(i)});
         } else if (unanswered) {
             candidates.push_back({1, row.handedMSecs, static_cast<quint32>(i)});
         } else if (refused) {
             candidates.push_back({2, row.resultMSecs, static_cast<quint32>(i)});
+        } else if (row.missedMSecs != 0) {
+            candidates.push_back({3, row.missedMSecs, static_cast<quint32>(i)});
         }
     }
     if (earliestKey != 0) {
@@ -170,7 +179,9 @@ ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfte
         const qint64 since =
             c.rank == 0 ? LocalTime::Parse(WallClockText(static_cast<quint64>(c.key))).toMSecsSinceEpoch()
                         : c.key;
-        figures.trouble.push_back(Trouble{m_rows[c.row].planUuid, c.rank < 2, since});
+        const Problem problem =
+            c.rank < 2 ? Problem::Overdue : (c.rank == 2 ? Problem::Refused : Problem::Missed);
+        figures.trouble.push_back(Trouble{m_rows[c.row].planUuid, problem, since});
     }
     return figures;
 }

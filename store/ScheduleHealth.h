@@ -17,11 +17,13 @@
 // Safe from any thread.
 class ScheduleHealth {
 public:
+    enum class Problem { Overdue, Refused, Missed };
     struct Trouble {
         QString planUuid;
-        bool overdue = false; // otherwise refused by the agent
+        Problem problem = Problem::Overdue;
         // Overdue: the start that passed, or when the run went to the agent
         // and waits for its answer since. Refused: when the agent answered.
+        // Missed: the start that was missed.
         qint64 sinceMSecs = 0;
     };
 
@@ -31,6 +33,7 @@ public:
         qint64 earliestNextMSecs = 0; // 0: no plan has a further start
         quint64 overdue = 0;
         quint64 refused = 0;
+        quint64 missed = 0; // plans whose last start was missed
         // The plans in trouble, oldest first, at most the limit asked for.
         std::vector<Trouble> trouble;
         quint64 troubleLeftOut = 0;
@@ -43,6 +46,8 @@ public:
     void NoteSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
                       quint64 endFlag);
     void NoteResult(const QString& planUuid, quint64 result, qint64 atMSecs);
+    // A start of the plan passed without a run; the next run clears it.
+    void NoteMissed(const QString& planUuid, qint64 dueMSecs);
     void Remove(const QString& planUuid);
     void Clear();
 
@@ -57,6 +62,7 @@ private:
         quint64 nextKey = 0; // the next start's wall-clock digits, 0 when none
         qint64 handedMSecs = 0;
         qint64 resultMSecs = 0;
+        qint64 missedMSecs = 0; // the last start missed since the last run, 0 when none
         quint64 result = 0;
         quint64 triggerType = 0;
         bool ended = false;

@@ -10,6 +10,7 @@
 #include "framework/ResultCommand.h"
 #include "framework/SchedulerPlanData.h"
 #include "triggers/TriggerCheck.h"
+#include "triggers/TriggerFingerprint.h"
 #include "triggers/TriggerObject.h"
 
 #include <QFileInfo>
@@ -90,6 +91,7 @@ bool SchedulerDataStoreManager::LoadDatabaseTriggerObjects() {
             auto* object = new TriggerObject();
             object->setPlanUuid(it.key());
             object->setTriggerAttribute(*it.value());
+            object->setDefinitionFingerprint(TriggerFingerprint::Of(*it.value()));
             registry->insert(it.key(), object);
         }
         delete it.value();
@@ -114,6 +116,7 @@ TriggerObject* SchedulerDataStoreManager::AddTriggerObject(CommCommand* request)
     }
     auto* object = new TriggerObject(data);
     object->setPlanUuid(request->getPlanUuid());
+    object->setDefinitionFingerprint(TriggerFingerprint::Of(object->getObjectTriggerAttribute()));
     if (!INSTANCE_SCHEDULER_MEMORY_OBJECTS->InsertTriggerObject(object->getPlanUuid(), object)) {
         delete object;
         return nullptr;
@@ -146,7 +149,9 @@ TriggerObject* SchedulerDataStoreManager::ModifyTriggerObject(CommCommand* reque
     object->setStartOffsetSecs(0);
     object->setFirstSeekDone(0);
     object->setNextStartTime(QString());
+    object->setFilledStartTime(QString());
     object->getObjectTriggerAttribute().setTriggerEndFlag(0);
+    object->setDefinitionFingerprint(TriggerFingerprint::Of(object->getObjectTriggerAttribute()));
     return object;
 }
 
@@ -160,6 +165,7 @@ bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, Res
     }
     delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
     RunStateStore::RecordRemoval(planUuid);
+    RunHistory::RecordNow(planUuid, RunHistory::Outcome::Deleted, false);
     result->setUintResult(0);
     return true;
 }

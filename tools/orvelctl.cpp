@@ -1,6 +1,8 @@
 #include "AgentCommand.h"
 #include "MetricsCommand.h"
+#include "HistoryCommand.h"
 #include "PlanCommand.h"
+#include "PlansCommand.h"
 #include "PreviewCommand.h"
 #include "StatusCommand.h"
 #include "ToolOutput.h"
@@ -16,6 +18,8 @@ QString Usage() {
            "  plan      add, modify or delete a plan in the service's database and the running service\n"
            "  status    the service's schedule: next start, last run and its result per plan\n"
            "  metrics   the schedule health from the run state, in the Prometheus text format\n"
+           "  history   what became of each start of each plan, and why, newest first\n"
+           "  plans     list the plan UUIDs of the service's database\n"
            "  agent     run a stand-in agent that prints and acknowledges the service's commands\n"
            "Run 'orvelctl <command> --help' for the options of a command.\n";
 }
@@ -38,6 +42,12 @@ int main(int argc, char** argv) {
     }
     if (command == "metrics") {
         return MetricsCommand::Run(rest);
+    }
+    if (command == "plans") {
+        return PlansCommand::Run(rest);
+    }
+    if (command == "history") {
+        return HistoryCommand::Run(rest);
     }
     if (command == "agent") {
         return AgentCommand::Run(rest);

@@ -3,6 +3,7 @@
 #include "CalendarSchedule.h"
 #include "FireState.h"
 #include "LocalTime.h"
+#include "TriggerObject.h"
 
 AtTimeFire::AtTimeFire(QObject* parent) : DateTimeFire(parent) {}
 
@@ -12,6 +13,17 @@ quint64 AtTimeFire::Start() {
 
 void AtTimeFire::Stop() {
     SetTriggerObject(nullptr);
+}
+
+bool AtTimeFire::DueMinuteStart(const TriggerObject& object, qint64& minuteStartMSecs) {
+    const qint64 msecs = object.getNextStartMSecs();
+    if (msecs == 0) {
+        return !object.getNextStartTime().isEmpty() &&
+               CachedMinuteStart(object.getNextStartTime(), minuteStartMSecs);
+    }
+    const qint64 local = msecs + static_cast<qint64>(object.getNextStartOffsetSecs()) * 1000;
+    minuteStartMSecs = msecs - (((local % 60000) + 60000) % 60000);
+    return true;
 }
 
 bool AtTimeFire::CachedMinuteStart(const QString& text, qint64& minuteStartMSecs) {

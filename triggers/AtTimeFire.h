@@ -15,15 +15,18 @@ public:
     bool getAtTimeFlag() const { return m_atTime; }
     void setAtTimeFlag(bool value) { m_atTime = value; }
 
-    // The start of the minute of the next start time text, in milliseconds
-    // since the epoch. The text is parsed again only when it changed, so that a
-    // poll over fires that are not due parses nothing. False when the text is
-    // empty or does not parse.
-    bool CachedMinuteStart(const QString& text, qint64& minuteStartMSecs);
+    // The start of the minute of the trigger's next start, in milliseconds
+    // since the epoch: from its instant, or, where only a text names it, from
+    // the text read as local time, parsed again only when it changed, so that
+    // a poll over fires that are not due parses nothing. False when there is
+    // no next start.
+    bool DueMinuteStart(const TriggerObject& object, qint64& minuteStartMSecs);
     // The same text means another instant once the local time zone changed.
     void ForgetCachedMinute() { m_cachedText.clear(); }
 
 private:
+    bool CachedMinuteStart(const QString& text, qint64& minuteStartMSecs);
+
     bool m_atTime = true;
     QString m_cachedText;
     bool m_cachedValid = false;

@@ -50,22 +50,29 @@ ScheduleProgress ScheduleProgress::Of(const TriggerObject& object) {
 }
 
 void ScheduleResult::ApplyTo(TriggerObject& object) const {
-    object.getObjectTriggerAttribute().setStartTime(startTime);
+    TriggerAttribute& attribute = object.getObjectTriggerAttribute();
+    if (attribute.getStartTime().isEmpty() && !startTime.isEmpty()) {
+        object.setFilledStartTime(startTime);
+    }
+    attribute.setStartTime(startTime);
     object.setFirstSeekDone(progress.firstSeekDone);
     object.setRepeatCount(progress.repeatCount);
     object.setStartOffsetSecs(progress.startOffsetSecs);
     if (state == FireState::kScheduled) {
-        object.setNextStartTime(LocalTime::Format(next));
+        object.setNextStart(next);
     }
 }
 
 CalendarSchedule::CalendarSchedule(const TriggerAttribute& attribute, const ScheduleProgress& progress)
     : m_attribute(attribute), m_progress(progress), m_startTime(attribute.getStartTime()) {}
 
+// Counted on the instant with its own offset, so that a moment in a repeated
+// hour keeps its occurrence; setting the wall-clock time would take the first.
 QDateTime CalendarSchedule::MinuteStart(const QDateTime& t) {
-    QDateTime start = t;
-    start.setTime(QTime(t.time().hour(), t.time().minute()));
-    return start;
+    const qint64 msecs = t.toMSecsSinceEpoch();
+    const qint64 local = msecs + static_cast<qint64>(t.offsetFromUtc()) * 1000;
+    const qint64 intoMinute = ((local % 60000) + 60000) % 60000;
+    return QDateTime::fromMSecsSinceEpoch(msecs - intoMinute, t.timeSpec(), t.offsetFromUtc());
 }
 
 ScheduleResult CalendarSchedule::Compute(const TriggerAttribute& attribute, const ScheduleProgress& progress,
@@ -82,14 +89,69 @@ ScheduleResult CalendarSchedule::Compute(const TriggerAttribute& attribute, cons
 }
 
 ScheduleResult CalendarSchedule::ComputePolled(const TriggerAttribute& attribute,
-                                               const ScheduleProgress& progress, const QDateTime& minuteStart,
+                                               const ScheduleProgress& progress, const QDateTime& from,
                                                const QDateTime& current, bool afterRun) {
-    ScheduleResult result = Compute(attribute, progress, minuteStart, current);
-    const QDateTime nextMinute = minuteStart.addSecs(60);
+    ScheduleResult result = Compute(attribute, progress, from, current);
+    const QDateTime nextMinute = MinuteStart(from).addSecs(60);
     if (afterRun && result.state == FireState::kScheduled && result.next < nextMinute) {
         result = Compute(attribute, progress, nextMinute, current);
     }
     return result;
+}
+
+ScheduleResult CalendarSchedule::ComputeLate(const TriggerAttribute& attribute,
+                                             const ScheduleProgress& progress, const QDateTime& now,
+                                             const QDateTime& current) {
+    const quint64 type = attribute.getTriggerType();
+    if (progress.firstSeekDone == 0 || attribute.getInterval() == 0 || type == TriggerTypes::kOnce ||
+        attribute.getTriggerEndFlag() != 0) {
+        return Compute(attribute, progress, now, current);
+    }
+    CalendarSchedule schedule(attribute, progress);
+    ScheduleResult result = Compute(attribute, progress, now, current);
+    if (result.state != FireState::kScheduled) {
+        return result;
+    }
+    result.state = schedule.SeekSeriesTime(now, type, result.next);
+    if (result.state != FireState::kScheduled ||
+        IsEndTimePassed(result.next, LocalTime::Parse(attribute.getEndTime()))) {
+        result.state = result.state == FireState::kScheduled ? FireState::kFinished : result.state;
+        result.next = QDateTime();
+    }
+    result.progress = schedule.m_progress;
+    return result;
+}
+
+// The first start of the plan's own series after `now`: a daily repetition
+// counts whole intervals from its start date-time, the others from the start
+// time of an allowed day, within the day and its span.
+quint64 CalendarSchedule::SeekSeriesTime(const QDateTime& now, quint64 type, QDateTime& out) {
+    const qint64 intervalMSecs = static_cast<qint64>(m_attribute.getInterval()) * 1000;
+    const QDateTime origin = type == TriggerTypes::kDaily ? LocalTime::Parse(m_startTime)
+                                                          : LocalTime::At(now.date(), StartTimeOfDay());
+    if (!origin.isValid()) {
+        return FireState::kError;
+    }
+    const bool dayAllowed = type == TriggerTypes::kDaily ||
+                            (type == TriggerTypes::kWeekly ? IsWeekDayMatched(now) : IsMonthDayMatched(now));
+    m_progress.startOffsetSecs = 0;
+    m_progress.repeatCount = 0;
+    if (dayAllowed && now < origin) {
+        out = origin;
+        return FireState::kScheduled;
+    }
+    const qint64 steps = origin.msecsTo(now) / intervalMSecs + 1;
+    const QDateTime candidate = origin.addMSecs(steps * intervalMSecs);
+    const QDateTime midnight = LocalTime::At(now.date().addDays(1), QTime(0, 0));
+    const quint64 span = m_attribute.getDuration();
+    if (type == TriggerTypes::kDaily ||
+        (dayAllowed && !(midnight < candidate) &&
+         (span == 0 || static_cast<quint64>(steps) * m_attribute.getInterval() <= span))) {
+        out = candidate;
+        m_progress.repeatCount = type == TriggerTypes::kDaily ? 0 : static_cast<quint64>(steps);
+        return FireState::kScheduled;
+    }
+    return SeekNextDayStartTime(now, type, out);
 }
 
 quint64 CalendarSchedule::Run(const QDateTime& now, const QDateTime& current, QDateTime& out) {

@@ -44,14 +44,20 @@ public:
 
     static ScheduleResult Compute(const TriggerAttribute& attribute, const ScheduleProgress& progress,
                                   const QDateTime& now, const QDateTime& current);
-    // The computation after a poll in the minute starting at `minuteStart`.
-    // After a run the next start must lie in a later minute, or every later
-    // poll of this minute would find the plan due again: a start inside it is
-    // computed again from the following minute, from the same progress, so one
-    // run counts one repetition.
+    // The computation of a poll from `from`: the start of the polled minute,
+    // or after an on-time run the start that ran, whose seconds the series
+    // keeps. After a run the next start must lie in a later minute, or every
+    // later poll of this minute would find the plan due again: a start inside
+    // it is computed again from the following minute, from the same progress,
+    // so one run counts one repetition.
     static ScheduleResult ComputePolled(const TriggerAttribute& attribute, const ScheduleProgress& progress,
-                                        const QDateTime& minuteStart, const QDateTime& current,
-                                        bool afterRun);
+                                        const QDateTime& from, const QDateTime& current, bool afterRun);
+    // The follow-up after a late run or a missed start: the first start of the
+    // plan's own series after `now`, not `now` plus the interval, so that a
+    // late run does not move the plan's times. A first computation is the
+    // ordinary one.
+    static ScheduleResult ComputeLate(const TriggerAttribute& attribute, const ScheduleProgress& progress,
+                                      const QDateTime& now, const QDateTime& current);
     static QDateTime MinuteStart(const QDateTime& t);
 
 private:
@@ -61,6 +67,7 @@ private:
     quint64 SeekFirstStartTime(const QDateTime& now, quint64 type, QDateTime& out);
     quint64 SeekNextDayStartTime(const QDateTime& now, quint64 type, QDateTime& out);
     quint64 SeekNextRepeatTime(const QDateTime& now, quint64 type, QDateTime& out);
+    quint64 SeekSeriesTime(const QDateTime& now, quint64 type, QDateTime& out);
     quint64 CandidateAfter(const QDateTime& now, const QDate& date, QDateTime& out) const;
     void FillDefaultStartTime(const QDateTime& current);
     static bool IsEndTimePassed(const QDateTime& t, const QDateTime& end);

@@ -30,10 +30,18 @@ quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
         next);
 }
 
-quint64 DateTimeFire::SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next) {
+quint64 DateTimeFire::SeekNextPolledStartTime(const QDateTime& from, bool afterRun, QDateTime& next) {
     return Seek(
-        [&minuteStart, afterRun](const TriggerAttribute& attribute, const ScheduleProgress& progress) {
-            return CalendarSchedule::ComputePolled(attribute, progress, minuteStart, Clock::now(), afterRun);
+        [&from, afterRun](const TriggerAttribute& attribute, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputePolled(attribute, progress, from, Clock::now(), afterRun);
+        },
+        next);
+}
+
+quint64 DateTimeFire::SeekLateStartTime(const QDateTime& now, QDateTime& next) {
+    return Seek(
+        [&now](const TriggerAttribute& attribute, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputeLate(attribute, progress, now, Clock::now());
         },
         next);
 }

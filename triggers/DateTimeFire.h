@@ -20,9 +20,12 @@ public:
 
     // Computes the next start time after now; writes next only for state 3.
     quint64 SeekNextStartTime(const QDateTime& now, QDateTime& next);
-    // The same for the poll of the minute starting at `minuteStart`, which has
-    // just fired the plan when `afterRun` is set.
-    quint64 SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next);
+    // The same for a poll, from the start of its minute or, when `afterRun`
+    // is set, from the start it has just run.
+    quint64 SeekNextPolledStartTime(const QDateTime& from, bool afterRun, QDateTime& next);
+    // After a late run or a missed start: the next start of the plan's own
+    // series after now.
+    quint64 SeekLateStartTime(const QDateTime& now, QDateTime& next);
     quint64 getFireState() const { return m_fireState; }
 
 Q_SIGNALS:

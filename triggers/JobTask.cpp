@@ -56,14 +56,11 @@ bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     data.setNextStartTime(owned->getNextStartTime());
     data.setTriggerEndFlag(owned->getObjectTriggerAttribute().getTriggerEndFlag());
     CommandBuilder::DataToBytearray(&data, command->getRfrnRequestData());
-    const QString planUuid = owned->getPlanUuid();
-    const quint64 triggerType = owned->getObjectTriggerAttribute().getTriggerType();
-    owned.reset();
     if (!ClientCommunManager::RequestCommunCommand(std::move(built))) {
         return false;
     }
     if (const HandedRecorder recorder = g_handedRecorder.load()) {
-        recorder(planUuid, commandType, triggerType, data.getNextStartTime(), data.getTriggerEndFlag());
+        recorder(*owned, commandType);
     }
     return true;
 }

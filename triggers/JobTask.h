@@ -14,11 +14,11 @@ public:
     // Takes over the heap copy.
     static bool SendTriggerCommand(TriggerObject* copy, quint64 commandType);
 
-    // Told of each command the framework took, with the start it carries, on
-    // the thread that sent it. Whoever keeps the run state sets it; the texts
-    // are the trigger's own, so recording them allocates nothing.
-    using HandedRecorder = void (*)(const QString& planUuid, quint64 commandType, quint64 triggerType,
-                                    const QString& nextStart, quint64 endFlag);
+    // Told of each command the framework took, with the copy of the trigger it
+    // was built from, on the thread that sent it. Whoever keeps the run state
+    // sets it; the texts are the trigger's own, so recording them allocates
+    // nothing.
+    using HandedRecorder = void (*)(const TriggerObject& sent, quint64 commandType);
     static void SetHandedRecorder(HandedRecorder recorder);
 
 private:

@@ -20,7 +20,7 @@ QStringList StartTimeSeries::Compute(TriggerObject& object, const QDateTime& now
             break;
         }
         entries << LocalTime::Format(result.next);
-        base = poll ? CalendarSchedule::MinuteStart(result.next) : result.next;
+        base = result.next;
     }
     return entries;
 }

@@ -42,7 +42,9 @@ void TimerFire::SetTriggerObject(TriggerObject* object) {
 quint64 TimerFire::Start() {
     const QDateTime current = Clock::now();
     QDateTime next;
-    SeekNextStartTime(current, next);
+    if (!Resume(current, next)) {
+        SeekNextStartTime(current, next);
+    }
     if (getFireState() != FireState::kScheduled) {
         return getFireState();
     }
@@ -54,6 +56,24 @@ quint64 TimerFire::Start() {
     }
     StartWaitTimer(current, next);
     return getFireState();
+}
+
+// A plan the service scheduled before it was restarted waits for the start it
+// was waiting for, with no first computation. A start that passed meanwhile is
+// a missed start: the plan goes on with its series after now, and the catch-up
+// decides about the missed run.
+bool TimerFire::Resume(const QDateTime& current, QDateTime& next) {
+    const TriggerObject* object = GetTriggerObject();
+    if (object == nullptr || object->getFirstSeekDone() == 0 || object->getNextStartMSecs() == 0) {
+        return false;
+    }
+    if (object->getNextStartMSecs() <= current.toMSecsSinceEpoch()) {
+        SeekLateStartTime(current, next);
+        return true;
+    }
+    next = QDateTime::fromMSecsSinceEpoch(object->getNextStartMSecs());
+    setFireState(FireState::kScheduled);
+    return true;
 }
 
 void TimerFire::StartWaitTimer(qint64 wait) {

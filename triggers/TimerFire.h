@@ -52,6 +52,7 @@ private Q_SLOTS:
 
 private:
     void onTimerExpired(qint64 dueMSecs);
+    bool Resume(const QDateTime& current, QDateTime& next);
 
     DeadlineTimer m_timer;
     const quint64 m_fireId;

@@ -1,5 +1,7 @@
 #include "TriggerObject.h"
 
+#include "LocalTime.h"
+
 TriggerObject::TriggerObject(const RequestNewOperationData& data)
     : m_triggerAttribute(data.getTriggerAttribute()) {}
 
@@ -20,4 +22,18 @@ void TriggerObject::Write(QDataStream& out) const {
     m_triggerAttribute.Write(out);
     out << static_cast<qint64>(m_repeatCount) << static_cast<qint64>(m_startOffsetSecs)
         << static_cast<qint64>(m_firstSeekDone) << m_nextStartTime;
+}
+
+void TriggerObject::setNextStartTime(const QString& value) {
+    setNextStart(value, 0, 0);
+}
+
+void TriggerObject::setNextStart(const QDateTime& next) {
+    setNextStart(LocalTime::Format(next), next.toMSecsSinceEpoch(), next.offsetFromUtc());
+}
+
+void TriggerObject::setNextStart(const QString& text, qint64 msecs, int offsetSecs) {
+    m_nextStartTime = text;
+    m_nextStartMSecs = msecs;
+    m_nextStartOffsetSecs = offsetSecs;
 }

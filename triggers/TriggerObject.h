@@ -3,6 +3,7 @@
 #include "framework/RequestNewOperationData.h"
 #include "framework/TriggerAttribute.h"
 
+#include <QDateTime>
 #include <QString>
 
 // The service's working record of one scheduled plan: identity, trigger
@@ -32,7 +33,25 @@ public:
     quint64 getFirstSeekDone() const { return m_firstSeekDone; }
     void setFirstSeekDone(quint64 value) { m_firstSeekDone = value; }
     QString getNextStartTime() const { return m_nextStartTime; }
-    void setNextStartTime(const QString& value) { m_nextStartTime = value; }
+    // A text alone names no instant in a repeated hour: it is set so only
+    // where no computation stands behind it, and then read back as local time.
+    void setNextStartTime(const QString& value);
+    // The computed start: its text, and the instant with the UTC offset it
+    // had, which the firing compares and the run state keeps.
+    void setNextStart(const QDateTime& next);
+    void setNextStart(const QString& text, qint64 msecs, int offsetSecs);
+    // 0 while no instant stands behind the text.
+    qint64 getNextStartMSecs() const { return m_nextStartMSecs; }
+    int getNextStartOffsetSecs() const { return m_nextStartOffsetSecs; }
+
+    // The definition the progress was computed from, as it was stored or
+    // commanded, before any start was filled in; 0 when unknown.
+    quint64 getDefinitionFingerprint() const { return m_definitionFingerprint; }
+    void setDefinitionFingerprint(quint64 value) { m_definitionFingerprint = value; }
+    // The start time an empty start text was filled with, kept so that the
+    // plan keeps its time of day across restarts; empty otherwise.
+    QString getFilledStartTime() const { return m_filledStartTime; }
+    void setFilledStartTime(const QString& value) { m_filledStartTime = value; }
 
 private:
     QString m_planUuid;
@@ -42,4 +61,8 @@ private:
     quint64 m_startOffsetSecs = 0;
     quint64 m_firstSeekDone = 0;
     QString m_nextStartTime;
+    qint64 m_nextStartMSecs = 0;
+    int m_nextStartOffsetSecs = 0;
+    quint64 m_definitionFingerprint = 0;
+    QString m_filledStartTime;
 };

@@ -5,7 +5,11 @@
 #include "framework/CommunProducerConsumerManager.h"
 #include "framework/CommunServer.h"
 #include "framework/FrameReader.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
+#include "framework/ResultCommand.h"
 #include "framework/SocketCommandPackage.h"
+#include "support/AgentStandIn.h"
 #include "support/LogCapture.h"
 #include "support/ReservedPort.h"
 
@@ -294,6 +298,56 @@ TEST(CommunClientWork, FramesPostedFromAnotherThreadArriveOnceEachInOrder) {
     for (int i = 0; i < kFrames; ++i) {
         ASSERT_EQ(received.at(i), QString::number(i));
     }
+    thread.quit();
+    thread.wait();
+}
+
+QByteArray RunOf(const QString& planUuid, const QString& due) {
+    std::unique_ptr<CommCommand> command(CommandBuilder::BuilderCommand(600));
+    command->setPlanUuid(planUuid);
+    RequestTriggerExecuteInfoData data;
+    data.setNextStartTime(due);
+    CommandBuilder::DataToBytearray(&data, static_cast<RequestCommand*>(command.get())->getRfrnRequestData());
+    return CommandBuilder::CommandToBytearray(command.get());
+}
+
+// The agent answers one of two runs and goes: the other goes out again, once,
+// to the agent that comes back, with a line naming it; the answered one not.
+TEST(CommunClientWork, ARunTheAgentNeverAnsweredIsSentAgainWhenItIsBack) {
+    ReservedPort port;
+    const quint16 number = port.port();
+    LogCapture log;
+    QThread thread;
+    CommunClientWork work;
+    auto first = std::make_unique<CommunServer>();
+    QStringList received;
+    QObject::connect(first.get(), &CommunServer::incomingBlockData, first.get(),
+                     [&](quint64, quint64 connection, QByteArray bytes) {
+                         std::unique_ptr<CommCommand> command(CommandBuilder::BytearrayToCommand(bytes));
+                         received << command->getPlanUuid();
+                         if (command->getPlanUuid() == "answered") {
+                             ResultCommand result;
+                             result.GetRequestCommandInfo(*command);
+                             first->SendResult(connection, CommandBuilder::CommandToBytearray(&result));
+                         }
+                     });
+    ASSERT_TRUE(first->StartOnDescriptor(port.Listen()));
+    QSignalSpy answers(&work, &CommunClientWork::returnResult);
+    StartWorkerToward(work, thread, number);
+    work.Post(RunOf("unanswered", "2026-03-10 10:00:00"));
+    work.Post(RunOf("answered", "2026-03-10 10:00:00"));
+    ASSERT_TRUE(QTest::qWaitFor([&received] { return received.size() == 2; }, 10000));
+    // The answer has reached the worker before the agent goes.
+    ASSERT_TRUE(QTest::qWaitFor([&answers] { return answers.count() == 1; }, 10000));
+    first.reset();
+
+    AgentStandIn back(number);
+    EXPECT_TRUE(back.WaitFor(600, "unanswered", 10000));
+    work.Post(RunOf("later", "2026-03-10 10:01:00"));
+    EXPECT_TRUE(back.WaitFor(600, "later", 10000));
+    EXPECT_EQ(back.Received(), (QStringList{"600 unanswered", "600 later"}));
+    EXPECT_EQ(log.CountContaining("The run of plan[unanswered] due [2026-03-10 10:00:00] got no answer"), 1);
+    EXPECT_EQ(log.CountContaining("got no answer"), 1);
     thread.quit();
     thread.wait();
 }

@@ -73,6 +73,13 @@ TEST(ScheduleHealth, FollowsRunsSchedulesAndAnswers) {
     EXPECT_EQ(overdue(), 1u) << "handed, not answered";
     health.NoteResult("plan", 0, Ago(kMinute));
     EXPECT_EQ(overdue(), 0u);
+    health.NoteMissed("plan", Ago(kMinute * 30));
+    ScheduleHealth::Figures figures = health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10);
+    EXPECT_EQ(figures.missed, 1u);
+    ASSERT_EQ(figures.trouble.size(), 1u);
+    EXPECT_EQ(figures.trouble.front().problem, ScheduleHealth::Problem::Missed);
+    health.NoteRun("plan", 2, Ago(kSecond));
+    EXPECT_EQ(health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10).missed, 0u) << "a run clears it";
     health.NoteSchedule("plan", 2, QString(), 1);
     EXPECT_EQ(health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10).plans.at({2, true}), 1u);
 }
@@ -89,7 +96,7 @@ TEST(ScheduleHealth, NamesTheOldestTroubleFirstUpToTheLimit) {
     EXPECT_EQ(figures.trouble.front().planUuid, "overdue-4");
     EXPECT_EQ(figures.trouble.front().sinceMSecs, Ago(6 * kMinute));
     EXPECT_EQ(figures.trouble[4].planUuid, "overdue-0");
-    EXPECT_FALSE(figures.trouble[5].overdue);
+    EXPECT_EQ(figures.trouble[5].problem, ScheduleHealth::Problem::Refused);
     EXPECT_EQ(figures.earliestNextMSecs, Ago(6 * kMinute));
 }
 

@@ -2,6 +2,7 @@
 #include "support/LogCapture.h"
 
 #include "store/RunStateStore.h"
+#include "triggers/TriggerObject.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -350,6 +351,19 @@ TEST(RunStateStore, AMissingFileIsSaidOnceAndCreated) {
     EXPECT_TRUE(QFile::exists(dir.filePath("state.db")));
 }
 
+RunStateStore::Schedule FullSchedule(int i) {
+    RunStateStore::Schedule schedule;
+    schedule.nextStart = "2026-03-11 08:00:00";
+    schedule.nextStartMSecs = 1773212400000 + i;
+    schedule.nextStartOffsetSecs = 3600;
+    schedule.repeatCount = 40 + i % 100;
+    schedule.startOffsetSecs = 1800 + i % 1000;
+    schedule.firstSeekDone = 1;
+    schedule.filledStart = "2026-03-01 07:59:00";
+    schedule.fingerprint = 0x7123456789abcdefULL - static_cast<quint64>(i);
+    return schedule;
+}
+
 // The disk a million plans need: at most 200 bytes per plan with every column
 // filled.
 TEST(RunStateStore, TakesAtMost200BytesPerPlan) {
@@ -362,7 +376,7 @@ TEST(RunStateStore, TakesAtMost200BytesPerPlan) {
         for (int i = 0; i < kPlans; ++i) {
             const QString plan =
                 QString("%1-4c1d-8e2f-9a0b-%2").arg(i, 8, 16, QChar('0')).arg(i, 12, 10, QChar('0'));
-            RunStateStore::RecordSchedule(plan, 1 + i % 4, "2026-03-11 08:00:00", 0);
+            RunStateStore::RecordSchedule(plan, 1 + i % 4, FullSchedule(i));
             RunStateStore::RecordRun(plan, 1 + i % 4, "2026-03-10 08:00:00", 1773129600000 + i);
             RunStateStore::RecordResult(plan, 0, 1773129601000 + i);
         }
@@ -389,4 +403,99 @@ TEST(RunStateStore, AHeldBatchWaitsForItsRelease) {
     RunStateStore::HoldBatch(false);
     EXPECT_TRUE(WaitWithoutEvents([&] { return Rows(path).size() == 2; }));
 }
+} // namespace
+
+namespace {
+// A file of the first schema version opens, keeps its rows and gains the
+// columns of the second in place; its rows resume nothing.
+TEST(RunStateStore, AFileOfTheFirstVersionIsMigratedInPlace) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    Execute(path,
+            {"CREATE TABLE runs (plan_uuid TEXT PRIMARY KEY NOT NULL, trigger_type INTEGER, next_start "
+             "TEXT, end_flag INTEGER, last_due TEXT, last_handed INTEGER, result INTEGER, result_at "
+             "INTEGER) WITHOUT ROWID",
+             "CREATE TABLE meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID",
+             "INSERT INTO runs VALUES ('plan-0', 2, '2026-03-11 08:00:00', 0, '2026-03-10 08:00:00', 5, "
+             "0, 6)",
+             "PRAGMA user_version = 1"});
+    LogCapture log;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(1)));
+    EXPECT_EQ(log.CountContaining("cannot be used"), 0);
+    TriggerObject object;
+    object.setDefinitionFingerprint(1);
+    EXPECT_EQ(store.Resume({{"plan-0", &object}}), 0);
+    EXPECT_EQ(store.TakeStoredRuns().value("plan-0").lastDue, "2026-03-10 08:00:00");
+    RunStateStore::RecordSchedule("plan-0", 2, FullSchedule(0));
+    ASSERT_TRUE(store.Flush());
+    store.Close();
+    EXPECT_EQ(Rows(path), QStringList{"plan-0 2026-03-11 08:00:00 0 2026-03-10 08:00:00 5 0"});
+    OtherConnection other(path);
+    EXPECT_TRUE(other.Exec("SELECT fingerprint FROM runs"));
+}
+
+struct ResumeCase {
+    const char* name;
+    std::function<void(RunStateStore::Schedule&, TriggerObject&)> change;
+    bool resumes;
+};
+
+class RunStateResume : public ::testing::TestWithParam<ResumeCase> {};
+
+// Only a row computed from the plan's present definition, and whole, gives the
+// plan back its progress; anything else leaves the plan to a first computation.
+TEST_P(RunStateResume, TakesBackOnlyAWholeRowOfTheSameDefinition) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("state.db");
+    RunStateStore::Schedule kept = FullSchedule(0);
+    kept.nextStartMSecs = QDateTime::fromString(kept.nextStart, "yyyy-MM-dd hh:mm:ss").toMSecsSinceEpoch();
+    TriggerObject object;
+    object.setPlanUuid("plan-0");
+    object.setDefinitionFingerprint(kept.fingerprint);
+    GetParam().change(kept, object);
+    {
+        RunStateStore first;
+        ASSERT_TRUE(first.Open(path, Plans(1)));
+        RunStateStore::RecordSchedule("plan-0", 2, kept);
+    }
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(path, Plans(1)));
+    EXPECT_EQ(store.Resume({{object.getPlanUuid(), &object}}), GetParam().resumes ? 1 : 0);
+    EXPECT_EQ(store.TakeStoredRuns().value(object.getPlanUuid()).resumed, GetParam().resumes);
+    if (!GetParam().resumes) {
+        EXPECT_EQ(object.getFirstSeekDone(), 0u);
+        return;
+    }
+    EXPECT_EQ(object.getFirstSeekDone(), 1u);
+    EXPECT_EQ(object.getRepeatCount(), kept.repeatCount);
+    EXPECT_EQ(object.getStartOffsetSecs(), kept.startOffsetSecs);
+    EXPECT_EQ(object.getObjectTriggerAttribute().getTriggerEndFlag(), kept.endFlag);
+    EXPECT_EQ(object.getNextStartMSecs(), kept.endFlag != 0 ? 0 : kept.nextStartMSecs);
+    EXPECT_EQ(object.getObjectTriggerAttribute().getStartTime(), kept.filledStart);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, RunStateResume,
+    ::testing::Values(
+        ResumeCase{"unchanged", [](RunStateStore::Schedule&, TriggerObject&) {}, true},
+        ResumeCase{"ended", [](RunStateStore::Schedule& kept, TriggerObject&) { kept.endFlag = 1; }, true},
+        ResumeCase{"modified", [](RunStateStore::Schedule& kept, TriggerObject&) { kept.fingerprint += 1; },
+                   false},
+        ResumeCase{"newPlan",
+                   [](RunStateStore::Schedule&, TriggerObject& object) { object.setPlanUuid("plan-1"); },
+                   false},
+        ResumeCase{"neverComputed",
+                   [](RunStateStore::Schedule& kept, TriggerObject&) { kept.firstSeekDone = 0; }, false},
+        ResumeCase{"noInstant",
+                   [](RunStateStore::Schedule& kept, TriggerObject&) { kept.nextStartMSecs = 0; }, false},
+        ResumeCase{"textNotATime",
+                   [](RunStateStore::Schedule& kept, TriggerObject&) { kept.nextStart = "tomorrow"; }, false},
+        ResumeCase{
+            "textAndInstantApart",
+            [](RunStateStore::Schedule& kept, TriggerObject&) { kept.nextStartMSecs -= 2 * 86400000LL; },
+            false},
+        ResumeCase{"rowOfAnEventTrigger",
+                   [](RunStateStore::Schedule& kept, TriggerObject&) { kept.fingerprint = 0; }, false}),
+    [](const ::testing::TestParamInfo<ResumeCase>& info) { return std::string(info.param.name); });
 } // namespace

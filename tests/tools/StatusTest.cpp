@@ -1,4 +1,6 @@
 // orvelctl status over a run state file, with and without a service.
+#include "support/ClockShift.h"
+
 #include "store/RunStateStore.h"
 #include "tools/RelativeTime.h"
 
@@ -47,6 +49,7 @@ struct ToolRun {
 class Status : public ::testing::Test {
 protected:
     void SetUp() override {
+        ClockShift clock(QDateTime::fromMSecsSinceEpoch(At("2026-03-10 12:48:00")));
         RunStateStore store;
         ASSERT_TRUE(store.Open(Path(), {"nightly", "hourly", "logon", "once", "new"}));
         RunStateStore::RecordSchedule("nightly", 2, "2026-03-11 02:00:00", 0);
@@ -61,6 +64,12 @@ protected:
         RunStateStore::RecordSchedule("new", 3, "2026-03-12 16:30:00", 0);
         RunStateStore::RecordRun("new", 3, "2026-03-10 08:45:00", At("2026-03-10 08:45:00"));
         RunStateStore::RecordResult("new", 0, At("2026-03-10 08:44:00"));
+        RunHistory::Record("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 120,
+                                      RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
+        RunHistory::Record("nightly", {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
+                                       RunHistory::Outcome::CaughtUp, RunHistory::Reason::ServiceDown, 0, 0});
+        RunHistory::Record("once", {At("2026-03-09 08:00:00"), -1, RunHistory::Outcome::Missed,
+                                    RunHistory::Reason::ClockStepped, 0, 0});
     }
 
     static qint64 At(const char* text) {
@@ -99,12 +108,18 @@ TEST_F(Status, ListsPlansByNextStartInAlignedColumns) {
                                 .arg(service.serverPort())))
         << lines[0].toStdString();
     const QStringList expected = {
-        "NEXT                 LEFT            LAST                 PASSED        RESULT   TYPE    PLAN",
-        "2026-03-10 13:00:00  12min left      2026-03-10 12:00:00  48min ago     failed   daily   hourly",
-        "2026-03-11 02:00:00  13h 12min left  2026-03-10 02:00:00  2 days ago    ok       daily   nightly",
-        "2026-03-12 16:30:00  2 days left     2026-03-10 08:45:00  4h 3min ago   waiting  weekly  new",
-        "-                    -               never                -             -        logon   logon",
-        "ended                -               2026-03-09 08:00:00  1 day 4h ago  waiting  once    once",
+        "NEXT                 LEFT            LAST                 PASSED        RESULT   OCCURRE"
+        "NCE                 TYPE    PLAN",
+        "2026-03-10 13:00:00  12min left      2026-03-10 12:00:00  48min ago     failed   on time"
+        "                    daily   hourly",
+        "2026-03-11 02:00:00  13h 12min left  2026-03-10 02:00:00  2 days ago    ok       caught "
+        "up (down 1 day 2h)  daily   nightly",
+        "2026-03-12 16:30:00  2 days left     2026-03-10 08:45:00  4h 3min ago   waiting  -      "
+        "                    weekly  new",
+        "-                    -               never                -             -        -      "
+        "                    logon   logon",
+        "ended                -               2026-03-09 08:00:00  1 day 4h ago  waiting  missed "
+        "(clock stepped)     once    once",
     };
     EXPECT_EQ(lines.mid(1), expected) << run.out.toStdString();
 }
@@ -165,6 +180,9 @@ TEST_F(Status, GivesOneJsonDocument) {
     EXPECT_EQ(first.value("plan").toString(), "hourly");
     EXPECT_EQ(first.value("nextStart").toString(), "2026-03-10 13:00:00");
     EXPECT_EQ(first.value("result").toInt(), 1);
+    EXPECT_EQ(first.value("outcome").toString(), "on-time");
+    EXPECT_EQ(plans.at(1).toObject().value("reason").toString(), "down 1 day 2h");
+    EXPECT_TRUE(plans.at(2).toObject().value("outcome").isNull());
     EXPECT_TRUE(plans.at(3).toObject().value("lastDue").isNull());
     EXPECT_TRUE(plans.at(4).toObject().value("ended").toBool());
 }

@@ -219,17 +219,18 @@ const Row kRows[] = {
      "2026-03-10 10:00:00|2026-03-10 11:00:00|2026-03-20 10:00:00"},
     // Other types.
     {"event_type_has_no_schedule", {257, "2026-01-01 10:00:00"}, "2026-01-01 00:00:00", false, "error"},
-    // Polling mode: every computation starts from the beginning of a minute.
+    // Polling mode: a first computation starts from the beginning of a minute,
+    // a follow-up from the start that ran, whose seconds it keeps.
     {"poll_daily_90s",
      {2, "2026-03-01 09:30:00", "", 90},
      "2026-03-10 09:30:20",
      true,
-     "2026-03-10 09:30:01|2026-03-10 09:31:30|2026-03-10 09:32:30|2026-03-10 09:33:30"},
+     "2026-03-10 09:30:01|2026-03-10 09:31:31|2026-03-10 09:33:01|2026-03-10 09:34:31"},
     {"poll_weekly_span",
      {3, "2026-01-05 20:00:00", "", 600, 1200, "1,3,5"},
      "2026-03-13 20:00:40",
      true,
-     "2026-03-13 20:00:01|2026-03-13 20:10:00|2026-03-13 20:20:00|2026-03-16 20:00:00"},
+     "2026-03-13 20:00:01|2026-03-13 20:10:01|2026-03-13 20:20:01|2026-03-16 20:00:00"},
     // Polling runs a plan at most once a minute, and one run counts one
     // repetition of the span.
     {"poll_short_interval_once_a_minute",

@@ -1,6 +1,6 @@
 #include "AgentCommand.h"
-#include "MetricsCommand.h"
 #include "HistoryCommand.h"
+#include "MetricsCommand.h"
 #include "PlanCommand.h"
 #include "PlansCommand.h"
 #include "PreviewCommand.h"

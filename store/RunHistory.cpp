@@ -72,12 +72,15 @@ bool Done(sqlite3_stmt* statement) {
 
 void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
     RunStateStore::RecordOccurrence(planUuid, occurrence);
+    if (occurrence.outcome != Outcome::Missed && occurrence.outcome != Outcome::Merged) {
+        return;
+    }
     const QString plan = LogText::Outside(planUuid);
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(occurrence.dueMSecs));
     if (occurrence.outcome == Outcome::Missed) {
         Logger::Warn(
             QString("Plan[%1] start [%2] was missed: %3.").arg(plan, due, ReasonName(occurrence.reason)));
-    } else if (occurrence.outcome == Outcome::Merged) {
+    } else {
         Logger::Warn(QString("Plan[%1] start [%2] was merged into a later run: %3.")
                          .arg(plan, due, ReasonName(occurrence.reason)));
     }

@@ -35,7 +35,9 @@ void OccurrenceRecorder::Look(const Reading& reading) {
     const qint64 boot = reading.bootMSecs - m_last.bootMSecs;
     const qint64 monotonic = reading.monotonicMSecs - m_last.monotonicMSecs;
     m_last = reading;
-    const qint64 tolerance = DeadlineQueue::kStepToleranceMSecs;
+    // A clock that NTP slews drifts by at most 0.05 %; over a long gap
+    // between two looks that adds up to more than a second.
+    const qint64 tolerance = DeadlineQueue::kStepToleranceMSecs + qAbs(boot) / 1000;
     if (qAbs(wall - boot) > tolerance) {
         m_jumps.push_back(Jump{reading.wallMSecs, RunHistory::Reason::ClockStepped});
     } else if (boot - monotonic > tolerance) {

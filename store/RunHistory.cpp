@@ -45,7 +45,8 @@ constexpr const char* kInsert =
     "handed = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
     "result = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE result END,"
     "kind = CASE WHEN ?4 = 0 THEN kind ELSE ?4 END,"
-    "detail = coalesce(excluded.detail, detail), merged = coalesce(excluded.merged, merged)";
+    "detail = coalesce(excluded.detail, detail),"
+    "merged = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.merged, merged) END";
 constexpr const char* kAnswerAwaited =
     "UPDATE history SET result = ?, result_at = ? - (due * 1000 + handed) WHERE due = ? AND plan = ?";
 // An answer after a restart finds its hand-over in the file.

@@ -56,6 +56,8 @@ constexpr const char* kAnswerNewest =
 constexpr const char* kTrimPlan = "DELETE FROM history WHERE plan = ?1 AND due < (SELECT due FROM history "
                                   "WHERE plan = ?1 ORDER BY due DESC LIMIT 1 OFFSET ?2 - 1)";
 constexpr const char* kPruneAge = "DELETE FROM history WHERE due < ?";
+constexpr const char* kProbe =
+    "SELECT due, plan, handed, kind, detail, merged, result, result_at FROM history LIMIT 1";
 constexpr const char* kPruneGonePlans =
     "DELETE FROM history_plans WHERE NOT EXISTS (SELECT 1 FROM history WHERE plan = history_plans.id)";
 
@@ -97,7 +99,9 @@ bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
     m_limits = limits;
     m_limits.keepPerPlan = qMax(1, m_limits.keepPerPlan);
     m_limits.keepDays = qMax(1, m_limits.keepDays);
-    for (const char* sql : {kCreatePlans, kCreateHistory, kCreateByPlan, kPruneGonePlans}) {
+    // Tables of another shape leave the history off rather than failing the
+    // run state's batches, which carry it.
+    for (const char* sql : {kCreatePlans, kCreateHistory, kCreateByPlan, kProbe, kPruneGonePlans}) {
         if (sqlite3_exec(handle, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
             return false;
         }

@@ -11,6 +11,8 @@ namespace {
 constexpr qint64 kHourMSecs = 3600000;
 // Enough to name every start a burst of late fires after one move handles.
 constexpr size_t kJumpsKept = 16;
+// Wider than any gap or repeated hour of the zone rules.
+constexpr qint64 kOffsetChangeHours = 3;
 
 qint64 ClockMSecs(clockid_t clock) {
     timespec now{};
@@ -33,7 +35,9 @@ void OccurrenceRecorder::Look(const Reading& reading) {
     const qint64 boot = reading.bootMSecs - m_last.bootMSecs;
     const qint64 monotonic = reading.monotonicMSecs - m_last.monotonicMSecs;
     m_last = reading;
-    const qint64 tolerance = DeadlineQueue::kStepToleranceMSecs;
+    // A clock that NTP slews drifts by at most 0.05 %; over a long gap
+    // between two looks that adds up to more than a second.
+    const qint64 tolerance = DeadlineQueue::kStepToleranceMSecs + qAbs(boot) / 1000;
     if (qAbs(wall - boot) > tolerance) {
         m_jumps.push_back(Jump{reading.wallMSecs, RunHistory::Reason::ClockStepped});
     } else if (boot - monotonic > tolerance) {
@@ -73,10 +77,10 @@ void OccurrenceRecorder::Ran(TriggerObject& object, qint64 dueMSecs, bool onTime
     if (!onTime) {
         occurrence.outcome = RunHistory::Outcome::Late;
         occurrence.reason = CauseOf(dueMSecs);
-    } else if (InDaylightGap(object, dueMSecs)) {
+    } else if (NearOffsetChange(dueMSecs) && InDaylightGap(object, dueMSecs)) {
         occurrence.outcome = RunHistory::Outcome::Moved;
         occurrence.reason = RunHistory::Reason::DaylightGap;
-    } else if (InRepeatedHour(dueMSecs)) {
+    } else if (NearOffsetChange(dueMSecs) && InRepeatedHour(dueMSecs)) {
         occurrence.reason = RunHistory::Reason::RepeatedHour;
     }
     RunHistory::Record(object.getPlanUuid(), occurrence);
@@ -91,6 +95,18 @@ void OccurrenceRecorder::CaughtUp(const QString& planUuid, qint64 dueMSecs, qint
     RunHistory::Occurrence occurrence = Handed(dueMSecs, RunHistory::Outcome::CaughtUp, CauseOf(dueMSecs));
     occurrence.detail = delayMSecs;
     RunHistory::Record(planUuid, occurrence);
+}
+
+bool OccurrenceRecorder::NearOffsetChange(qint64 dueMSecs) {
+    const qint64 hour = dueMSecs / kHourMSecs;
+    if (hour != m_checkedHour) {
+        m_checkedHour = hour;
+        const qint64 from = (hour - kOffsetChangeHours) * kHourMSecs;
+        const qint64 to = (hour + kOffsetChangeHours + 1) * kHourMSecs;
+        m_offsetChanges = QDateTime::fromMSecsSinceEpoch(from).offsetFromUtc() !=
+                          QDateTime::fromMSecsSinceEpoch(to).offsetFromUtc();
+    }
+    return m_offsetChanges;
 }
 
 // The plan's own time of day does not exist on the start's date, and the

@@ -54,10 +54,15 @@ private:
     static Reading Now();
     static RunHistory::Occurrence Handed(qint64 dueMSecs, RunHistory::Outcome outcome,
                                          RunHistory::Reason reason);
+    // Whether the zone's offset changes within a few hours of the start; the
+    // answer is kept for the hour, which a poll's starts share.
+    bool NearOffsetChange(qint64 dueMSecs);
     static bool InDaylightGap(TriggerObject& object, qint64 dueMSecs);
     static bool InRepeatedHour(qint64 dueMSecs);
 
     qint64 m_startedMSecs = 0;
     Reading m_last{};
     std::deque<Jump> m_jumps;
+    qint64 m_checkedHour = -1;
+    bool m_offsetChanges = false;
 };

@@ -45,7 +45,8 @@ constexpr const char* kInsert =
     "handed = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
     "result = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE result END,"
     "kind = CASE WHEN ?4 = 0 THEN kind ELSE ?4 END,"
-    "detail = coalesce(excluded.detail, detail), merged = coalesce(excluded.merged, merged)";
+    "detail = coalesce(excluded.detail, detail),"
+    "merged = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.merged, merged) END";
 constexpr const char* kAnswerAwaited =
     "UPDATE history SET result = ?, result_at = ? - (due * 1000 + handed) WHERE due = ? AND plan = ?";
 // An answer after a restart finds its hand-over in the file.
@@ -55,6 +56,8 @@ constexpr const char* kAnswerNewest =
 constexpr const char* kTrimPlan = "DELETE FROM history WHERE plan = ?1 AND due < (SELECT due FROM history "
                                   "WHERE plan = ?1 ORDER BY due DESC LIMIT 1 OFFSET ?2 - 1)";
 constexpr const char* kPruneAge = "DELETE FROM history WHERE due < ?";
+constexpr const char* kProbe =
+    "SELECT due, plan, handed, kind, detail, merged, result, result_at FROM history LIMIT 1";
 constexpr const char* kPruneGonePlans =
     "DELETE FROM history_plans WHERE NOT EXISTS (SELECT 1 FROM history WHERE plan = history_plans.id)";
 
@@ -72,12 +75,15 @@ bool Done(sqlite3_stmt* statement) {
 
 void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
     RunStateStore::RecordOccurrence(planUuid, occurrence);
+    if (occurrence.outcome != Outcome::Missed && occurrence.outcome != Outcome::Merged) {
+        return;
+    }
     const QString plan = LogText::Outside(planUuid);
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(occurrence.dueMSecs));
     if (occurrence.outcome == Outcome::Missed) {
         Logger::Warn(
             QString("Plan[%1] start [%2] was missed: %3.").arg(plan, due, ReasonName(occurrence.reason)));
-    } else if (occurrence.outcome == Outcome::Merged) {
+    } else {
         Logger::Warn(QString("Plan[%1] start [%2] was merged into a later run: %3.")
                          .arg(plan, due, ReasonName(occurrence.reason)));
     }
@@ -93,7 +99,9 @@ bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
     m_limits = limits;
     m_limits.keepPerPlan = qMax(1, m_limits.keepPerPlan);
     m_limits.keepDays = qMax(1, m_limits.keepDays);
-    for (const char* sql : {kCreatePlans, kCreateHistory, kCreateByPlan, kPruneGonePlans}) {
+    // Tables of another shape leave the history off rather than failing the
+    // run state's batches, which carry it.
+    for (const char* sql : {kCreatePlans, kCreateHistory, kCreateByPlan, kProbe, kPruneGonePlans}) {
         if (sqlite3_exec(handle, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
             return false;
         }

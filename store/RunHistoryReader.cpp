@@ -132,9 +132,12 @@ bool RunHistoryReader::Read(const Filter& filter, QVector<Row>& rows, QString& e
 }
 
 bool RunHistoryReader::ReadNewest(QHash<QString, Row>& rows, QString& error) {
-    // One look into the plan index per plan rather than a walk over all rows.
-    const QString sql = QString(kColumns) +
-                        " WHERE h.due = (SELECT max(due) FROM history WHERE plan = p.id) AND h.plan = p.id";
+    // Plan by plan, one look into the plan index each: left to itself, the
+    // planner walked every row (15 s at 5,000,000 rows instead of 0.2 s).
+    const QString sql =
+        "SELECT h.due, h.handed, h.kind, h.detail, h.merged, h.result, h.result_at, p.plan_uuid "
+        "FROM history_plans p CROSS JOIN history h ON h.plan = p.id AND h.due = "
+        "(SELECT max(due) FROM history WHERE plan = p.id)";
     Query query;
     if (sqlite3_prepare_v2(m_handle, sql.toUtf8().constData(), -1, &query.statement, nullptr) != SQLITE_OK) {
         error = QString::fromUtf8(sqlite3_errmsg(m_handle));

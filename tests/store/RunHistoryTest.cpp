@@ -9,6 +9,8 @@
 #include "triggers/LocalTime.h"
 
 #include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 
 #include <log4cpp/Priority.hh>
@@ -220,6 +222,28 @@ TEST_F(History, ForgetsRowsOlderThanItsDaysAsTheClockMovesOn) {
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), 2);
     EXPECT_EQ(rows.back().dueMSecs, At("2026-03-10 12:00:00"));
+}
+
+// A history table of another shape turns the history off; the run state is
+// still written.
+TEST_F(History, AForeignHistoryTableLeavesTheRunStateAlone) {
+    {
+        RunStateStore store;
+        ASSERT_TRUE(store.Open(m_dir.filePath("state.db"), {}));
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "foreign");
+        db.setDatabaseName(m_dir.filePath("state.db"));
+        ASSERT_TRUE(db.open());
+        QSqlQuery query(db);
+        ASSERT_TRUE(query.exec("DROP TABLE history"));
+        ASSERT_TRUE(query.exec("CREATE TABLE history (something TEXT)"));
+    }
+    QSqlDatabase::removeDatabase("foreign");
+    Open();
+    RunHistory::Record("plan", Ran(At("2026-03-10 08:00:00"), 0));
+    RunStateStore::RecordSchedule("plan", 2, "2026-03-11 08:00:00", 0);
+    EXPECT_TRUE(m_store.Flush());
 }
 
 // Hourly plans with runs a little late, each answered: the file, with its

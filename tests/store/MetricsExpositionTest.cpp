@@ -1,10 +1,12 @@
 // Schedule health: which plans count as overdue or refused, which are named,
 // and an exposition that Prometheus's own checker accepts at any size.
 #include "store/MetricsExposition.h"
+#include "store/RunStateStore.h"
 #include "store/ScheduleHealth.h"
 
 #include <QDateTime>
 #include <QProcess>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -114,6 +116,34 @@ TEST(ScheduleHealth, RemovalKeepsTheOtherPlans) {
     EXPECT_EQ(figures.plans.at({2, false}), 2u);
     ASSERT_EQ(figures.trouble.size(), 1u);
     EXPECT_EQ(figures.trouble.front().planUuid, "c");
+}
+
+// What the service records reaches the counts with the batch that writes it:
+// starts by outcome, missed ones by reason, lateness, the agent's answers.
+TEST(RunTally, CountsWhatTheRunStateRecords) {
+    QTemporaryDir dir;
+    RunStateStore store;
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), {}));
+    using Occurrence = RunHistory::Occurrence;
+    const qint64 due = Ago(kMinute * 10);
+    RunHistory::Record("down",
+                       Occurrence{due, -1, RunHistory::Outcome::Missed, RunHistory::Reason::ServiceDown});
+    RunHistory::Record("stepped", Occurrence{due, due + 3 * kSecond, RunHistory::Outcome::Late,
+                                             RunHistory::Reason::ClockStepped});
+    RunStateStore::RecordRun("stepped", 2, At(-kMinute * 10), due + 3 * kSecond);
+    RunStateStore::RecordResult("stepped", 1, due + 4 * kSecond);
+    ASSERT_TRUE(store.Flush());
+
+    const RunTally::Counts counts = store.Tally().Take();
+    EXPECT_EQ(counts.runsByOutcome, (std::map<QString, quint64>{{"late", 1}, {"missed", 1}}));
+    EXPECT_EQ(counts.missedByReason, (std::map<QString, quint64>{{"service_down", 1}}));
+    EXPECT_EQ(counts.answers, (std::map<QString, quint64>{{"ok", 0}, {"refused", 1}}));
+    EXPECT_EQ(counts.latenessCount, 1u);
+    EXPECT_EQ(counts.lateness[5], 1u) << "3 s: above 1 s, within 5 s";
+    const ScheduleHealth::Figures figures = store.Health().Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 10);
+    EXPECT_EQ(figures.missed, 1u);
+    EXPECT_EQ(figures.refused, 1u);
+    store.Close();
 }
 
 MetricsExposition::Live SomeLive() {

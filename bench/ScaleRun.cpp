@@ -40,6 +40,7 @@ struct Options {
     unsigned seed = 1;
     bool commands = true;
     bool keep = false;
+    bool restart = false;
     QString executable;
 };
 
@@ -139,6 +140,38 @@ QString Figure(double seconds) {
     return seconds < 0 ? QString("-") : QString::number(seconds, 'f', 2) + " s";
 }
 
+// The same folder started again after the first run's SIGTERM, with the run
+// state that run wrote: how long a start-up takes whose plans resume.
+bool Restart(const Options& options, const QString& folder, const CountingAgent& agent) {
+    const qint64 commandsBefore = agent.Commands();
+    // The first run's start line must not be taken for this one's.
+    QFile::remove(folder + "/log/schedulerservice.log");
+    ServiceUnderTest service(folder);
+    const auto spawned = Steady::now();
+    if (!service.Spawn(options.executable)) {
+        return false;
+    }
+    const auto deadline = spawned + std::chrono::seconds(options.timeoutSecs);
+    while (service.StartSuccessMSecs() < 0) {
+        if (service.HasExited() || Steady::now() > deadline) {
+            std::printf("  restart: no start success\n");
+            return false;
+        }
+        service.ScanLog();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    const double startSecs =
+        static_cast<double>(service.StartSuccessMSecs() - service.SpawnedAtMSecs()) / 1000;
+    const double settleSecs = Settle(service);
+    std::printf("  restart: start success %6.2f s after the process started, settled %.2f s later; CPU "
+                "%.2f s in all threads, %.2f s on the application thread; %lld commands to the agent\n",
+                startSecs, settleSecs, static_cast<double>(service.CpuNanos()) / 1e9,
+                static_cast<double>(service.MainThreadCpuNanos()) / 1e9,
+                static_cast<long long>(agent.Commands() - commandsBefore));
+    int exitCode = -1;
+    return service.Terminate(options.timeoutSecs, exitCode) >= 0 && exitCode == 0;
+}
+
 bool RunOne(const Options& options, int plans, const QString& mode) {
     QTemporaryDir dir;
     dir.setAutoRemove(!options.keep);
@@ -228,7 +261,8 @@ bool RunOne(const Options& options, int plans, const QString& mode) {
     const double stopSecs = service.Terminate(options.timeoutSecs, exitCode);
     std::printf("  stop after SIGTERM    %8s (exit code %d)\n", qPrintable(Figure(stopSecs)), exitCode);
     std::fflush(stdout);
-    return stopSecs >= 0 && exitCode == 0;
+    const bool stopped = stopSecs >= 0 && exitCode == 0;
+    return stopped && (!options.restart || Restart(options, dir.path(), agent));
 }
 
 Options Parse(const QCoreApplication& app) {
@@ -249,7 +283,10 @@ Options Parse(const QCoreApplication& app) {
     const QCommandLineOption keep("keep", "Keep each run's folder (its log and database) and print where.");
     const QCommandLineOption executable("executable", "The service executable.", "path",
                                         QCoreApplication::applicationDirPath() + "/OrvelSchedulerService");
-    parser.addOptions({plans, modes, idle, quiet, timeout, seed, noCommands, keep, executable});
+    const QCommandLineOption restart("restart",
+                                     "After the stop, start the service again on the run state it wrote and "
+                                     "print that start-up's figures.");
+    parser.addOptions({plans, modes, idle, quiet, timeout, seed, noCommands, keep, restart, executable});
     parser.process(app);
     Options options;
     for (const QString& count : parser.value(plans).split(',', Qt::SkipEmptyParts)) {
@@ -262,6 +299,7 @@ Options Parse(const QCoreApplication& app) {
     options.seed = parser.value(seed).toUInt();
     options.commands = !parser.isSet(noCommands);
     options.keep = parser.isSet(keep);
+    options.restart = parser.isSet(restart);
     options.executable = parser.value(executable);
     return options;
 }

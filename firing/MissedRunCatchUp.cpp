@@ -62,8 +62,7 @@ bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missed
     if (!m_once || !m_ranBefore.contains(planUuid)) {
         return false;
     }
-    // A start the previous life recorded as handed has run: the agent got
-    // its 600 before the service went down.
+    // A start handed before, by the previous life or as a catch-up, has run.
     const auto handed = m_lastHanded.constFind(planUuid);
     if (handed != m_lastHanded.constEnd() && missedStart <= handed.value()) {
         return false;
@@ -98,6 +97,8 @@ void MissedRunCatchUp::onTimeout() {
         const CatchUp waiting = m_queue.begin()->second;
         m_byPlan.remove(waiting.planUuid);
         m_queue.erase(m_queue.begin());
+        // The poll that finds the same start passed must not catch it up again.
+        m_lastHanded.insert(waiting.planUuid, waiting.missedStart);
         m_run(waiting.planUuid, waiting.missedStart, waiting.delayMSecs);
     }
     Arm();

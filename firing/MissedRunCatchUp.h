@@ -68,7 +68,8 @@ private:
     bool m_once = false;
     quint64 m_spreadSecs = 0;
     QSet<QString> m_ranBefore;
-    // The last start of each plan that the previous life handed to the agent.
+    // The last start of each plan handed to the agent by the previous life or
+    // as a catch-up.
     QHash<QString, QString> m_lastHanded;
     Queue m_queue;
     QHash<QString, Queue::iterator> m_byPlan;

@@ -704,30 +704,55 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
     // A poll still runs a start of the current minute itself; a timer fire
-    // runs only starts still to come.
+    // runs only starts still to come, and a resumed one that still aims at
+    // its stored start runs it itself.
     const QDateTime current = Clock::now();
-    const QString dueBefore =
-        LocalTime::Format(IsTimerMode() ? current : CalendarSchedule::MinuteStart(current));
+    QHash<QString, RunStateStore::StoredRun> passed = runs;
+    QString dueBefore = LocalTime::Format(CalendarSchedule::MinuteStart(current));
+    if (IsTimerMode()) {
+        ForgetStartsStillAhead(passed);
+        dueBefore = LocalTime::Format(current.addSecs(1));
+    }
     if (m_catchUp != nullptr && m_catchUp->CatchesUp()) {
-        m_catchUp->Seed(runs, dueBefore);
+        m_catchUp->Seed(passed, dueBefore);
         return;
     }
     // A start the previous life handed has run, however the state was left.
-    for (auto it = runs.constBegin(); it != runs.constEnd(); ++it) {
+    for (auto it = passed.constBegin(); it != passed.constEnd(); ++it) {
         if (!it->nextStart.isEmpty() && it->nextStart < dueBefore && it->nextStart > it->lastDue) {
             m_occurrences.Missed(it.key(), LocalTime::Parse(it->nextStart).toMSecsSinceEpoch());
         }
     }
 }
 
+void TriggerFireManagerWork::ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    for (auto it = runs.begin(); it != runs.end(); ++it) {
+        TriggerFire* fire =
+            it->resumed && m_dateTimeFires != nullptr ? m_dateTimeFires->value(it.key()) : nullptr;
+        const TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+        if (object != nullptr && object->getNextStartTime() == it->nextStart) {
+            it->nextStart.clear();
+        }
+    }
+}
+
 // The run goes out for the missed start, so that the agent and the run state
-// see which start it stands for; the plan's own next start stays as it is.
+// see which start it stands for; the plan's own next start stays as it is. A
+// plan whose last start was the missed one has ended meanwhile and has no fire
+// any more; its trigger is still registered, a deleted plan's is not.
 bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart,
                                             qint64 delayMSecs) {
+    QMutexLocker registryLocker(SchedulerDataStoreManager::GetTriggerObjectMutex());
+    const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
     QMutexLocker locker(&m_dateTimeMutex);
     TriggerFire* fire = m_dateTimeFires != nullptr ? m_dateTimeFires->value(planUuid, nullptr) : nullptr;
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
-    if (object == nullptr) {
+    if (object == nullptr && registry != nullptr) {
+        object = registry->value(planUuid, nullptr);
+    }
+    if (object == nullptr ||
+        !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
         return false;
     }
     const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";

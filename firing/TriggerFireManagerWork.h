@@ -92,6 +92,7 @@ private:
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
     bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
     bool RunMissedStart(const QString& planUuid, const QString& missedStart, qint64 delayMSecs);
+    void ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
 
     QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;

@@ -72,9 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
 struct RunRow {
     const char* name;
     const char* zone;
-    const char* start;     // the plan's daily start
-    const char* due;       // the start that ran
-    qint64 dueOffsetMSecs; // added to `due`: the second of two equal wall times
+    const char* start;  // the plan's daily start
+    const char* dueUtc; // the start that ran, in UTC: a repeated hour's two are apart
     Outcome outcome;
     Reason reason;
 };
@@ -84,7 +83,9 @@ class RunOutcome : public ::testing::TestWithParam<RunRow> {};
 TEST_P(RunOutcome, NamesTheDaylightSavingCases) {
     const RunRow& row = GetParam();
     ZoneScope zone(row.zone);
-    const qint64 due = LocalTime::Parse(row.due).toMSecsSinceEpoch() + row.dueOffsetMSecs;
+    QDateTime dueUtc = QDateTime::fromString(row.dueUtc, "yyyy-MM-dd hh:mm:ss");
+    dueUtc.setTimeSpec(Qt::UTC);
+    const qint64 due = dueUtc.toMSecsSinceEpoch();
     ClockShift clock(QDateTime::fromMSecsSinceEpoch(due + 200));
     QTemporaryDir dir;
     RunStateStore store;
@@ -105,17 +106,17 @@ TEST_P(RunOutcome, NamesTheDaylightSavingCases) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, RunOutcome,
-    ::testing::Values(RunRow{"onTime", "Europe/Berlin", "2026-03-01 02:30:00", "2026-03-28 02:30:00", 0,
+    ::testing::Values(RunRow{"onTime", "Europe/Berlin", "2026-03-01 02:30:00", "2026-03-28 01:30:00",
                              Outcome::OnTime, Reason::None},
                       RunRow{"springForwardGap", "Europe/Berlin", "2026-03-01 02:30:00",
-                             "2026-03-29 03:30:00", 0, Outcome::Moved, Reason::DaylightGap},
+                             "2026-03-29 01:30:00", Outcome::Moved, Reason::DaylightGap},
                       RunRow{"ownTimeAfterTheGap", "Europe/Berlin", "2026-03-01 03:30:00",
-                             "2026-03-29 03:30:00", 0, Outcome::OnTime, Reason::None},
+                             "2026-03-29 01:30:00", Outcome::OnTime, Reason::None},
                       RunRow{"firstOfARepeatedHour", "Europe/Berlin", "2026-03-01 02:30:00",
-                             "2026-10-25 02:30:00", 0, Outcome::OnTime, Reason::RepeatedHour},
+                             "2026-10-25 00:30:00", Outcome::OnTime, Reason::RepeatedHour},
                       RunRow{"secondOfARepeatedHour", "Europe/Berlin", "2026-03-01 02:30:00",
-                             "2026-10-25 02:30:00", 3600000, Outcome::OnTime, Reason::RepeatedHour},
-                      RunRow{"noDaylightSaving", "UTC", "2026-03-01 02:30:00", "2026-10-25 02:30:00", 0,
+                             "2026-10-25 01:30:00", Outcome::OnTime, Reason::RepeatedHour},
+                      RunRow{"noDaylightSaving", "UTC", "2026-03-01 02:30:00", "2026-10-25 02:30:00",
                              Outcome::OnTime, Reason::None}),
     [](const ::testing::TestParamInfo<RunRow>& info) { return std::string(info.param.name); });
 } // namespace

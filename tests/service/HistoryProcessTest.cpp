@@ -4,12 +4,11 @@
 // spring-forward night.
 #include "support/AgentStandIn.h"
 #include "support/FakeWallClock.h"
+#include "support/FakedService.h"
 #include "support/ServiceProcess.h"
 
-#include "framework/DatabaseFunctionOperation.h"
 #include "framework/TriggerAttribute.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -19,7 +18,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <functional>
 #include <optional>
 
@@ -27,22 +25,11 @@ namespace {
 const QString kPlan = "backup";
 
 void StorePlan(ServiceFolder& folder, quint64 type, quint64 intervalSecs, const QString& start) {
-    DatabaseFunctionOperation database;
-    QString error;
-    ASSERT_TRUE(database.OpenForWriting(folder.Path("data/alldb.db"), error));
     TriggerAttribute attribute;
     attribute.setTriggerType(type);
     attribute.setStartTime(start);
     attribute.setInterval(intervalSecs);
-    ASSERT_TRUE(database.StoreTrigger(kPlan, QString(), attribute, error));
-}
-
-void AddConfig(ServiceFolder& folder, const QByteArray& section, const QByteArray& line) {
-    QFile file(folder.Path("cfg/config.ini"));
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    const QByteArray text = file.readAll().replace(section + "\n", section + "\n" + line + "\n");
-    file.resize(0);
-    file.write(text);
+    folder.StorePlan(kPlan, attribute);
 }
 
 // The plan's occurrences as orvelctl history --json gives them, newest first,
@@ -79,36 +66,16 @@ QJsonObject WaitForRow(ServiceFolder& folder, const QString& due,
     return found;
 }
 
-class FakedService {
+// The service's zone for one start, taken from the environment it inherits.
+class ServiceZone {
 public:
-    FakedService(ServiceFolder& folder, FakeWallClock& clock, const char* zone = "UTC")
-        : m_folder(folder), m_clock(clock), m_zone(zone) {}
-    ~FakedService() {
-        if (m_process) {
-            Stop();
-        }
-    }
-
-    bool Start() {
-        m_process.emplace(m_folder);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        m_clock.Apply(environment);
-        environment.insert("TZ", m_zone);
-        m_process->process().setProcessEnvironment(environment);
-        return m_process->Start() && m_process->WaitForLog("SchedulerService start success.", 20000);
-    }
-    bool Stop() {
-        m_process->Signal(SIGTERM);
-        const bool stopped = m_process->WaitForExit(20000);
-        m_process.reset();
-        return stopped;
-    }
+    explicit ServiceZone(const char* zone) : m_saved(qgetenv("TZ")) { qputenv("TZ", zone); }
+    ~ServiceZone() { qputenv("TZ", m_saved); }
+    ServiceZone(const ServiceZone&) = delete;
+    ServiceZone& operator=(const ServiceZone&) = delete;
 
 private:
-    ServiceFolder& m_folder;
-    FakeWallClock& m_clock;
-    QString m_zone;
-    std::optional<ServiceProcess> m_process;
+    QByteArray m_saved;
 };
 
 class HistoryProcess : public ::testing::Test {
@@ -159,7 +126,7 @@ class Downtime : public HistoryProcess, public ::testing::WithParamInterface<Dow
 // A daily plan runs, the service stops, a day and ten minutes pass.
 TEST_P(Downtime, OverADailyStartIsNamedServiceDown) {
     ServiceFolder folder;
-    AddConfig(folder, "[Scheduler]", QByteArray("MissedRunPolicy=") + GetParam().policy);
+    folder.SetMissedRunPolicy(GetParam().policy);
     StorePlan(folder, 2, 0, "2026-03-01 02:00:00");
     FakeWallClock clock(QDateTime::fromString("2026-03-10 01:59:55", "yyyy-MM-dd hh:mm:ss"));
     AgentStandIn agent(folder.agentPort());
@@ -254,8 +221,11 @@ TEST_F(HistoryProcess, ASpringForwardNightMovesTheStartOnByTheGap) {
     start.setTimeSpec(Qt::UTC);
     FakeWallClock clock(start.toLocalTime());
     AgentStandIn agent(folder.agentPort());
-    FakedService service(folder, clock, "Europe/Berlin");
-    ASSERT_TRUE(service.Start());
+    FakedService service(folder, clock);
+    {
+        ServiceZone zone("Europe/Berlin");
+        ASSERT_TRUE(service.Start());
+    }
     clock.MoveBy(1800);
     ASSERT_TRUE(agent.WaitFor(600, kPlan, 30000));
     const QJsonObject row = WaitForRow(

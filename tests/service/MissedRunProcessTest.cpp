@@ -2,6 +2,7 @@
 // libfaketime while its monotonic clock runs on.
 #include "support/AgentStandIn.h"
 #include "support/FakeWallClock.h"
+#include "support/FakedService.h"
 #include "support/NotifySocket.h"
 #include "support/ServiceProcess.h"
 
@@ -25,51 +26,12 @@ namespace {
 const QString kPlan = "nightly";
 
 void StorePlan(ServiceFolder& folder, const QString& planUuid, quint64 intervalSecs, const QString& start) {
-    DatabaseFunctionOperation database;
-    QString error;
-    ASSERT_TRUE(database.OpenForWriting(folder.Path("data/alldb.db"), error));
     TriggerAttribute attribute;
     attribute.setTriggerType(2);
     attribute.setStartTime(start);
     attribute.setInterval(intervalSecs);
-    ASSERT_TRUE(database.StoreTrigger(planUuid, QString(), attribute, error));
+    folder.StorePlan(planUuid, attribute);
 }
-
-void SetPolicy(ServiceFolder& folder, const QString& policy) {
-    QFile file(folder.Path("cfg/config.ini"));
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    const QByteArray text =
-        file.readAll().replace("[Scheduler]\n", "[Scheduler]\nMissedRunPolicy=" + policy.toUtf8() + "\n");
-    file.resize(0);
-    file.write(text);
-}
-
-class FakedService {
-public:
-    FakedService(ServiceFolder& folder, FakeWallClock& clock) : m_folder(folder), m_clock(clock) {}
-
-    // Each run has a log of its own.
-    bool Start() {
-        QFile::remove(m_folder.Path("log/schedulerservice.log"));
-        m_process.emplace(m_folder);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        m_clock.Apply(environment);
-        environment.insert("NOTIFY_SOCKET", m_folder.Path("notify"));
-        m_process->process().setProcessEnvironment(environment);
-        return m_process->Start() && m_process->WaitForLog("SchedulerService start success.", 20000);
-    }
-    bool Stop() {
-        m_process->Signal(SIGTERM);
-        return m_process->WaitForExit(20000);
-    }
-    ServiceProcess& process() { return *m_process; }
-    int CountLog(const QString& part) const { return m_process->LogMessages().filter(part).size(); }
-
-private:
-    ServiceFolder& m_folder;
-    FakeWallClock& m_clock;
-    std::optional<ServiceProcess> m_process;
-};
 
 class MissedRunProcess : public ::testing::TestWithParam<const char*> {
 protected:
@@ -85,7 +47,7 @@ protected:
 TEST_P(MissedRunProcess, DowntimeOverADailyStart) {
     const bool once = QString(GetParam()) == "once";
     ServiceFolder folder;
-    SetPolicy(folder, GetParam());
+    folder.SetMissedRunPolicy(GetParam());
     StorePlan(folder, kPlan, 0, "2026-03-01 02:00:00");
     FakeWallClock clock(QDateTime::fromString("2026-03-10 01:59:55", "yyyy-MM-dd hh:mm:ss"));
     AgentStandIn agent(folder.agentPort());
@@ -170,31 +132,6 @@ TEST(AgentOutage, FiveMissedRunsReachTheReturningAgentAsOne) {
 } // namespace
 
 namespace {
-void StoreManyPlans(ServiceFolder& folder, int count) {
-    {
-        DatabaseFunctionOperation schema;
-        QString error;
-        ASSERT_TRUE(schema.OpenForWriting(folder.Path("data/alldb.db"), error));
-    }
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "many");
-        db.setDatabaseName(folder.Path("data/alldb.db"));
-        ASSERT_TRUE(db.open());
-        db.transaction();
-        QSqlQuery insert(db);
-        insert.prepare("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES (?, 2, ?)");
-        for (int i = 0; i < count; ++i) {
-            insert.addBindValue(QString("plan-%1").arg(i));
-            insert.addBindValue(QString("2026-03-01 %1:%2:00")
-                                    .arg(i / 60 % 24, 2, 10, QChar('0'))
-                                    .arg(i % 60, 2, 10, QChar('0')));
-            ASSERT_TRUE(insert.exec());
-        }
-        db.commit();
-    }
-    QSqlDatabase::removeDatabase("many");
-}
-
 // "ok" and the number of rows, as the next reader finds the file.
 QPair<QString, int> Inspect(const QString& path) {
     QPair<QString, int> found;
@@ -221,7 +158,11 @@ QPair<QString, int> Inspect(const QString& path) {
 TEST(RunStateCrash, AKillInTheMiddleOfABatchLeavesAWholeFile) {
     constexpr int kPlans = 20000;
     ServiceFolder folder;
-    StoreManyPlans(folder, kPlans);
+    folder.StoreDailyPlans(kPlans, [](int i) {
+        return QString("2026-03-01 %1:%2:00")
+            .arg(i / 60 % 24, 2, 10, QChar('0'))
+            .arg(i % 60, 2, 10, QChar('0'));
+    });
     AgentStandIn agent(folder.agentPort());
     const QString state = folder.Path("data/state.db");
     for (int round = 0; round < 3; ++round) {

@@ -2,6 +2,8 @@
 
 #include "framework/CommCommand.h"
 #include "framework/CommandBuilder.h"
+#include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
 #include "framework/ResultCommand.h"
 
 #include <QTest>
@@ -27,6 +29,17 @@ void AgentStandIn::Answer() {
                 return;
             }
             m_received << QString("%1 %2").arg(command->getCommandType()).arg(command->getPlanUuid());
+            const quint64 type = command->getCommandType();
+            if (type == 600 || type == 601) {
+                RequestTriggerExecuteInfoData data;
+                CommandBuilder::BytearrayToData(
+                    static_cast<RequestCommand*>(command.get())->getRfrnRequestData(), &data);
+                (type == 600 ? m_dueStarts : m_reportedStarts)[command->getPlanUuid()]
+                    << data.getNextStartTime();
+            }
+            if (type == 600) {
+                m_runConnections << connection;
+            }
             ResultCommand result;
             result.GetRequestCommandInfo(*command);
             m_server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));

@@ -5,6 +5,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QVariant>
 
 ServiceFolder::ServiceFolder(quint64 fireType) : m_fireType(fireType) {
     QDir(m_dir.path()).mkpath("cfg");
@@ -29,11 +32,50 @@ void ServiceFolder::RemoveConfig() {
 }
 
 void ServiceFolder::StorePlan(const QString& planUuid, quint64 type, const QString& start) {
-    DatabaseFunctionOperation database;
-    QString error;
-    database.OpenForWriting(Path("data/alldb.db"), error);
     TriggerAttribute attribute;
     attribute.setTriggerType(type);
     attribute.setStartTime(start);
+    StorePlan(planUuid, attribute);
+}
+
+void ServiceFolder::StorePlan(const QString& planUuid, const TriggerAttribute& attribute) {
+    DatabaseFunctionOperation database;
+    QString error;
+    database.OpenForWriting(Path("data/alldb.db"), error);
     database.StoreTrigger(planUuid, QString(), attribute, error);
+}
+
+void ServiceFolder::SetMissedRunPolicy(const QString& policy, quint64 spreadSecs) {
+    QFile file(Path("cfg/config.ini"));
+    file.open(QIODevice::ReadWrite);
+    const QByteArray lines = QString("[Scheduler]\nMissedRunPolicy=%1\nMissedRunSpreadSecs=%2\n")
+                                 .arg(policy)
+                                 .arg(spreadSecs)
+                                 .toUtf8();
+    const QByteArray text = file.readAll().replace("[Scheduler]\n", lines);
+    file.resize(0);
+    file.write(text);
+}
+
+void ServiceFolder::StoreDailyPlans(int count, const std::function<QString(int)>& startOf) {
+    {
+        DatabaseFunctionOperation schema;
+        QString error;
+        schema.OpenForWriting(Path("data/alldb.db"), error);
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "many");
+        db.setDatabaseName(Path("data/alldb.db"));
+        db.open();
+        db.transaction();
+        QSqlQuery insert(db);
+        insert.prepare("INSERT INTO triggers (plan_uuid, trigger_type, start_time) VALUES (?, 2, ?)");
+        for (int i = 0; i < count; ++i) {
+            insert.addBindValue(QString("plan-%1").arg(i));
+            insert.addBindValue(startOf(i));
+            insert.exec();
+        }
+        db.commit();
+    }
+    QSqlDatabase::removeDatabase("many");
 }

@@ -6,6 +6,10 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <functional>
+
+class TriggerAttribute;
+
 // A throw-away application folder: cfg/config.ini and data/ for the trigger
 // database. The command server takes any free port (SchedulerPort=0) and logs
 // it; the agent's port is reserved here, so that a stand-in agent can listen
@@ -23,6 +27,13 @@ public:
     void RemoveConfig();
     // Stores a plan in data/alldb.db, as orvelctl and the suite do.
     void StorePlan(const QString& planUuid, quint64 type, const QString& start = QString());
+    void StorePlan(const QString& planUuid, const TriggerAttribute& attribute);
+    // Stores daily plans "plan-<i>" in one transaction, plan i starting at
+    // startOf(i).
+    void StoreDailyPlans(int count, const std::function<QString(int)>& startOf);
+    // Adds [Scheduler] MissedRunPolicy and MissedRunSpreadSecs to the
+    // configuration.
+    void SetMissedRunPolicy(const QString& policy, quint64 spreadSecs = 0);
 
 private:
     QTemporaryDir m_dir;

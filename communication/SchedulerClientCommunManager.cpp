@@ -5,6 +5,21 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/WireFormat.h"
+#include "store/RunHistory.h"
+#include "triggers/LocalTime.h"
+
+namespace {
+// The replaced run's start did not run; the run that waits instead names how
+// many starts it stands for.
+void RecordMerged(const QString& planUuid, const QString& mergedDue, const QString& keptDue, int count) {
+    const qint64 merged = LocalTime::Parse(mergedDue).toMSecsSinceEpoch();
+    const qint64 kept = LocalTime::Parse(keptDue).toMSecsSinceEpoch();
+    RunHistory::Record(planUuid, RunHistory::Occurrence{merged, -1, RunHistory::Outcome::Merged,
+                                                        RunHistory::Reason::AgentUnreachable, 0, 0});
+    RunHistory::Record(planUuid, RunHistory::Occurrence{kept, -1, RunHistory::Outcome(0),
+                                                        RunHistory::Reason::None, 0, count});
+}
+} // namespace
 
 SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
 
@@ -36,6 +51,7 @@ void SchedulerClientCommunManager::Wire(CommunClientWork& work,
     connect(this, request, &work, &CommunClientWork::Post, Qt::DirectConnection);
     connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
             Qt::QueuedConnection);
+    connect(&work, &CommunClientWork::runsMerged, &RecordMerged);
 }
 
 bool SchedulerClientCommunManager::Start() {

@@ -18,6 +18,12 @@ public:
     bool Start() override;
     void Stop() override;
     void SetCommunAttribute(const CommunAttribute& attribute) override;
+    // Safe from any thread. Runs go through the control link, so its state is
+    // the agent's.
+    bool AgentConnected() const { return m_controlClientWork.Connected(); }
+    quint64 FramesWaiting() const {
+        return m_refreshClientWork.FramesWaiting() + m_controlClientWork.FramesWaiting();
+    }
 
 Q_SIGNALS:
     void refreshRequestCommand(QByteArray blocks);

@@ -21,6 +21,10 @@ quint64 TypeOf(TriggerObject* object) {
     return object->getObjectTriggerAttribute().getTriggerType();
 }
 
+const std::array<std::pair<quint64, const char*>, 3> kCommands{{{CommandTypes::kNewPlan, "add"},
+                                                                {CommandTypes::kDeletePlan, "delete"},
+                                                                {CommandTypes::kModifyPlan, "modify"}}};
+
 const QByteArray& Payload(CommCommand* request) {
     return static_cast<RequestCommand*>(request)->getRfrnRequestData();
 }
@@ -132,6 +136,7 @@ std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealRequestComman
         return nullptr;
     }
     const QString trace = LogText::Outside(request->getTraceFlag());
+    Count(request->getCommandType(), result->getUintResult() == kSuccess);
     if (result->getUintResult() != kSuccess) {
         Logger::Error(QString("Server deal with request command%1 unsuccessfully.").arg(trace, 0));
     } else {
@@ -163,4 +168,21 @@ void SchedulerServerCommandDealwith::onDealQueuePackageCommand(
     result->GetRequestCommandInfo(*request);
     Q_EMIT dealCommandResult(psocketcommand->getConnectionId(), result->getTraceFlag(),
                              CommandBuilder::CommandToBytearray(result.get()));
+}
+
+void SchedulerServerCommandDealwith::Count(quint64 commandType, bool ok) {
+    for (size_t i = 0; i < kCommands.size(); ++i) {
+        if (kCommands[i].first == commandType) {
+            ++m_dealt[i * 2 + (ok ? 0 : 1)];
+        }
+    }
+}
+
+std::map<std::pair<QString, QString>, quint64> SchedulerServerCommandDealwith::Dealt() const {
+    std::map<std::pair<QString, QString>, quint64> dealt;
+    for (size_t i = 0; i < kCommands.size(); ++i) {
+        dealt[{kCommands[i].second, "ok"}] = m_dealt[i * 2];
+        dealt[{kCommands[i].second, "failed"}] = m_dealt[i * 2 + 1];
+    }
+    return dealt;
 }

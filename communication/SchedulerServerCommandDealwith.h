@@ -5,8 +5,13 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QString>
 
+#include <array>
+#include <atomic>
+#include <map>
 #include <memory>
+#include <utility>
 
 // Carries out plan commands (new 200, delete 203, modify 204) on the command
 // server's dealing thread and answers each with a result command. It owns each
@@ -23,6 +28,8 @@ public:
     std::unique_ptr<ResultCommand> DealModifyPlanCommand(CommCommand* request);
 
     void onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> psocketcommand);
+    // (command, result) -> plan commands dealt with so far; safe from any thread.
+    std::map<std::pair<QString, QString>, quint64> Dealt() const;
 
 Q_SIGNALS:
     // trace is the request's trace text, for the server's log line.
@@ -30,4 +37,9 @@ Q_SIGNALS:
 
 private:
     static quint64 StartNewFire(class TriggerObject* object);
+    void Count(quint64 commandType, bool ok);
+
+    // Per command (new, delete, modify) the commands that succeeded, then
+    // those that failed.
+    std::array<std::atomic<quint64>, 6> m_dealt{};
 };

@@ -27,6 +27,10 @@ public:
     void UnInit();
 
     quint16 serverPort() const { return m_communServer.serverPort(); }
+    // Safe from any thread.
+    std::map<std::pair<QString, QString>, quint64> PlanCommandsDealt() const {
+        return m_commandDealwith.Dealt();
+    }
 
     // The queue's receiver of server requests (package type 3).
     void onDealQueuePackageCommand(std::unique_ptr<SocketCommandPackage> ppackage);

@@ -73,7 +73,8 @@ bool MissedRunCatchUp::NoteMissed(const QString& planUuid, const QString& missed
     const qint64 delayMSecs =
         m_spreadSecs == 0 ? 0
                           : QRandomGenerator::global()->bounded(static_cast<int>(m_spreadSecs) * 1000 + 1);
-    const auto entry = m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart});
+    const auto entry =
+        m_queue.emplace(m_monotonic.elapsed() + delayMSecs, CatchUp{planUuid, missedStart, delayMSecs});
     m_byPlan.insert(planUuid, entry);
     Arm();
     return true;
@@ -98,7 +99,7 @@ void MissedRunCatchUp::onTimeout() {
         m_queue.erase(m_queue.begin());
         // The poll that finds the same start passed must not catch it up again.
         m_lastHanded.insert(waiting.planUuid, waiting.missedStart);
-        m_run(waiting.planUuid, waiting.missedStart);
+        m_run(waiting.planUuid, waiting.missedStart, waiting.delayMSecs);
     }
     Arm();
 }

@@ -23,9 +23,11 @@
 class MissedRunCatchUp : public QObject {
     Q_OBJECT
 public:
-    // Sends one run for the plan, for the missed start; false when the plan
-    // has no calendar fire any more or the run was refused.
-    using RunFunction = std::function<bool(const QString& planUuid, const QString& missedStart)>;
+    // Sends one run for the plan, for the missed start, `delayMSecs` of spread
+    // after it was noticed; false when the plan has no calendar fire any more
+    // or the run was refused.
+    using RunFunction =
+        std::function<bool(const QString& planUuid, const QString& missedStart, qint64 delayMSecs)>;
 
     static constexpr quint64 kMaxSpreadSecs = 86400;
     // Catch-ups sent in one turn of the event loop; more wait for the next.
@@ -54,6 +56,7 @@ private:
     struct CatchUp {
         QString planUuid;
         QString missedStart;
+        qint64 delayMSecs;
     };
     // Keyed by the moment on the monotonic clock: a spread is a span of time,
     // which a step of the wall clock must not stretch or cut.

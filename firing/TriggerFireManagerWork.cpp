@@ -119,10 +119,11 @@ bool TriggerFireManagerWork::Init() {
             m_eventFires = new QMultiHash<quint64, TriggerFire*>();
         }
     }
+    m_occurrences = OccurrenceRecorder();
     if (m_catchUp == nullptr) {
-        m_catchUp =
-            std::make_unique<MissedRunCatchUp>([this](const QString& planUuid, const QString& missedStart) {
-                return RunMissedStart(planUuid, missedStart);
+        m_catchUp = std::make_unique<MissedRunCatchUp>(
+            [this](const QString& planUuid, const QString& missedStart, qint64 delayMSecs) {
+                return RunMissedStart(planUuid, missedStart, delayMSecs);
             });
         m_catchUp->Configure(ConfigReader::getMissedRunPolicy(), ConfigReader::getMissedRunSpreadSecs());
     }
@@ -256,6 +257,7 @@ TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object
 
 void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fireClass) {
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
+    RunHistory::RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, LogText::Outside(object->getPlanUuid())));
@@ -535,6 +537,7 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
             Logger::Info(
                 QString("The AtTimeFire of scheduler[%1] NowFire execution success in the onAtTimerOut.")
                     .arg(LogText::Outside(planUuid)));
+            m_occurrences.Ran(*object, LocalTime::Parse(text).toMSecsSinceEpoch(), true);
             if (m_catchUp != nullptr) {
                 m_catchUp->NoteRun(planUuid);
             }
@@ -549,8 +552,8 @@ bool TriggerFireManagerWork::PollOne(TriggerFire* entry, qint64& earliestDueMSec
                     "onAtTimerOut.")
                 .arg(LogText::Outside(planUuid), text,
                      LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs))));
-        if (valid && m_catchUp != nullptr) {
-            m_catchUp->NoteMissed(planUuid, text);
+        if (valid && (m_catchUp == nullptr || !m_catchUp->NoteMissed(planUuid, text))) {
+            m_occurrences.Missed(planUuid, LocalTime::Parse(text).toMSecsSinceEpoch());
         }
     }
     const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
@@ -614,6 +617,9 @@ void TriggerFireManagerWork::onTimerFireTimeout(QString planName, quint64 fireId
                     .arg(LogText::Outside(planName)));
             return;
         }
+        const qint64 due = fire->expiredDueMSecs();
+        m_occurrences.Ran(*object, due,
+                          Clock::nowMSecsSinceEpoch() - due <= DeadlineQueue::kStepToleranceMSecs);
         if (m_catchUp != nullptr) {
             m_catchUp->NoteRun(planName);
         }
@@ -688,20 +694,26 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
 }
 
 void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs) {
-    if (m_catchUp == nullptr || !m_catchUp->CatchesUp()) {
-        return;
-    }
     // A poll still runs a start of the current minute itself; a timer fire
     // runs only starts still to come, and a resumed one that still aims at
     // its stored start runs it itself.
     const QDateTime current = Clock::now();
-    if (!IsTimerMode()) {
-        m_catchUp->Seed(runs, LocalTime::Format(CalendarSchedule::MinuteStart(current)));
+    QHash<QString, RunStateStore::StoredRun> passed = runs;
+    QString dueBefore = LocalTime::Format(CalendarSchedule::MinuteStart(current));
+    if (IsTimerMode()) {
+        ForgetStartsStillAhead(passed);
+        dueBefore = LocalTime::Format(current.addSecs(1));
+    }
+    if (m_catchUp != nullptr && m_catchUp->CatchesUp()) {
+        m_catchUp->Seed(passed, dueBefore);
         return;
     }
-    QHash<QString, RunStateStore::StoredRun> passed = runs;
-    ForgetStartsStillAhead(passed);
-    m_catchUp->Seed(passed, LocalTime::Format(current.addSecs(1)));
+    // A start the previous life handed has run, however the state was left.
+    for (auto it = passed.constBegin(); it != passed.constEnd(); ++it) {
+        if (!it->nextStart.isEmpty() && it->nextStart < dueBefore && it->nextStart > it->lastDue) {
+            m_occurrences.Missed(it.key(), LocalTime::Parse(it->nextStart).toMSecsSinceEpoch());
+        }
+    }
 }
 
 void TriggerFireManagerWork::ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs) {
@@ -720,7 +732,8 @@ void TriggerFireManagerWork::ForgetStartsStillAhead(QHash<QString, RunStateStore
 // see which start it stands for; the plan's own next start stays as it is. A
 // plan whose last start was the missed one has ended meanwhile and has no fire
 // any more; its trigger is still registered, a deleted plan's is not.
-bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart) {
+bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QString& missedStart,
+                                            qint64 delayMSecs) {
     QMutexLocker registryLocker(SchedulerDataStoreManager::GetTriggerObjectMutex());
     const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
     QMutexLocker locker(&m_dateTimeMutex);
@@ -741,6 +754,7 @@ bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QStri
                           .arg(fireClass, LogText::Outside(planUuid), missedStart));
         return false;
     }
+    m_occurrences.CaughtUp(planUuid, LocalTime::Parse(missedStart).toMSecsSinceEpoch(), delayMSecs);
     Logger::Info(
         QString("The %1 of scheduler[%2] missed its start [%3]; caught up with one run at [%4].")
             .arg(fireClass, LogText::Outside(planUuid), missedStart, LocalTime::Format(Clock::now())));
@@ -759,6 +773,7 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
+            RunHistory::RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
             Logger::Info(
                 QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {

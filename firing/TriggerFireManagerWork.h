@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MissedRunCatchUp.h"
+#include "OccurrenceRecorder.h"
 
 #include <QHash>
 #include <QMultiHash>
@@ -90,7 +91,7 @@ private:
     bool SliceUsedUp(int& visited, const QElapsedTimer& slice) const;
     void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
     bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
-    bool RunMissedStart(const QString& planUuid, const QString& missedStart);
+    bool RunMissedStart(const QString& planUuid, const QString& missedStart, qint64 delayMSecs);
     void ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs);
     static void EndTrigger(TriggerObject* object, const QString& fireClass);
 
@@ -100,6 +101,7 @@ private:
     QMutex m_eventMutex;
     // Created by Init on the application thread; touched only there.
     std::unique_ptr<MissedRunCatchUp> m_catchUp;
+    OccurrenceRecorder m_occurrences;
     // No fire of the date-time table is due before this time, so polls until
     // then need not walk the table. Any insertion clears it. Guarded by
     // m_dateTimeMutex.

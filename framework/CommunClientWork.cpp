@@ -91,6 +91,13 @@ void CommunClientWork::onRequestData(QByteArray blocks) {
     } else if (m_socket->state() == QAbstractSocket::UnconnectedState && !m_retryTimer->isActive()) {
         Connect();
     }
+    PublishState();
+}
+
+void CommunClientWork::PublishState() {
+    m_connected.store(m_socket != nullptr && m_socket->state() == QAbstractSocket::ConnectedState,
+                      std::memory_order_relaxed);
+    m_framesWaiting.store(m_pending.Size(), std::memory_order_relaxed);
 }
 
 void CommunClientWork::Buffer(const QByteArray& blocks) {
@@ -100,6 +107,9 @@ void CommunClientWork::Buffer(const QByteArray& blocks) {
         Logger::Warn(QString("The agent link to %1 buffers %2 commands; the oldest are being dropped.")
                          .arg(Destination())
                          .arg(kBufferLimit));
+    }
+    if (outcome.mergedRun) {
+        Q_EMIT runsMerged(outcome.planUuid, outcome.mergedDue, outcome.keptDue, outcome.mergedCount);
     }
     if (outcome.mergedRun && !m_mergedPlans.contains(outcome.planUuid)) {
         m_mergedPlans.insert(outcome.planUuid);
@@ -181,6 +191,7 @@ void CommunClientWork::onConnected() {
     }
     m_mergedPlans.clear();
     Flush();
+    PublishState();
 }
 
 void CommunClientWork::onDisconnected() {
@@ -191,6 +202,7 @@ void CommunClientWork::onDisconnected() {
         m_reportedFailure = true;
     }
     ScheduleRetry();
+    PublishState();
 }
 
 void CommunClientWork::onReadyRead() {
@@ -222,4 +234,5 @@ void CommunClientWork::ReleaseConnection() {
         delete m_socket;
         m_socket = nullptr;
     }
+    PublishState();
 }

@@ -44,9 +44,17 @@ public:
     // it takes them; 0 takes them at the next turn of its event loop. Set
     // before the worker's thread starts.
     void setGatherMSecs(int msecs) { m_gatherMSecs = msecs; }
+    // Safe from any thread: whether the link is connected now, and how many
+    // frames wait for it.
+    bool Connected() const { return m_connected.load(std::memory_order_relaxed); }
+    size_t FramesWaiting() const { return m_framesWaiting.load(std::memory_order_relaxed); }
 
 Q_SIGNALS:
     void returnResult(QByteArray blocks);
+    // A run waiting for the agent replaced an older run of the same plan:
+    // `mergedDue` will not run, `keptDue` runs for it and `count` earlier starts.
+    // Emitted on the worker's thread.
+    void runsMerged(QString planUuid, QString mergedDue, QString keptDue, int count);
 
 public Q_SLOTS:
     void onreconnectServer();
@@ -69,6 +77,7 @@ private:
     void ReleaseConnection();
     void Endpoint(QString& name, quint16& port) const;
     QString Destination() const;
+    void PublishState();
 
     mutable QMutex m_attributeMutex;
     CommunAttribute m_attribute;
@@ -85,6 +94,8 @@ private:
     // Plans whose waiting runs were merged during this outage, named once each.
     QSet<QString> m_mergedPlans;
     std::atomic<bool> m_releasedOnThread{false};
+    std::atomic<bool> m_connected{false};
+    std::atomic<size_t> m_framesWaiting{0};
 
     QMutex m_inboxMutex;
     QVector<QByteArray> m_inbox;

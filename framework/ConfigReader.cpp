@@ -17,11 +17,20 @@ struct Values {
     quint64 dateTimeFireType = 0;
     QString missedRunPolicy = "skip";
     quint64 missedRunSpreadSecs = 0;
+    ConfigReader::Metrics metrics;
+    int historyKeepPerPlan = 50;
+    int historyKeepDays = 90;
 };
 
 Values& Current() {
     static Values values;
     return values;
+}
+
+int PositiveValue(const QSettings& settings, const char* key, int fallback) {
+    bool ok = false;
+    const int value = settings.value(key, fallback).toInt(&ok);
+    return ok && value >= 1 ? value : fallback;
 }
 
 // The lowest port a key accepts: the command server may take 0, any free port,
@@ -30,6 +39,24 @@ quint16 PortValue(const QSettings& settings, const char* key, quint16 fallback, 
     bool ok = false;
     const uint port = settings.value(key, fallback).toUInt(&ok);
     return ok && port >= lowest && port <= 65535 ? static_cast<quint16>(port) : fallback;
+}
+
+quint64 CountValue(const QSettings& settings, const char* key, quint64 fallback, quint64 highest) {
+    bool ok = false;
+    const quint64 count = settings.value(key, fallback).toULongLong(&ok);
+    return ok && count >= 1 && count <= highest ? count : fallback;
+}
+
+ConfigReader::Metrics MetricsValues(const QSettings& settings) {
+    const ConfigReader::Metrics defaults;
+    ConfigReader::Metrics metrics;
+    metrics.textfilePath = settings.value("Metrics/TextfilePath").toString().trimmed();
+    metrics.intervalSecs = CountValue(settings, "Metrics/IntervalSecs", defaults.intervalSecs, 86400);
+    metrics.planSeriesLimit =
+        CountValue(settings, "Metrics/PlanSeriesLimit", defaults.planSeriesLimit, 10000);
+    metrics.overdueAfterSecs =
+        CountValue(settings, "Metrics/OverdueAfterSecs", defaults.overdueAfterSecs, 86400);
+    return metrics;
 }
 void LimitValue(const QSettings& settings, const QString& key, quint64 highest, quint64& value,
                 QStringList& problems) {
@@ -86,6 +113,9 @@ bool ConfigReader::IniReader(const QString& path) {
     values.dateTimeFireType = settings.value("Scheduler/DateTimeFireType", 0).toULongLong();
     values.missedRunPolicy = settings.value("Scheduler/MissedRunPolicy", defaults.missedRunPolicy).toString();
     values.missedRunSpreadSecs = settings.value("Scheduler/MissedRunSpreadSecs", 0).toULongLong();
+    values.metrics = MetricsValues(settings);
+    values.historyKeepPerPlan = PositiveValue(settings, "History/KeepPerPlan", defaults.historyKeepPerPlan);
+    values.historyKeepDays = PositiveValue(settings, "History/KeepDays", defaults.historyKeepDays);
     Current() = values;
     return true;
 }
@@ -160,4 +190,25 @@ void ConfigReader::setAllowedPeers(const QStringList& users, const QStringList& 
     Current().allowedUsers = users;
     Current().allowedGroups = groups;
     Current().allowedGroupsSet = true;
+}
+
+ConfigReader::Metrics ConfigReader::getMetrics() {
+    return Current().metrics;
+}
+
+void ConfigReader::setMetrics(const Metrics& metrics) {
+    Current().metrics = metrics;
+}
+
+int ConfigReader::getHistoryKeepPerPlan() {
+    return Current().historyKeepPerPlan;
+}
+
+int ConfigReader::getHistoryKeepDays() {
+    return Current().historyKeepDays;
+}
+
+void ConfigReader::setHistoryLimits(int keepPerPlan, int keepDays) {
+    Current().historyKeepPerPlan = keepPerPlan;
+    Current().historyKeepDays = keepDays;
 }

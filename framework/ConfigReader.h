@@ -6,6 +6,17 @@
 // (or the defaults while nothing was).
 class ConfigReader {
 public:
+    // [Metrics]: where the schedule health goes for the node exporter (empty:
+    // nowhere), how often, how many per-plan series at most, and how long
+    // after its due start a plan without a run counts as overdue. A count
+    // below 1 or above its limit (a day; 10,000 series) takes its default.
+    struct Metrics {
+        QString textfilePath;
+        quint64 intervalSecs = 15;
+        quint64 planSeriesLimit = 100;
+        quint64 overdueAfterSecs = 60;
+    };
+
     static bool IniReader(const QString& path);
     static void ResetToDefaults();
     // The [Log] keys, read on their own before the log opens: MaxFileMiB
@@ -34,10 +45,17 @@ public:
     // MissedRunSpreadSecs.
     static QString getMissedRunPolicy();
     static quint64 getMissedRunSpreadSecs();
+    static Metrics getMetrics();
+    // [History] KeepPerPlan (default 50) and KeepDays (default 90); a value
+    // below 1 takes the default.
+    static int getHistoryKeepPerPlan();
+    static int getHistoryKeepDays();
 
     // For tests and tools that drive components without a file.
     static void setDateTimeFireType(quint64 value);
     static void setAgentEndpoint(const QString& name, quint16 port);
     static void setMissedRunPolicy(const QString& policy, quint64 spreadSecs);
+    static void setHistoryLimits(int keepPerPlan, int keepDays);
     static void setAllowedPeers(const QStringList& users, const QStringList& groups);
+    static void setMetrics(const Metrics& metrics);
 };

@@ -20,6 +20,11 @@ public:
         bool mergedRun = false; // an older execute-trigger of the same plan was replaced
         bool droppedOldest = false;
         QString planUuid;
+        // With mergedRun: the start the replaced run was for, the start of the
+        // run that waits now, and how many earlier starts that one stands for.
+        QString mergedDue;
+        QString keptDue;
+        int mergedCount = 0;
     };
 
     explicit PendingFrames(size_t limit) : m_limit(limit) {}
@@ -27,17 +32,21 @@ public:
     // Takes the payload of one command and keeps its frame.
     Outcome Push(const QByteArray& payload);
     bool Empty() const { return m_frames.empty(); }
+    size_t Size() const { return m_frames.size(); }
     QByteArray TakeFront();
 
 private:
     struct Entry {
         QByteArray frame;
         QString key;
+        int merged = 0;
     };
 
     // The merge key of a payload ("600:<plan>"), empty for every other command
     // and for bytes that do not decode.
     static QString KeyOf(const QByteArray& payload, QString& planUuid);
+    // The start an execute-trigger's payload runs for; empty when it has none.
+    static QString DueOf(const QByteArray& payload);
     void Erase(std::list<Entry>::iterator entry);
 
     size_t m_limit;

@@ -27,7 +27,16 @@ install(TARGETS OrvelSchedulerService orvelctl RUNTIME DESTINATION ${ORVEL_INSTA
 install(FILES ${ORVEL_PACKAGE_STAGE}/cfg ${ORVEL_PACKAGE_STAGE}/data ${ORVEL_PACKAGE_STAGE}/log
               ${ORVEL_PACKAGE_STAGE}/dump DESTINATION ${ORVEL_INSTALL_DIR})
 install(FILES ${ORVEL_PACKAGE_STAGE}/orvelctl DESTINATION usr/bin)
-install(FILES cfg/config.ini DESTINATION etc/orvel-scheduler)
+# The packaged configuration writes the schedule health where Debian's node
+# exporter reads it.
+file(READ cfg/config.ini ORVEL_CONFIG)
+string(REPLACE "\nTextfilePath=\n" "\nTextfilePath=/var/lib/prometheus/node-exporter/orvel_scheduler.prom\n"
+       ORVEL_CONFIG "${ORVEL_CONFIG}")
+file(WRITE ${ORVEL_PACKAGE_STAGE}/config.ini "${ORVEL_CONFIG}")
+install(FILES ${ORVEL_PACKAGE_STAGE}/config.ini DESTINATION etc/orvel-scheduler)
+install(FILES packaging/orvel-scheduler.rules.yml DESTINATION usr/share/orvel-scheduler)
+install(FILES packaging/orvelctl.bash-completion DESTINATION usr/share/bash-completion/completions
+        RENAME orvelctl)
 install(FILES packaging/OrvelSchedulerService.service DESTINATION lib/systemd/system)
 install(FILES ${ORVEL_PACKAGE_STAGE}/OrvelSchedulerService.8.gz DESTINATION usr/share/man/man8)
 install(FILES ${ORVEL_PACKAGE_STAGE}/orvelctl.1.gz DESTINATION usr/share/man/man1)
@@ -53,6 +62,9 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt5sql5-sqlite, adduser")
+# acl lets the service write into the node exporter's folder, which root owns.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "acl")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "prometheus-node-exporter, prometheus")
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     "${CMAKE_SOURCE_DIR}/packaging/conffiles;${CMAKE_SOURCE_DIR}/packaging/postinst;${CMAKE_SOURCE_DIR}/packaging/prerm;${CMAKE_SOURCE_DIR}/packaging/postrm")

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 namespace {
 const QStringList kWritableFolders = {"data", "log", "dump"};
@@ -24,6 +25,13 @@ bool IsInside(const QString& path, const QString& folder) {
 
 // ProtectHome=yes hides these completely, and ReadWritePaths cannot reopen
 // them; an executable there gets them read-only instead.
+// The paths of a ReadWritePaths line that only count where they exist
+// ("-/path"): folders of other packages, such as the node exporter's, which
+// stay the same wherever the service is installed.
+QStringList OptionalPaths(const QString& line) {
+    return line.section('=', 1).split(' ', Qt::SkipEmptyParts).filter(QRegularExpression("^-"));
+}
+
 bool IsUnderHome(const QString& directory) {
     return IsInside(directory, "/home") || IsInside(directory, "/root") || IsInside(directory, "/run/user");
 }
@@ -65,7 +73,7 @@ QString SystemdUnit::Render(const QString& description, const QString& executabl
         } else if (line == "ProtectHome=yes" && IsUnderHome(directory)) {
             lines << "ProtectHome=read-only";
         } else if (line.startsWith("ReadWritePaths=")) {
-            lines << "ReadWritePaths=" + WritableFolders(directory).join(' ');
+            lines << "ReadWritePaths=" + (WritableFolders(directory) + OptionalPaths(line)).join(' ');
         } else {
             lines << line;
         }

@@ -7,6 +7,7 @@
 #include "framework/Logger.h"
 #include "framework/ResultCommand.h"
 #include "framework/WireFormat.h"
+#include "store/MetricsExposition.h"
 #include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
 #include "triggers/TriggerObject.h"
@@ -131,16 +132,39 @@ bool TaskScheduler::Start() {
         Check(m_triggerFireManager.Start(), "Failed to start the TriggerFireManager.");
     if (started) {
         TriggerFireManager::CatchUpDowntime(m_runState.TakeStoredRuns());
+        m_startMSecs = Clock::nowMSecsSinceEpoch();
+        const ConfigReader::Metrics metrics = ConfigReader::getMetrics();
+        m_metrics.Start(metrics.textfilePath, metrics.intervalSecs,
+                        [this](bool up) { return MetricsText(up); });
     }
     return started;
 }
 
+// The last metrics are written once nothing changes any more, while the run
+// state is still open.
 void TaskScheduler::Stop() {
     m_triggerFireManager.Stop();
     m_serverManager.Stop();
     m_clientManager.Stop();
     m_producerConsumerManager.Stop();
     m_dataStoreManager.Stop();
+    m_metrics.Stop();
+}
+
+QByteArray TaskScheduler::MetricsText(bool up) const {
+    const ConfigReader::Metrics settings = ConfigReader::getMetrics();
+    MetricsExposition::Live live;
+    live.up = up;
+    live.startMSecs = m_startMSecs;
+    live.agentConnected = m_clientManager.AgentConnected();
+    live.framesWaiting = m_clientManager.FramesWaiting();
+    live.unwrittenChanges = m_runState.UnwrittenChanges();
+    live.planCommands = m_serverManager.PlanCommandsDealt();
+    live.runs = m_runState.Tally().Take();
+    const ScheduleHealth::Figures figures = m_runState.Health().Take(
+        Clock::nowMSecsSinceEpoch(), static_cast<qint64>(settings.overdueAfterSecs) * 1000,
+        settings.planSeriesLimit);
+    return MetricsExposition::Build(figures, m_runState.WrittenAtMSecs(), live);
 }
 
 void TaskScheduler::UnInit() {

@@ -6,6 +6,7 @@
 #include "framework/CommunProducerConsumerManager.h"
 #include "platform/HeapTrimmer.h"
 #include "platform/SignalStack.h"
+#include "scheduler/MetricsTextfile.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 
@@ -30,6 +31,8 @@ public:
     quint16 commandServerPort() const { return m_serverManager.serverPort(); }
     // One line for systemd: how many plans there are and which runs next.
     QString StatusLine() const;
+    // The schedule health as the metrics file shows it.
+    QByteArray MetricsText(bool up) const;
 
 Q_SIGNALS:
     void statusChanged(QString line);
@@ -49,5 +52,7 @@ private:
     SchedulerServerManager m_serverManager;
     RunStateStore m_runState;
     HeapTrimmer m_heapTrimmer;
+    MetricsTextfile m_metrics;
+    qint64 m_startMSecs = 0;
     QString m_failure;
 };

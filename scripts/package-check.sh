@@ -37,6 +37,7 @@ app=/usr/lib/orvel-scheduler
 log=/var/log/orvel-scheduler/schedulerservice.log
 getent passwd orvel-scheduler > /dev/null || fail "no user orvel-scheduler"
 [ -x $app/OrvelSchedulerService ] || fail "service not installed"
+[ -f /usr/share/bash-completion/completions/orvelctl ] || fail "no bash completion for orvelctl"
 [ "$(readlink $app/cfg)" = /etc/orvel-scheduler ] && [ "$(readlink $app/data)" = /var/lib/orvel-scheduler ] ||
   fail "application folder links wrong"
 [ "$(stat -c %U /var/lib/orvel-scheduler/dump)" = orvel-scheduler ] || fail "dump folder not the service's"

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 PACKAGES=(cmake ninja-build g++ pkg-config qtbase5-dev libqt5sql5-sqlite liblog4cpp5-dev libsystemd-dev
           libbackward-cpp-dev libdw-dev libgtest-dev libgmock-dev libbenchmark-dev dbus sqlite3
-          libfaketime libsqlite3-dev)
+          libfaketime libsqlite3-dev prometheus prometheus-node-exporter)
 missing=()
 for package in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

@@ -1,6 +1,7 @@
 #include "RunStateStore.h"
 
 #include "framework/Clock.h"
+#include "framework/ConfigReader.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
 #include "platform/SignalStack.h"
@@ -42,6 +43,7 @@ struct RunStateStore::Update {
     std::optional<Run> run;
     std::optional<RunStateStore::Schedule> schedule;
     std::optional<Result> result;
+    QVector<RunHistory::Event> history;
 };
 
 namespace {
@@ -113,9 +115,12 @@ bool g_held = false;
 // A later change of the same plan on top of the earlier ones.
 void Apply(RunStateStore::Update& u, const RunStateStore::Update& change) {
     if (change.removeFirst) {
+        const QVector<RunHistory::Event> before = u.history;
         u = change;
+        u.history = before + change.history;
         return;
     }
+    u.history += change.history;
     if (change.run || change.schedule) {
         u.triggerType = change.triggerType;
     }
@@ -182,6 +187,12 @@ bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
     // until Close only its raw handle is used, by one thread at a time under
     // m_writeMutex; SQLite lets a connection move between threads so.
     m_handle = Handle(QSqlDatabase::database(m_connectionName, false));
+    if (m_handle != nullptr && !m_history.Prepare(m_handle, {ConfigReader::getHistoryKeepPerPlan(),
+                                                             ConfigReader::getHistoryKeepDays()})) {
+        Logger::Warn(QString("The run history in %1 cannot be kept (%2).")
+                         .arg(path, QString::fromUtf8(sqlite3_errmsg(m_handle))));
+    }
+    LoadHealth();
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         g_current = this;
@@ -292,6 +303,7 @@ QString RunStateStore::SetAside() {
 }
 
 void RunStateStore::CloseConnection() {
+    m_history.Detach();
     m_handle = nullptr;
     if (!m_open) {
         return;
@@ -495,6 +507,7 @@ void RunStateStore::RunWriter() {
 // run. It is tried again with the next batch, Flush or Close, never in a loop
 // of its own.
 bool RunStateStore::WriteTaken(const QHash<QString, Update>& taken) {
+    Observe(taken);
     if ((taken.isEmpty() && m_unwritten.isEmpty()) || m_handle == nullptr) {
         return m_lastWriteOk;
     }
@@ -508,8 +521,10 @@ bool RunStateStore::WriteTaken(const QHash<QString, Update>& taken) {
     m_lastWriteOk = WriteBatch(batch);
     if (!m_lastWriteOk) {
         m_unwritten.swap(batch);
+        m_unwrittenCount = static_cast<quint64>(m_unwritten.size());
         return false;
     }
+    m_unwrittenCount = 0;
     RefreshSummary(batch);
     return true;
 }
@@ -636,6 +651,7 @@ std::vector<BatchRow> InKeyOrder(const QHash<QString, RunStateStore::Update>& ba
 
 bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
     sqlite3* handle = m_handle;
+    qint64 writtenAt = 0;
     bool ok = handle != nullptr && sqlite3_exec(handle, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
     {
         const Statement upsert = ok ? Prepare(handle, kUpsert) : Statement();
@@ -646,14 +662,18 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
         ok = ok && upsert && remove && meta;
         const std::vector<BatchRow> rows = InKeyOrder(batch);
         for (auto row = rows.cbegin(); ok && row != rows.cend(); ++row) {
-            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value());
+            ok = WriteUpdate(upsert.get(), remove.get(), row->it.key(), row->it.value()) &&
+                 WriteHistory(row->it.key(), row->it.value());
         }
+        ok = ok && m_history.Prune(Clock::nowMSecsSinceEpoch());
         if (ok) {
-            sqlite3_bind_int64(meta.get(), 1, Clock::nowMSecsSinceEpoch());
+            writtenAt = Clock::nowMSecsSinceEpoch();
+            sqlite3_bind_int64(meta.get(), 1, writtenAt);
             ok = Step(meta.get());
         }
     }
     if (ok && sqlite3_exec(handle, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) {
+        m_writtenAtMSecs = writtenAt;
         m_reportedWriteFailure = false;
         return true;
     }
@@ -662,6 +682,7 @@ bool RunStateStore::WriteBatch(const QHash<QString, Update>& batch) {
     if (handle != nullptr) {
         sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
     }
+    m_history.Forget();
     // One line per streak of failures; the next batch tries again.
     if (!m_reportedWriteFailure) {
         Logger::Warn(QString("The run state of %1 plans could not be written to %2 (%3).")
@@ -734,7 +755,7 @@ void RunStateStore::Merge(const QString& planUuid, const Update& change) {
 
 void RunStateStore::RecordRun(const QString& planUuid, quint64 triggerType, const QString& due,
                               qint64 handedMSecs) {
-    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}});
+    Merge(planUuid, Update{false, triggerType, Update::Run{due, handedMSecs}, {}, {}, {}});
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const QString& nextStart,
@@ -746,13 +767,100 @@ void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType,
 }
 
 void RunStateStore::RecordSchedule(const QString& planUuid, quint64 triggerType, const Schedule& schedule) {
-    Merge(planUuid, Update{false, triggerType, {}, schedule, {}});
+    Merge(planUuid, Update{false, triggerType, {}, schedule, {}, {}});
 }
 
 void RunStateStore::RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs) {
-    Merge(planUuid, Update{false, 0, {}, {}, Update::Result{result, atMSecs}});
+    Merge(planUuid, Update{false,
+                           0,
+                           {},
+                           {},
+                           Update::Result{result, atMSecs},
+                           {RunHistory::Event{{}, RunHistory::Answer{result, atMSecs}}}});
 }
 
 void RunStateStore::RecordRemoval(const QString& planUuid) {
-    Merge(planUuid, Update{true, 0, {}, {}, {}});
+    Merge(planUuid, Update{true, 0, {}, {}, {}, {}});
+}
+
+void RunStateStore::RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    Merge(planUuid, Update{false, 0, {}, {}, {}, {RunHistory::Event{occurrence, {}}}});
+}
+
+bool RunStateStore::WriteHistory(const QString& planUuid, const Update& u) {
+    return m_history.Write(planUuid, u.history);
+}
+
+quint64 RunStateStore::UnwrittenChanges() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return m_unwrittenCount + (g_current == this ? static_cast<quint64>(g_changes.size()) : 0);
+}
+
+// Each batch is observed once, when it is taken, whether or not its write
+// succeeds: a batch that failed is written again with the next, not counted
+// again.
+void RunStateStore::Observe(const QHash<QString, Update>& taken) {
+    for (auto it = taken.constBegin(); it != taken.constEnd(); ++it) {
+        const Update& u = it.value();
+        if (u.removeFirst) {
+            m_health.Remove(it.key());
+        }
+        if (u.run) {
+            m_health.NoteRun(it.key(), u.triggerType, u.run->handedMSecs);
+        }
+        for (const RunHistory::Event& event : u.history) {
+            if (!event.answer) {
+                ObserveOccurrence(it.key(), event.occurrence);
+            }
+        }
+        if (u.schedule) {
+            m_health.NoteSchedule(it.key(), u.triggerType, u.schedule->nextStart, u.schedule->endFlag);
+        }
+        if (u.result) {
+            m_health.NoteResult(it.key(), u.result->code, u.result->atMSecs);
+            m_tally.NoteAnswer(u.result->code);
+        }
+    }
+}
+
+// Every start the history records is a run by its outcome, a missed one also
+// by its reason; a plan's end or deletion is no run.
+void RunStateStore::ObserveOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    using Outcome = RunHistory::Outcome;
+    if (occurrence.outcome < Outcome::OnTime || occurrence.outcome > Outcome::Moved) {
+        return;
+    }
+    const auto label = [](const QString& name) { return QString(name).replace(' ', '_'); };
+    m_tally.NoteOutcome(label(RunHistory::OutcomeName(occurrence.outcome)));
+    if (occurrence.outcome == Outcome::Missed || occurrence.outcome == Outcome::Merged) {
+        const QString reason = RunHistory::ReasonName(occurrence.reason);
+        m_tally.NoteMissed(reason.isEmpty() ? QString("unknown") : label(reason));
+        m_health.NoteMissed(planUuid, occurrence.dueMSecs);
+        return;
+    }
+    if (occurrence.handedMSecs >= 0) {
+        m_tally.NoteLateness(occurrence.handedMSecs - occurrence.dueMSecs);
+    }
+}
+
+// The plans the file knows when it is opened, read through the raw handle: at
+// a million plans Qt SQL's value conversions would cost seconds.
+void RunStateStore::LoadHealth() {
+    m_health.Clear();
+    if (m_handle == nullptr) {
+        return;
+    }
+    const Statement rows =
+        Prepare(m_handle, "SELECT plan_uuid, trigger_type, next_start, end_flag, last_handed, "
+                          "result, result_at FROM runs");
+    while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) {
+        sqlite3_stmt* row = rows.get();
+        m_health.Put(ColumnText(row, 0), static_cast<quint64>(sqlite3_column_int64(row, 1)),
+                     ColumnText(row, 2), static_cast<quint64>(sqlite3_column_int64(row, 3)),
+                     sqlite3_column_int64(row, 4), sqlite3_column_type(row, 5) != SQLITE_NULL,
+                     static_cast<quint64>(sqlite3_column_int64(row, 5)), sqlite3_column_int64(row, 6));
+    }
+    const Statement written = Prepare(m_handle, "SELECT value FROM meta WHERE key = 'written_at'");
+    m_writtenAtMSecs =
+        written && sqlite3_step(written.get()) == SQLITE_ROW ? sqlite3_column_int64(written.get(), 0) : 0;
 }

@@ -1,10 +1,15 @@
 #pragma once
 
+#include "RunHistory.h"
+#include "store/RunTally.h"
+#include "store/ScheduleHealth.h"
+
 #include <QHash>
 #include <QObject>
 #include <QSet>
 #include <QString>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -89,6 +94,14 @@ public:
     bool Flush();
     // Safe from any thread.
     Summary LastSummary() const;
+    // How the plans fare and what their runs came to, followed from every
+    // batch as it is taken; safe from any thread.
+    const ScheduleHealth& Health() const { return m_health; }
+    const RunTally& Tally() const { return m_tally; }
+    // When the file was last written, ms since the epoch; 0 when unknown.
+    qint64 WrittenAtMSecs() const { return m_writtenAtMSecs; }
+    // Changes recorded but not yet in the file; safe from any thread.
+    quint64 UnwrittenChanges() const;
 
     // What the run state keeps of a trigger as it was just computed.
     static Schedule ScheduleOf(const TriggerObject& object);
@@ -101,6 +114,8 @@ public:
     static void RecordSchedule(const QString& planUuid, quint64 triggerType, const Schedule& schedule);
     static void RecordResult(const QString& planUuid, quint64 result, qint64 atMSecs);
     static void RecordRemoval(const QString& planUuid);
+    // Use RunHistory::Record, which also logs what users must hear of.
+    static void RecordOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     // While held, the batch grows instead of being written; released, it is
     // written at once if its time has come. A poll pass holds it, and so does
     // the start of all fires, so that their changes go in one
@@ -125,7 +140,11 @@ private:
     void RunWriter();
     bool WriteTaken(const QHash<QString, Update>& batch);
     bool WriteBatch(const QHash<QString, Update>& batch);
+    bool WriteHistory(const QString& planUuid, const Update& u);
     void RefreshSummary(const QHash<QString, Update>& batch);
+    void LoadHealth();
+    void Observe(const QHash<QString, Update>& taken);
+    void ObserveOccurrence(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     void Publish(const Summary& summary);
     static void Merge(const QString& planUuid, const Update& change);
     static QHash<QString, Update> Merged(const std::vector<std::pair<QString, Update>>& changes);
@@ -135,6 +154,8 @@ private:
     bool m_open = false;
     // The connection's own SQLite handle; see Open for which thread uses it.
     sqlite3* m_handle = nullptr;
+    // Written inside the same transactions, by whoever holds m_writeMutex.
+    RunHistory m_history;
 
     std::thread m_writer;
     // Guarded by the lock of the pending batch, which the writer waits on.
@@ -146,9 +167,13 @@ private:
     std::mutex m_writeMutex;
     bool m_lastWriteOk = true;
     QHash<QString, Update> m_unwritten;
+    std::atomic<quint64> m_unwrittenCount{0};
+    std::atomic<qint64> m_writtenAtMSecs{0};
     bool m_reportedWriteFailure = false;
 
     mutable std::mutex m_summaryMutex;
     Summary m_summary;
     QHash<QString, StoredRun> m_storedRuns;
+    ScheduleHealth m_health;
+    RunTally m_tally;
 };

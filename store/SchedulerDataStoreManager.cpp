@@ -165,6 +165,7 @@ bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, Res
     }
     delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
     RunStateStore::RecordRemoval(planUuid);
+    RunHistory::RecordNow(planUuid, RunHistory::Outcome::Deleted, false);
     result->setUintResult(0);
     return true;
 }

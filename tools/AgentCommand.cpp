@@ -11,19 +11,21 @@
 #include "framework/RequestCommand.h"
 #include "framework/RequestTriggerExecuteInfoData.h"
 #include "framework/ResultCommand.h"
+#include "framework/WireFormat.h"
 #include "platform/SignalBridge.h"
 
 #include <QCoreApplication>
 #include <memory>
 
 QString AgentCommand::Help() {
-    return "Usage: orvelctl agent [--listen HOST] [--port P]\n"
+    return "Usage: orvelctl agent [--listen HOST] [--port P] [--refuse PLAN,...]\n"
            "A stand-in agent: listens where the service sends its commands, answers each with result 0\n"
-           "and prints one line per command received:\n"
+           "(1 for the runs of refused plans) and prints one line per command received:\n"
            "  <time received> <command type> <plan UUID> <next start time or -> <end flag>\n\n"
            "  --listen HOST       address to listen on (default: AgentLocalServerName of cfg/config.ini)\n"
            "  --port P            port to listen on (default: AgentPort of cfg/config.ini, 6061; 0 takes\n"
-           "                      any free port, which the line \"listening on\" names)\n\n"
+           "                      any free port, which the line \"listening on\" names)\n"
+           "  --refuse PLAN,...   answer the runs (600) of these plans with result 1\n\n"
            "Example:\n"
            "  orvelctl agent --port 6061\n";
 }
@@ -51,7 +53,7 @@ int AgentCommand::Run(const QStringList& arguments) {
     }
     ArgumentList parsed;
     QString error;
-    if (!parsed.Parse(arguments, {"--listen", "--port"}, error)) {
+    if (!parsed.Parse(arguments, {"--listen", "--port", "--refuse"}, error)) {
         return ToolOutput::UsageError("agent", error);
     }
     ServiceEndpoint::LoadConfiguration();
@@ -64,15 +66,19 @@ int AgentCommand::Run(const QStringList& arguments) {
     if (!server.Start(host, static_cast<quint16>(port))) {
         return ToolOutput::Fail(QString("orvelctl agent: cannot listen on %1:%2").arg(host).arg(port), 1);
     }
+    const QStringList refused = parsed.Value("--refuse").split(',', Qt::SkipEmptyParts);
     QObject::connect(&server, &CommunServer::incomingBlockData, &server,
-                     [&server](quint64, quint64 connection, QByteArray bytes) {
+                     [&server, refused](quint64, quint64 connection, QByteArray bytes) {
                          ToolOutput::Out(Describe(bytes) + "\n", 0);
                          std::unique_ptr<CommCommand> request(CommandBuilder::BytearrayToCommand(bytes));
                          ResultCommand result;
                          if (request) {
                              result.GetRequestCommandInfo(*request);
                          }
-                         result.setUintResult(0);
+                         const bool refuse = request &&
+                                             request->getCommandType() == CommandTypes::kExecuteTrigger &&
+                                             refused.contains(request->getPlanUuid());
+                         result.setUintResult(refuse ? 1 : 0);
                          server.SendResult(connection, CommandBuilder::CommandToBytearray(&result));
                      });
     ToolOutput::Fail(QString("orvelctl agent: listening on %1:%2").arg(host).arg(server.serverPort()), 0);

@@ -4,7 +4,7 @@
 #include "ServiceEndpoint.h"
 #include "ToolOutput.h"
 #include "TriggerOptions.h"
-#include "TriggerTypeNames.h"
+#include "triggers/TriggerTypeNames.h"
 
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"

@@ -1,5 +1,7 @@
 #include "RelativeTime.h"
 
+#include <QRegularExpression>
+
 namespace {
 constexpr qint64 kMinute = 60;
 constexpr qint64 kHour = 60 * kMinute;
@@ -28,6 +30,25 @@ QString RelativeTime::Span(qint64 msecs) {
         return QString("%1 %2h").arg(Days(secs / kDay)).arg(secs % kDay / kHour);
     }
     return Days(secs / kDay);
+}
+
+bool RelativeTime::ParseSpan(const QString& text, qint64& msecs) {
+    const QRegularExpression part(QStringLiteral("\\s*(\\d+)\\s*(s|min|h|days?|d)\\s*"));
+    const QString trimmed = text.trimmed();
+    msecs = 0;
+    int at = 0;
+    while (at < trimmed.size()) {
+        const QRegularExpressionMatch match =
+            part.match(trimmed, at, QRegularExpression::NormalMatch, QRegularExpression::AnchoredMatchOption);
+        if (!match.hasMatch()) {
+            return false;
+        }
+        const QString unit = match.captured(2);
+        const qint64 seconds = unit == "s" ? 1 : unit == "min" ? kMinute : unit == "h" ? kHour : kDay;
+        msecs += match.captured(1).toLongLong() * seconds * 1000;
+        at = match.capturedEnd();
+    }
+    return at > 0;
 }
 
 QString RelativeTime::Left(qint64 msecs) {

@@ -1,10 +1,12 @@
 #include "StatusCommand.h"
 
 #include "ArgumentList.h"
+#include "OccurrenceText.h"
 #include "RelativeTime.h"
 #include "ServiceEndpoint.h"
+#include "TextTable.h"
 #include "ToolOutput.h"
-#include "TriggerTypeNames.h"
+#include "triggers/TriggerTypeNames.h"
 
 #include "framework/Clock.h"
 #include "framework/ConfigReader.h"
@@ -16,13 +18,9 @@
 #include <QJsonObject>
 #include <QTcpSocket>
 
-#include <array>
-
 namespace {
 constexpr int kConnectMSecs = 1000;
 const QString kMomentFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
-
-using Row = std::array<QString, 7>;
 
 struct Service {
     QString endpoint;
@@ -46,19 +44,21 @@ QString ResultText(const RunStateReader::Plan& plan) {
     return plan.result == 0 ? "ok" : "failed";
 }
 
+using Occurrences = QHash<QString, RunHistoryReader::Row>;
+
 // Times of day are the local texts the service keeps, compared with `now`.
-Row TableRow(const RunStateReader::Plan& plan, qint64 nowMSecs) {
+QStringList TableRow(const RunStateReader::Plan& plan, const Occurrences& newest, qint64 nowMSecs) {
     const QDateTime next = LocalTime::Parse(plan.nextStart);
-    Row row;
-    row[0] = plan.endFlag != 0 ? "ended" : (next.isValid() ? plan.nextStart : "-");
-    row[1] =
-        next.isValid() && plan.endFlag == 0 ? RelativeTime::Left(next.toMSecsSinceEpoch() - nowMSecs) : "-";
-    row[2] = plan.lastDue.isEmpty() ? "never" : plan.lastDue;
-    row[3] = plan.lastDue.isEmpty() ? "-" : RelativeTime::Ago(nowMSecs - plan.lastHandedMSecs);
-    row[4] = ResultText(plan);
-    row[5] = TriggerTypeNames::Name(plan.triggerType);
-    row[6] = plan.planUuid;
-    return row;
+    const auto occurrence = newest.constFind(plan.planUuid);
+    return {plan.endFlag != 0 ? "ended" : (next.isValid() ? plan.nextStart : "-"),
+            next.isValid() && plan.endFlag == 0 ? RelativeTime::Left(next.toMSecsSinceEpoch() - nowMSecs)
+                                                : "-",
+            plan.lastDue.isEmpty() ? "never" : plan.lastDue,
+            plan.lastDue.isEmpty() ? "-" : RelativeTime::Ago(nowMSecs - plan.lastHandedMSecs),
+            ResultText(plan),
+            occurrence != newest.constEnd() ? OccurrenceText::Summary(*occurrence) : "-",
+            TriggerTypeNames::Name(plan.triggerType),
+            plan.planUuid};
 }
 
 QString Moment(qint64 msecs) {
@@ -77,28 +77,34 @@ QString Headline(const Service& service, qint64 nowMSecs) {
         .arg(state, RelativeTime::Ago(nowMSecs - service.writtenAtMSecs), Moment(service.writtenAtMSecs));
 }
 
-QString Table(const QVector<RunStateReader::Plan>& plans, qint64 nowMSecs) {
-    std::vector<Row> rows;
+QString Table(const QVector<RunStateReader::Plan>& plans, const Occurrences& newest, qint64 nowMSecs) {
+    std::vector<QStringList> rows;
     rows.reserve(static_cast<size_t>(plans.size()) + 1);
-    rows.push_back({"NEXT", "LEFT", "LAST", "PASSED", "RESULT", "TYPE", "PLAN"});
+    rows.push_back({"NEXT", "LEFT", "LAST", "PASSED", "RESULT", "OCCURRENCE", "TYPE", "PLAN"});
     for (const RunStateReader::Plan& plan : plans) {
-        rows.push_back(TableRow(plan, nowMSecs));
+        rows.push_back(TableRow(plan, newest, nowMSecs));
     }
-    std::array<int, 7> widths{};
-    for (const Row& row : rows) {
-        for (size_t i = 0; i < row.size(); ++i) {
-            widths[i] = qMax(widths[i], row[i].size());
-        }
+    return TextTable::Format(rows);
+}
+
+// The newest occurrence of each plan shown; none from a file without a
+// history.
+Occurrences NewestOccurrences(const QString& path, const QString& planUuid) {
+    RunHistoryReader reader;
+    QString error;
+    Occurrences newest;
+    if (!reader.Open(path, error)) {
+        return newest;
     }
-    QString text;
-    text.reserve(static_cast<int>(rows.size()) * 120);
-    for (const Row& row : rows) {
-        for (size_t i = 0; i + 1 < row.size(); ++i) {
-            text += row[i].leftJustified(widths[i] + 2);
-        }
-        text += row.back() + '\n';
+    if (planUuid.isEmpty()) {
+        reader.ReadNewest(newest, error);
+        return newest;
     }
-    return text;
+    QVector<RunHistoryReader::Row> rows;
+    if (reader.Read({planUuid, 0, QString(), 1}, rows, error) && !rows.isEmpty()) {
+        newest.insert(planUuid, rows.front());
+    }
+    return newest;
 }
 
 QJsonValue OrNull(bool present, const QJsonValue& value) {
@@ -113,17 +119,23 @@ QJsonValue MomentOrNull(qint64 msecs) {
     return t.toOffsetFromUtc(t.offsetFromUtc()).toString(Qt::ISODateWithMs);
 }
 
-QString Json(const Service& service, const QVector<RunStateReader::Plan>& plans) {
+QString Json(const Service& service, const QVector<RunStateReader::Plan>& plans, const Occurrences& newest) {
     QJsonArray list;
     for (const RunStateReader::Plan& plan : plans) {
-        list.append(QJsonObject{{"plan", plan.planUuid},
-                                {"type", TriggerTypeNames::Name(plan.triggerType)},
-                                {"nextStart", OrNull(!plan.nextStart.isEmpty(), plan.nextStart)},
-                                {"ended", plan.endFlag != 0},
-                                {"lastDue", OrNull(!plan.lastDue.isEmpty(), plan.lastDue)},
-                                {"lastHanded", MomentOrNull(plan.lastHandedMSecs)},
-                                {"result", OrNull(plan.hasResult, static_cast<qint64>(plan.result))},
-                                {"resultAt", MomentOrNull(plan.resultMSecs)}});
+        const auto occurrence = newest.constFind(plan.planUuid);
+        const bool known = occurrence != newest.constEnd();
+        list.append(QJsonObject{
+            {"plan", plan.planUuid},
+            {"outcome",
+             OrNull(known, known ? OccurrenceText::Outcome(*occurrence).replace(' ', '-') : QString())},
+            {"reason", OrNull(known, known ? OccurrenceText::Reason(*occurrence) : QString())},
+            {"type", TriggerTypeNames::Name(plan.triggerType)},
+            {"nextStart", OrNull(!plan.nextStart.isEmpty(), plan.nextStart)},
+            {"ended", plan.endFlag != 0},
+            {"lastDue", OrNull(!plan.lastDue.isEmpty(), plan.lastDue)},
+            {"lastHanded", MomentOrNull(plan.lastHandedMSecs)},
+            {"result", OrNull(plan.hasResult, static_cast<qint64>(plan.result))},
+            {"resultAt", MomentOrNull(plan.resultMSecs)}});
     }
     const QJsonObject root{{"running", service.running},
                            {"endpoint", service.endpoint},
@@ -138,7 +150,8 @@ QString StatusCommand::Help() {
            "Shows the service's schedule from its run state (data/state.db beside orvelctl): whether\n"
            "the service runs, then one line per plan sorted by next start: the next start and the time\n"
            "left, the start the last run was for and how long ago it went to the agent, the agent's\n"
-           "answer (ok, failed, waiting), the trigger type and the plan. While the service is down it\n"
+           "answer (ok, failed, waiting), what became of the plan's newest start and why (see orvelctl\n"
+           "history), the trigger type and the plan. While the service is down it\n"
            "shows the last state the service wrote.\n\n"
            "  --plan UUID         only this plan\n"
            "  --json              the same as one JSON document\n"
@@ -186,9 +199,10 @@ int StatusCommand::Run(const QStringList& arguments) {
     service.endpoint = QString("%1:%2").arg(host).arg(port);
     service.running = Answers(host, static_cast<quint16>(port));
     service.writtenAtMSecs = reader.WrittenAtMSecs();
+    const Occurrences newest = NewestOccurrences(path, parsed.Value("--plan"));
     if (json) {
-        return ToolOutput::Out(Json(service, plans), 0);
+        return ToolOutput::Out(Json(service, plans, newest), 0);
     }
     const qint64 nowMSecs = now.toMSecsSinceEpoch();
-    return ToolOutput::Out(Headline(service, nowMSecs) + Table(plans, nowMSecs), 0);
+    return ToolOutput::Out(Headline(service, nowMSecs) + Table(plans, newest, nowMSecs), 0);
 }

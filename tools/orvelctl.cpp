@@ -1,5 +1,8 @@
 #include "AgentCommand.h"
+#include "HistoryCommand.h"
+#include "MetricsCommand.h"
 #include "PlanCommand.h"
+#include "PlansCommand.h"
 #include "PreviewCommand.h"
 #include "StatusCommand.h"
 #include "ToolOutput.h"
@@ -14,6 +17,9 @@ QString Usage() {
            "  preview   show a trigger's next start times as the service computes them\n"
            "  plan      add, modify or delete a plan in the service's database and the running service\n"
            "  status    the service's schedule: next start, last run and its result per plan\n"
+           "  metrics   the schedule health from the run state, in the Prometheus text format\n"
+           "  history   what became of each start of each plan, and why, newest first\n"
+           "  plans     list the plan UUIDs of the service's database\n"
            "  agent     run a stand-in agent that prints and acknowledges the service's commands\n"
            "Run 'orvelctl <command> --help' for the options of a command.\n";
 }
@@ -33,6 +39,15 @@ int main(int argc, char** argv) {
     }
     if (command == "status") {
         return StatusCommand::Run(rest);
+    }
+    if (command == "metrics") {
+        return MetricsCommand::Run(rest);
+    }
+    if (command == "plans") {
+        return PlansCommand::Run(rest);
+    }
+    if (command == "history") {
+        return HistoryCommand::Run(rest);
     }
     if (command == "agent") {
         return AgentCommand::Run(rest);

@@ -59,6 +59,28 @@ TEST_F(ConfigReaderTest, ReadsEveryKey) {
     EXPECT_EQ(ConfigReader::getMaxClients(), 16);
 }
 
+// A count out of its range must neither stop the writes nor spin them.
+TEST_F(ConfigReaderTest, MetricsCountsOutOfRangeTakeTheirDefaults) {
+    const struct {
+        const char* text;
+        quint64 intervalSecs;
+        quint64 planSeriesLimit;
+    } cases[] = {
+        {"IntervalSecs=2\nPlanSeriesLimit=5\n", 2, 5},
+        {"IntervalSecs=0\nPlanSeriesLimit=-1\n", 15, 100},
+        {"IntervalSecs=18446744073709551615\nPlanSeriesLimit=1000000\n", 15, 100},
+        {"IntervalSecs=soon\n", 15, 100},
+    };
+    for (const auto& c : cases) {
+        Write(dir.filePath("config.ini"), QByteArray("[Metrics]\nTextfilePath=/tmp/x.prom\n") + c.text);
+        ASSERT_TRUE(ConfigReader::IniReader(dir.filePath("config.ini")));
+        const ConfigReader::Metrics metrics = ConfigReader::getMetrics();
+        EXPECT_EQ(metrics.textfilePath, "/tmp/x.prom");
+        EXPECT_EQ(metrics.intervalSecs, c.intervalSecs) << c.text;
+        EXPECT_EQ(metrics.planSeriesLimit, c.planSeriesLimit) << c.text;
+    }
+}
+
 struct ListCase {
     const char* text;
     QList<quint64> expected;

@@ -3,6 +3,7 @@
 #include "framework/CommandBuilder.h"
 #include "framework/FrameReader.h"
 #include "framework/RequestCommand.h"
+#include "framework/RequestTriggerExecuteInfoData.h"
 
 #include <gtest/gtest.h>
 
@@ -92,5 +93,33 @@ TEST(PendingFrames, BytesThatAreNoCommandWaitAsTheyAre) {
         frames.TakeFront();
     }
     EXPECT_EQ(waiting, 3);
+}
+} // namespace
+
+namespace {
+QByteArray RunFor(const char* plan, const char* due) {
+    std::unique_ptr<CommCommand> built(CommandBuilder::BuilderCommand(600));
+    auto* command = static_cast<RequestCommand*>(built.get());
+    command->setPlanUuid(plan);
+    RequestTriggerExecuteInfoData data;
+    data.setNextStartTime(due);
+    CommandBuilder::DataToBytearray(&data, command->getRfrnRequestData());
+    return CommandBuilder::CommandToBytearray(command);
+}
+
+// Each replaced run names its own start; the run that waits counts them all.
+TEST(PendingFrames, AMergeNamesTheReplacedStartAndCountsWhatTheWaitingRunStandsFor) {
+    PendingFrames frames(100);
+    const char* dues[] = {"2026-03-10 08:00:00", "2026-03-10 08:01:00", "2026-03-10 08:02:00",
+                          "2026-03-10 08:03:00", "2026-03-10 08:04:00"};
+    EXPECT_FALSE(frames.Push(RunFor("plan", dues[0])).mergedRun);
+    for (int i = 1; i < 5; ++i) {
+        const PendingFrames::Outcome outcome = frames.Push(RunFor("plan", dues[i]));
+        ASSERT_TRUE(outcome.mergedRun);
+        EXPECT_EQ(outcome.mergedDue, dues[i - 1]);
+        EXPECT_EQ(outcome.keptDue, dues[i]);
+        EXPECT_EQ(outcome.mergedCount, i);
+    }
+    EXPECT_EQ(frames.Push(RunFor("other", dues[0])).mergedCount, 0);
 }
 } // namespace

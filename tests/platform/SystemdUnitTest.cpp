@@ -32,7 +32,8 @@ TEST(SystemdUnit, HomeFoldersStayReadableAndOnlyAutoStartIsInstalled) {
     EXPECT_TRUE(home.contains("\nWantedBy=multi-user.target\n"));
     const QString system = SystemdUnit::Render("d", "/srv/orvel/OrvelSchedulerService", false);
     EXPECT_TRUE(system.contains("\nProtectHome=yes\n"));
-    EXPECT_TRUE(system.contains("\nReadWritePaths=/srv/orvel/data /srv/orvel/log /srv/orvel/dump\n"));
+    EXPECT_TRUE(system.contains("\nReadWritePaths=/srv/orvel/data /srv/orvel/log /srv/orvel/dump "
+                                "-/var/lib/prometheus/node-exporter\n"));
     EXPECT_FALSE(system.contains("[Install]"));
     EXPECT_FALSE(system.contains("WantedBy"));
 }

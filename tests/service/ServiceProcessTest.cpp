@@ -105,8 +105,9 @@ TEST(ServiceProcess, InstallsAndRemovesItsSystemdUnit) {
     const QMap<QString, QString> paths = {
         {"ExecStart", install.Executable() + " -e"},
         {"WorkingDirectory", directory},
-        {"ReadWritePaths",
-         QStringList{directory + "/data", directory + "/log", directory + "/dump"}.join(' ')}};
+        {"ReadWritePaths", QStringList{directory + "/data", directory + "/log", directory + "/dump",
+                                       "-/var/lib/prometheus/node-exporter"}
+                               .join(' ')}};
     for (const QString& line : QString::fromUtf8(packaged.readAll()).split('\n')) {
         const QString key = line.section('=', 0, 0);
         const QString expected = paths.contains(key) ? key + "=" + paths.value(key) : line;

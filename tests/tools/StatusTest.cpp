@@ -1,4 +1,5 @@
 // orvelctl status over a run state file, with and without a service.
+#include "support/ClockShift.h"
 #include "support/ToolRun.h"
 
 #include "store/RunStateStore.h"
@@ -42,6 +43,7 @@ TEST(RelativeTime, ReadsAsPeopleSayIt) {
 class Status : public ::testing::Test {
 protected:
     void SetUp() override {
+        ClockShift clock(QDateTime::fromMSecsSinceEpoch(At("2026-03-10 12:48:00")));
         RunStateStore store;
         ASSERT_TRUE(store.Open(Path(), {"nightly", "hourly", "logon", "once", "new"}));
         RunStateStore::RecordSchedule("nightly", 2, "2026-03-11 02:00:00", 0);
@@ -56,6 +58,12 @@ protected:
         RunStateStore::RecordSchedule("new", 3, "2026-03-12 16:30:00", 0);
         RunStateStore::RecordRun("new", 3, "2026-03-10 08:45:00", At("2026-03-10 08:45:00"));
         RunStateStore::RecordResult("new", 0, At("2026-03-10 08:44:00"));
+        RunHistory::Record("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 120,
+                                      RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
+        RunHistory::Record("nightly", {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
+                                       RunHistory::Outcome::CaughtUp, RunHistory::Reason::ServiceDown, 0, 0});
+        RunHistory::Record("once", {At("2026-03-09 08:00:00"), -1, RunHistory::Outcome::Missed,
+                                    RunHistory::Reason::ClockStepped, 0, 0});
     }
 
     static qint64 At(const char* text) {
@@ -65,10 +73,13 @@ protected:
     QString Path() const { return dir.filePath("state.db"); }
 
     ToolRun Orvelctl(const QStringList& extra, quint16 port) const {
-        return ToolRun::Of(QString(ORVEL_BIN_DIR) + "/orvelctl",
-                           QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
-                                       QString::number(port), "--now", "2026-03-10 12:48:00"} +
-                               extra);
+        return Run(QStringList{"status", "--state", Path(), "--server", "127.0.0.1", "--port",
+                               QString::number(port), "--now", "2026-03-10 12:48:00"} +
+                   extra);
+    }
+
+    static ToolRun Run(const QStringList& arguments) {
+        return ToolRun::Of(QString(ORVEL_BIN_DIR) + "/orvelctl", arguments);
     }
 
     QTemporaryDir dir;
@@ -87,12 +98,18 @@ TEST_F(Status, ListsPlansByNextStartInAlignedColumns) {
                                 .arg(service.serverPort())))
         << lines[0].toStdString();
     const QStringList expected = {
-        "NEXT                 LEFT            LAST                 PASSED        RESULT   TYPE    PLAN",
-        "2026-03-10 13:00:00  12min left      2026-03-10 12:00:00  48min ago     failed   daily   hourly",
-        "2026-03-11 02:00:00  13h 12min left  2026-03-10 02:00:00  2 days ago    ok       daily   nightly",
-        "2026-03-12 16:30:00  2 days left     2026-03-10 08:45:00  4h 3min ago   waiting  weekly  new",
-        "-                    -               never                -             -        logon   logon",
-        "ended                -               2026-03-09 08:00:00  1 day 4h ago  waiting  once    once",
+        "NEXT                 LEFT            LAST                 PASSED        RESULT   OCCURRE"
+        "NCE                 TYPE    PLAN",
+        "2026-03-10 13:00:00  12min left      2026-03-10 12:00:00  48min ago     failed   on time"
+        "                    daily   hourly",
+        "2026-03-11 02:00:00  13h 12min left  2026-03-10 02:00:00  2 days ago    ok       caught "
+        "up (down 1 day 2h)  daily   nightly",
+        "2026-03-12 16:30:00  2 days left     2026-03-10 08:45:00  4h 3min ago   waiting  -      "
+        "                    weekly  new",
+        "-                    -               never                -             -        -      "
+        "                    logon   logon",
+        "ended                -               2026-03-09 08:00:00  1 day 4h ago  waiting  missed "
+        "(clock stepped)     once    once",
     };
     EXPECT_EQ(lines.mid(1), expected) << run.out.toStdString();
 }
@@ -115,6 +132,33 @@ TEST_F(Status, WorksWhileTheServiceIsDownAndForOnePlan) {
     EXPECT_EQ(unknown.err, "orvelctl status: the run state knows no plan 'nosuch'\n");
 }
 
+// The metrics of the same file: the unanswered runs of "once" (ended) and
+// "new" are overdue, the refusal of "hourly" is named.
+TEST_F(Status, MetricsReadTheSameRunState) {
+    const ToolRun run = Run({"metrics", "--state", Path(), "--now", "2026-03-10 12:48:00"});
+    ASSERT_EQ(run.code, 0) << run.err.toStdString();
+    const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+    const auto seconds = [](const char* moment) { return QString::number(At(moment) / 1000) + ".000"; };
+    for (const QString& line : {
+             QString("orvel_scheduler_plans{type=\"daily\",state=\"scheduled\"} 2"),
+             QString("orvel_scheduler_plans{type=\"once\",state=\"ended\"} 1"),
+             QString("orvel_scheduler_next_start_timestamp_seconds ") + seconds("2026-03-10 13:00:00"),
+             QString("orvel_scheduler_overdue_plans 2"),
+             QString("orvel_scheduler_refused_plans 1"),
+             QString("orvel_scheduler_plan_overdue_since_timestamp_seconds{plan=\"once\"} ") +
+                 seconds("2026-03-09 08:00:00"),
+             QString("orvel_scheduler_plan_refused_timestamp_seconds{plan=\"hourly\"} ") +
+                 seconds("2026-03-10 12:00:01"),
+             QString("orvel_scheduler_plan_series_left_out 0"),
+         }) {
+        EXPECT_TRUE(lines.contains(line)) << line.toStdString() << "\n" << run.out.toStdString();
+    }
+    EXPECT_TRUE(lines.filter("orvel_scheduler_up").isEmpty()) << "only the service knows whether it runs";
+
+    EXPECT_EQ(Run({"metrics", "--now", "tomorrow"}).code, 2);
+    EXPECT_EQ(Run({"metrics", "--state", dir.filePath("missing.db")}).code, 1);
+}
+
 TEST_F(Status, GivesOneJsonDocument) {
     const ToolRun run = Orvelctl({"--json"}, 1);
     ASSERT_EQ(run.code, 0) << run.err.toStdString();
@@ -126,6 +170,9 @@ TEST_F(Status, GivesOneJsonDocument) {
     EXPECT_EQ(first.value("plan").toString(), "hourly");
     EXPECT_EQ(first.value("nextStart").toString(), "2026-03-10 13:00:00");
     EXPECT_EQ(first.value("result").toInt(), 1);
+    EXPECT_EQ(first.value("outcome").toString(), "on-time");
+    EXPECT_EQ(plans.at(1).toObject().value("reason").toString(), "down 1 day 2h");
+    EXPECT_TRUE(plans.at(2).toObject().value("outcome").isNull());
     EXPECT_TRUE(plans.at(3).toObject().value("lastDue").isNull());
     EXPECT_TRUE(plans.at(4).toObject().value("ended").toBool());
 }

@@ -3,7 +3,7 @@
 #include <QMap>
 #include <QString>
 
-// The words orvelctl uses for trigger types.
+// The words for trigger types, as orvelctl and the metrics show them.
 class TriggerTypeNames {
 public:
     // "once", "daily", ..., "logon", ...; "type N" for any other number.

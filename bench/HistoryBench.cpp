@@ -1,0 +1,183 @@
+// The run history at scale, measured as its users meet it:
+//  1. what a first poll of N plans, each adding one row, costs in CPU on top of
+//     the run state it writes anyway (the occurrences recorded, the batch
+//     written in one transaction);
+//  2. the real orvelctl history over a file of N plans with R rows each,
+//     written through the service's own store: --plan P and --since over the
+//     last hour, from process start to exit.
+// Usage: history_bench [plans] [rows per plan] [state file to keep]
+#include "firing/OccurrenceRecorder.h"
+#include "framework/Clock.h"
+#include "store/RunStateStore.h"
+#include "triggers/LocalTime.h"
+#include "triggers/TriggerObject.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <ctime>
+#include <sys/resource.h>
+#include <vector>
+
+namespace {
+constexpr qint64 kHour = 3600000;
+
+QString PlanUuid(int i) {
+    return QString("%1-4c1d-8e2f-9a0b-%2")
+        .arg(i * 2654435761u % 4294967291u, 8, 16, QChar('0'))
+        .arg(i, 12, 10, QChar('0'));
+}
+
+double ProcessCpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+double ChildCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+std::vector<TriggerObject> DailyPlans(int plans) {
+    std::vector<TriggerObject> objects(static_cast<size_t>(plans));
+    for (int i = 0; i < plans; ++i) {
+        objects[static_cast<size_t>(i)].setPlanUuid(PlanUuid(i));
+        TriggerAttribute attribute;
+        attribute.setTriggerType(2);
+        attribute.setStartTime(QString("2026-01-01 %1:%2:00")
+                                   .arg(i / 60 % 24, 2, 10, QChar('0'))
+                                   .arg(i % 60, 2, 10, QChar('0')));
+        objects[static_cast<size_t>(i)].setTriggerAttribute(attribute);
+    }
+    return objects;
+}
+
+// One poll's batch: what the run state records of each run anyway, and with
+// `history` the occurrence of each as the poll records it. CPU seconds of the
+// recording and of the write.
+struct Cost {
+    double recording;
+    double writing;
+};
+
+Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64 dueMSecs, bool history) {
+    OccurrenceRecorder recorder;
+    const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs));
+    const QString next = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs + 24 * kHour));
+    const double before = ProcessCpuSeconds();
+    RunStateStore::HoldBatch(true);
+    for (TriggerObject& object : objects) {
+        RunStateStore::RecordRun(object.getPlanUuid(), 2, due, dueMSecs + 5);
+        RunStateStore::RecordSchedule(object.getPlanUuid(), 2, next, 0);
+        if (history) {
+            recorder.Ran(object, dueMSecs, true);
+        }
+    }
+    RunStateStore::HoldBatch(false);
+    const double recorded = ProcessCpuSeconds();
+    store.Flush();
+    return Cost{recorded - before, ProcessCpuSeconds() - recorded};
+}
+
+void FirstPollCost(int plans) {
+    QTemporaryDir dir;
+    std::vector<TriggerObject> objects = DailyPlans(plans);
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    for (int round = 0; round < 3; ++round) {
+        Cost cost[2] = {};
+        for (const bool history : {false, true}) {
+            RunStateStore store;
+            const QString path = dir.filePath(QString("poll-%1-%2.db").arg(round).arg(history));
+            // A service that has run before knows its plans' numbers; the
+            // first round starts from an empty file.
+            if (round > 0) {
+                QFile::copy(dir.filePath(QString("poll-0-%1.db").arg(history)), path);
+            }
+            store.Open(path, {});
+            cost[history] = PollBatch(store, objects, now - now % 60000 + round * kHour, history);
+            store.Close();
+        }
+        std::printf("first poll of %d plans (%s file): CPU recording %.3f -> %.3f s, writing %.3f -> %.3f s: "
+                    "+%.3f s\n",
+                    plans, round == 0 ? "new" : "known", cost[0].recording, cost[1].recording,
+                    cost[0].writing, cost[1].writing,
+                    cost[1].recording + cost[1].writing - cost[0].recording - cost[0].writing);
+    }
+}
+
+// Hourly rows, the newest due in the hour before `end`, written in the
+// store's batches as a service running for that many hours would.
+void WriteHistory(const QString& path, int plans, int rows, qint64 end) {
+    RunStateStore store;
+    store.Open(path, {});
+    for (int hour = rows; hour >= 1; --hour) {
+        RunStateStore::HoldBatch(true);
+        for (int i = 0; i < plans; ++i) {
+            const qint64 due = end - hour * kHour + (i % 3600) * 1000LL;
+            const QString plan = PlanUuid(i);
+            RunHistory::Record(
+                plan, {due, due + 3 + i % 500, RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
+            RunStateStore::RecordResult(plan, i % 50 == 0 ? 1 : 0, due + 60000 + i % 7000);
+        }
+        RunStateStore::HoldBatch(false);
+        store.Flush();
+    }
+    store.Close();
+}
+
+double RunSeconds(const QStringList& arguments, qint64& bytes, double& cpu) {
+    const double cpuBefore = ChildCpuSeconds();
+    QProcess orvelctl;
+    QElapsedTimer timer;
+    timer.start();
+    orvelctl.start(QCoreApplication::applicationDirPath() + "/orvelctl", arguments);
+    orvelctl.waitForFinished(120000);
+    bytes = orvelctl.readAllStandardOutput().size();
+    cpu = ChildCpuSeconds() - cpuBefore;
+    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    // As the service does at start-up.
+    Clock::PinLocalTimeZone();
+    QCoreApplication app(argc, argv);
+    const int plans = argc > 1 ? QString(argv[1]).toInt() : 100000;
+    const int rows = argc > 2 ? QString(argv[2]).toInt() : 50;
+    QTemporaryDir dir;
+    const QString path = argc > 3 ? QString(argv[3]) : dir.filePath("state.db");
+    FirstPollCost(plans);
+
+    const qint64 end = Clock::nowMSecsSinceEpoch();
+    if (!QFileInfo::exists(path)) {
+        QElapsedTimer writing;
+        writing.start();
+        WriteHistory(path, plans, rows, end);
+        std::printf("wrote %d rows in %.1f s\n", plans * rows, writing.elapsed() / 1000.0);
+    }
+    const qint64 bytes = QFileInfo(path).size() + QFileInfo(path + "-wal").size();
+    std::printf("state file: %lld bytes, %.1f bytes per history row\n", bytes,
+                static_cast<double>(bytes) / (static_cast<double>(plans) * rows));
+    const QString now = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(end));
+    const QList<QStringList> queries = {
+        {"--plan", PlanUuid(plans / 2)}, {"--since", "1h"}, {"--since", "1h", "--json"}};
+    for (const QStringList& query : queries) {
+        for (int run = 0; run < 3; ++run) {
+            qint64 output = 0;
+            double cpu = 0;
+            const double seconds =
+                RunSeconds(QStringList{"history", "--state", path, "--now", now} + query, output, cpu);
+            std::printf("orvelctl history %s: %.3f s wall, %.3f s CPU (%lld bytes of output)\n",
+                        qPrintable(query.join(' ')), seconds, cpu, output);
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,373 @@
+#include "RunHistory.h"
+
+#include "RunStateStore.h"
+
+#include "framework/Clock.h"
+#include "framework/LogText.h"
+#include "framework/Logger.h"
+#include "triggers/LocalTime.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+
+namespace {
+constexpr qint64 kDayMSecs = 86400000;
+// Trimming a plan to its count costs a look into the plan's rows, so it is
+// done after the plan gained a fifth of its count (10 rows of 50) rather than
+// after each row: a plan holds at most KeepPerPlan * 1.2 rows.
+constexpr int kTrimShare = 5;
+constexpr qint64 kAgePruneEveryMSecs = 60000;
+constexpr qint64 kEndSeconds = 5;
+
+constexpr const char* kCreatePlans =
+    "CREATE TABLE IF NOT EXISTS history_plans (id INTEGER PRIMARY KEY, plan_uuid TEXT NOT NULL UNIQUE)";
+// kind is outcome * 16 + reason; handed is ms after the start, result_at ms
+// after the hand-over; result -1 means the next start came before an answer.
+constexpr const char* kCreateHistory = "CREATE TABLE IF NOT EXISTS history ("
+                                       "due INTEGER NOT NULL,"
+                                       "plan INTEGER NOT NULL,"
+                                       "handed INTEGER,"
+                                       "kind INTEGER NOT NULL,"
+                                       "detail INTEGER,"
+                                       "merged INTEGER,"
+                                       "result INTEGER,"
+                                       "result_at INTEGER,"
+                                       "PRIMARY KEY (due, plan)) WITHOUT ROWID";
+constexpr const char* kCreateByPlan = "CREATE INDEX IF NOT EXISTS history_by_plan ON history (plan, due)";
+
+// A later word on the same start replaces what an earlier one said of it (a
+// missed start that is caught up), but keeps the agent's answer. A merged
+// start never reached the agent; kind 0 only counts what a run merged.
+constexpr const char* kInsert =
+    "INSERT INTO history (due, plan, handed, kind, detail, merged) VALUES (?1, ?2, ?3, ?4, ?5, ?6) "
+    "ON CONFLICT(due, plan) DO UPDATE SET "
+    "handed = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
+    "result = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE result END,"
+    "kind = CASE WHEN ?4 = 0 THEN kind ELSE ?4 END,"
+    "detail = coalesce(excluded.detail, detail),"
+    "merged = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.merged, merged) END";
+constexpr const char* kAnswerAwaited =
+    "UPDATE history SET result = ?, result_at = ? - (due * 1000 + handed) WHERE due = ? AND plan = ?";
+// An answer after a restart finds its hand-over in the file.
+constexpr const char* kAnswerNewest =
+    "UPDATE history SET result = ?1, result_at = ?2 - (due * 1000 + handed) WHERE plan = ?3 AND due = "
+    "(SELECT max(due) FROM history WHERE plan = ?3 AND handed IS NOT NULL AND result IS NULL) RETURNING due";
+constexpr const char* kTrimPlan = "DELETE FROM history WHERE plan = ?1 AND due < (SELECT due FROM history "
+                                  "WHERE plan = ?1 ORDER BY due DESC LIMIT 1 OFFSET ?2 - 1)";
+constexpr const char* kPruneAge = "DELETE FROM history WHERE due < ?";
+constexpr const char* kProbe =
+    "SELECT due, plan, handed, kind, detail, merged, result, result_at FROM history LIMIT 1";
+constexpr const char* kPruneGonePlans =
+    "DELETE FROM history_plans WHERE NOT EXISTS (SELECT 1 FROM history WHERE plan = history_plans.id)";
+
+QString DueText(qint64 dueSecs) {
+    return LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueSecs * 1000));
+}
+
+bool Done(sqlite3_stmt* statement) {
+    const int status = sqlite3_step(statement);
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    return status == SQLITE_DONE;
+}
+} // namespace
+
+void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
+    RunStateStore::RecordOccurrence(planUuid, occurrence);
+    if (occurrence.outcome != Outcome::Missed && occurrence.outcome != Outcome::Merged) {
+        return;
+    }
+    const QString plan = LogText::Outside(planUuid);
+    const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(occurrence.dueMSecs));
+    if (occurrence.outcome == Outcome::Missed) {
+        Logger::Warn(
+            QString("Plan[%1] start [%2] was missed: %3.").arg(plan, due, ReasonName(occurrence.reason)));
+    } else {
+        Logger::Warn(QString("Plan[%1] start [%2] was merged into a later run: %3.")
+                         .arg(plan, due, ReasonName(occurrence.reason)));
+    }
+}
+
+void RunHistory::RecordNow(const QString& planUuid, Outcome outcome, bool handed) {
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    Record(planUuid, Occurrence{now, handed ? now : -1, outcome, Reason::None, 0, 0});
+}
+
+bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
+    Detach();
+    m_limits = limits;
+    m_limits.keepPerPlan = qMax(1, m_limits.keepPerPlan);
+    m_limits.keepDays = qMax(1, m_limits.keepDays);
+    // Tables of another shape leave the history off rather than failing the
+    // run state's batches, which carry it.
+    for (const char* sql : {kCreatePlans, kCreateHistory, kCreateByPlan, kProbe, kPruneGonePlans}) {
+        if (sqlite3_exec(handle, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+            return false;
+        }
+    }
+    sqlite3_stmt* plans = nullptr;
+    if (sqlite3_prepare_v2(handle, "SELECT id, plan_uuid FROM history_plans", -1, &plans, nullptr) !=
+        SQLITE_OK) {
+        return false;
+    }
+    while (sqlite3_step(plans) == SQLITE_ROW) {
+        const auto* text = static_cast<const QChar*>(sqlite3_column_text16(plans, 1));
+        m_planIds.insert(QString(text, sqlite3_column_bytes16(plans, 1) / 2), sqlite3_column_int64(plans, 0));
+    }
+    sqlite3_finalize(plans);
+    m_handle = handle;
+    return true;
+}
+
+void RunHistory::Detach() {
+    for (sqlite3_stmt* statement : qAsConst(m_statements)) {
+        sqlite3_finalize(statement);
+    }
+    m_statements.clear();
+    m_handle = nullptr;
+    Forget();
+}
+
+void RunHistory::Forget() {
+    m_planIds.clear();
+    m_awaitedDue.clear();
+    m_added.clear();
+}
+
+sqlite3_stmt* RunHistory::Statement(const char* sql) {
+    sqlite3_stmt*& statement = m_statements[sql];
+    if (statement == nullptr) {
+        sqlite3_prepare_v2(m_handle, sql, -1, &statement, nullptr);
+    }
+    return statement;
+}
+
+qint64 RunHistory::PlanId(const QString& planUuid) {
+    const auto known = m_planIds.constFind(planUuid);
+    if (known != m_planIds.constEnd()) {
+        return known.value();
+    }
+    sqlite3_stmt* insert =
+        Statement("INSERT INTO history_plans (plan_uuid) VALUES (?) ON CONFLICT DO UPDATE SET plan_uuid = "
+                  "plan_uuid RETURNING id");
+    if (insert == nullptr) {
+        return 0;
+    }
+    sqlite3_bind_text16(insert, 1, planUuid.utf16(), planUuid.size() * 2, SQLITE_STATIC);
+    const qint64 id = sqlite3_step(insert) == SQLITE_ROW ? sqlite3_column_int64(insert, 0) : 0;
+    Done(insert);
+    if (id != 0) {
+        m_planIds.insert(planUuid, id);
+    }
+    return id;
+}
+
+bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
+    if (m_handle == nullptr || events.isEmpty()) {
+        return true;
+    }
+    const int occurrences = static_cast<int>(
+        std::count_if(events.cbegin(), events.cend(), [](const Event& event) { return !event.answer; }));
+    // An answer for a plan without a history has no row to land on.
+    const qint64 planId = occurrences == 0 ? m_planIds.value(planUuid, 0) : PlanId(planUuid);
+    if (planId == 0) {
+        return occurrences == 0;
+    }
+    for (const Event& event : events) {
+        const bool ok = event.answer ? SetAnswer(planId, planUuid, *event.answer)
+                                     : Insert(planId, planUuid, event.occurrence, events);
+        if (!ok) {
+            return false;
+        }
+    }
+    int& added = m_added[planId];
+    added += occurrences;
+    if (added < qMax(1, m_limits.keepPerPlan / kTrimShare)) {
+        return true;
+    }
+    added = 0;
+    return Bind(Statement(kTrimPlan), {planId, m_limits.keepPerPlan}) && Done(Statement(kTrimPlan));
+}
+
+// An end takes the first free second from its own on, so that it never
+// overwrites the run of the same second that ended the plan.
+bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
+    sqlite3_stmt* insert =
+        Statement("INSERT INTO history (due, plan, kind) VALUES (?, ?, ?) ON CONFLICT DO NOTHING");
+    for (qint64 dueSecs = occurrence.dueMSecs / 1000; dueSecs < occurrence.dueMSecs / 1000 + kEndSeconds;
+         ++dueSecs) {
+        if (!Bind(insert, {dueSecs, planId, static_cast<int>(occurrence.outcome) * 16}) || !Done(insert)) {
+            return false;
+        }
+        if (sqlite3_changes(m_handle) > 0) {
+            break;
+        }
+    }
+    return true;
+}
+
+bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
+                        const QVector<Event>& batch) {
+    if (occurrence.outcome == Outcome::Ended || occurrence.outcome == Outcome::Deleted) {
+        return InsertEnd(planId, occurrence);
+    }
+    const qint64 dueSecs = occurrence.dueMSecs / 1000;
+    const bool handed = occurrence.handedMSecs >= 0;
+    if (handed && !CloseAwaited(planId, planUuid, dueSecs, batch)) {
+        return false;
+    }
+    sqlite3_stmt* insert = Statement(kInsert);
+    if (insert == nullptr) {
+        return false;
+    }
+    sqlite3_bind_int64(insert, 1, dueSecs);
+    sqlite3_bind_int64(insert, 2, planId);
+    if (handed) {
+        sqlite3_bind_int64(insert, 3, occurrence.handedMSecs - dueSecs * 1000);
+        m_awaitedDue.insert(planId, dueSecs);
+    }
+    sqlite3_bind_int64(insert, 4,
+                       static_cast<int>(occurrence.outcome) * 16 + static_cast<int>(occurrence.reason));
+    if (occurrence.detail != 0) {
+        sqlite3_bind_int64(insert, 5, occurrence.detail);
+    }
+    if (occurrence.merged != 0) {
+        sqlite3_bind_int64(insert, 6, occurrence.merged);
+    }
+    return Done(insert);
+}
+
+// A new hand-over of the plan ends the wait for the answer to the one before,
+// unless that one never left because the new one replaced it.
+bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
+                              const QVector<Event>& batch) {
+    const auto awaited = m_awaitedDue.constFind(planId);
+    if (awaited == m_awaitedDue.constEnd() || awaited.value() == dueSecs) {
+        return true;
+    }
+    const qint64 before = awaited.value();
+    m_awaitedDue.erase(awaited);
+    for (const Event& other : batch) {
+        if (!other.answer && other.occurrence.outcome == Outcome::Merged &&
+            other.occurrence.dueMSecs / 1000 == before) {
+            return true;
+        }
+    }
+    sqlite3_stmt* update =
+        Statement("UPDATE history SET result = -1 WHERE due = ? AND plan = ? AND result IS NULL");
+    if (update == nullptr) {
+        return false;
+    }
+    sqlite3_bind_int64(update, 1, before);
+    sqlite3_bind_int64(update, 2, planId);
+    if (!Done(update)) {
+        return false;
+    }
+    if (sqlite3_changes(m_handle) > 0) {
+        Logger::Warn(QString("Plan[%1] run for [%2] got no answer from the agent before its next start.")
+                         .arg(LogText::Outside(planUuid), DueText(before)));
+    }
+    return true;
+}
+
+bool RunHistory::SetAnswer(qint64 planId, const QString& planUuid, const Answer& answer) {
+    const auto awaited = m_awaitedDue.constFind(planId);
+    const bool known = awaited != m_awaitedDue.constEnd();
+    sqlite3_stmt* update = Statement(known ? kAnswerAwaited : kAnswerNewest);
+    if (update == nullptr) {
+        return false;
+    }
+    sqlite3_bind_int64(update, 1, static_cast<qint64>(answer.code));
+    sqlite3_bind_int64(update, 2, answer.atMSecs);
+    if (known) {
+        sqlite3_bind_int64(update, 3, awaited.value());
+        sqlite3_bind_int64(update, 4, planId);
+    } else {
+        sqlite3_bind_int64(update, 3, planId);
+    }
+    qint64 dueSecs = known ? awaited.value() : 0;
+    int status = sqlite3_step(update);
+    if (!known && status == SQLITE_ROW) {
+        dueSecs = sqlite3_column_int64(update, 0);
+        status = sqlite3_step(update);
+    }
+    sqlite3_reset(update);
+    sqlite3_clear_bindings(update);
+    if (known) {
+        m_awaitedDue.erase(awaited);
+    }
+    if (status != SQLITE_DONE) {
+        return false;
+    }
+    if (answer.code == 1 && dueSecs != 0) {
+        Logger::Warn(QString("Plan[%1] run for [%2] was refused by the agent.")
+                         .arg(LogText::Outside(planUuid), DueText(dueSecs)));
+    }
+    return true;
+}
+
+bool RunHistory::Prune(qint64 nowMSecs) {
+    if (m_handle == nullptr || (m_prunedAtMSecs != 0 && nowMSecs - m_prunedAtMSecs < kAgePruneEveryMSecs &&
+                                nowMSecs >= m_prunedAtMSecs)) {
+        return true;
+    }
+    m_prunedAtMSecs = nowMSecs;
+    return Bind(Statement(kPruneAge), {(nowMSecs - m_limits.keepDays * kDayMSecs) / 1000}) &&
+           Done(Statement(kPruneAge));
+}
+
+bool RunHistory::Bind(sqlite3_stmt* statement, std::initializer_list<qint64> values) {
+    if (statement == nullptr) {
+        return false;
+    }
+    int index = 0;
+    for (const qint64 value : values) {
+        sqlite3_bind_int64(statement, ++index, value);
+    }
+    return true;
+}
+
+QString RunHistory::OutcomeName(Outcome outcome) {
+    switch (outcome) {
+    case Outcome::OnTime:
+        return "on time";
+    case Outcome::Late:
+        return "late";
+    case Outcome::CaughtUp:
+        return "caught up";
+    case Outcome::Missed:
+        return "missed";
+    case Outcome::Merged:
+        return "merged";
+    case Outcome::Moved:
+        return "moved";
+    case Outcome::Ended:
+        return "ended";
+    case Outcome::Deleted:
+        return "deleted";
+    }
+    return "unknown";
+}
+
+QString RunHistory::ReasonName(Reason reason) {
+    switch (reason) {
+    case Reason::None:
+        return QString();
+    case Reason::ServiceDown:
+        return "service down";
+    case Reason::MachineSlept:
+        return "machine slept";
+    case Reason::ClockStepped:
+        return "clock stepped";
+    case Reason::Delayed:
+        return "service delayed";
+    case Reason::AgentUnreachable:
+        return "agent unreachable";
+    case Reason::DaylightGap:
+        return "daylight-saving gap";
+    case Reason::RepeatedHour:
+        return "repeated hour";
+    }
+    return "unknown";
+}

@@ -33,15 +33,10 @@ QString PlanUuid(int i) {
         .arg(i, 12, 10, QChar('0'));
 }
 
-double ProcessCpuSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-double ChildCpuSeconds() {
+// CPU seconds, user and system, of this process or of its waited-for children.
+double CpuSeconds(int who) {
     rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
+    getrusage(who, &usage);
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
@@ -72,7 +67,7 @@ Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64
     OccurrenceRecorder recorder;
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs));
     const QString next = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs + 24 * kHour));
-    const double before = ProcessCpuSeconds();
+    const double before = CpuSeconds(RUSAGE_SELF);
     RunStateStore::HoldBatch(true);
     for (TriggerObject& object : objects) {
         RunStateStore::RecordRun(object.getPlanUuid(), 2, due, dueMSecs + 5);
@@ -82,9 +77,9 @@ Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64
         }
     }
     RunStateStore::HoldBatch(false);
-    const double recorded = ProcessCpuSeconds();
+    const double recorded = CpuSeconds(RUSAGE_SELF);
     store.Flush();
-    return Cost{recorded - before, ProcessCpuSeconds() - recorded};
+    return Cost{recorded - before, CpuSeconds(RUSAGE_SELF) - recorded};
 }
 
 void FirstPollCost(int plans) {
@@ -134,14 +129,14 @@ void WriteHistory(const QString& path, int plans, int rows, qint64 end) {
 }
 
 double RunSeconds(const QStringList& arguments, qint64& bytes, double& cpu) {
-    const double cpuBefore = ChildCpuSeconds();
+    const double cpuBefore = CpuSeconds(RUSAGE_CHILDREN);
     QProcess orvelctl;
     QElapsedTimer timer;
     timer.start();
     orvelctl.start(QCoreApplication::applicationDirPath() + "/orvelctl", arguments);
     orvelctl.waitForFinished(120000);
     bytes = orvelctl.readAllStandardOutput().size();
-    cpu = ChildCpuSeconds() - cpuBefore;
+    cpu = CpuSeconds(RUSAGE_CHILDREN) - cpuBefore;
     return static_cast<double>(timer.nsecsElapsed()) / 1e9;
 }
 } // namespace

@@ -6,20 +6,12 @@
 #include "triggers/TriggerObject.h"
 #include "triggers/WallTime.h"
 
-#include <time.h>
-
 namespace {
 constexpr qint64 kHourMSecs = 3600000;
 // Enough to name every start a burst of late fires after one move handles.
 constexpr size_t kJumpsKept = 16;
 // Wider than any gap or repeated hour of the zone rules.
 constexpr qint64 kOffsetChangeHours = 3;
-
-qint64 ClockMSecs(clockid_t clock) {
-    timespec now{};
-    ::clock_gettime(clock, &now);
-    return static_cast<qint64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 } // namespace
 
 OccurrenceRecorder::OccurrenceRecorder() : OccurrenceRecorder(Now()) {}
@@ -28,7 +20,7 @@ OccurrenceRecorder::OccurrenceRecorder(const Reading& first)
     : m_startedMSecs(first.wallMSecs), m_last(first) {}
 
 OccurrenceRecorder::Reading OccurrenceRecorder::Now() {
-    return Reading{Clock::nowMSecsSinceEpoch(), ClockMSecs(CLOCK_BOOTTIME), ClockMSecs(CLOCK_MONOTONIC)};
+    return Reading{Clock::nowMSecsSinceEpoch(), Clock::sinceBootMSecs(), Clock::monotonicMSecs()};
 }
 
 void OccurrenceRecorder::Look(const Reading& reading) {

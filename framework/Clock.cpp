@@ -74,3 +74,19 @@ void Clock::RereadLocalTimeZone() {
     qputenv("TZ", tz);
     tzset();
 }
+
+namespace {
+qint64 ReadMSecs(clockid_t clock) {
+    timespec now{};
+    ::clock_gettime(clock, &now);
+    return static_cast<qint64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+} // namespace
+
+qint64 Clock::sinceBootMSecs() {
+    return ReadMSecs(CLOCK_BOOTTIME);
+}
+
+qint64 Clock::monotonicMSecs() {
+    return ReadMSecs(CLOCK_MONOTONIC);
+}

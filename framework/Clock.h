@@ -11,6 +11,12 @@ public:
     // The same instant to the microsecond, for waits aimed at a due instant.
     static qint64 nowUSecsSinceEpoch();
 
+    // Elapsed time that no step of the wall clock moves and no test shifts:
+    // since boot, counting a suspend, and monotonic, which stops during one.
+    // Compared with the wall clock they tell a sleep from a step.
+    static qint64 sinceBootMSecs();
+    static qint64 monotonicMSecs();
+
     static void setOffsetMSecs(qint64 offset);
     // Shifts the clock so that now() reads the given local date-time.
     static void shiftTo(const QDateTime& target);

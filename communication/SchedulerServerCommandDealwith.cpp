@@ -18,7 +18,7 @@ constexpr quint64 kSuccess = 0;
 constexpr quint64 kFailure = 1;
 
 quint64 TypeOf(TriggerObject* object) {
-    return object->getObjectTriggerAttribute().getTriggerType();
+    return object->getTriggerType();
 }
 
 const std::array<std::pair<quint64, const char*>, 3> kCommands{{{CommandTypes::kNewPlan, "add"},

@@ -214,7 +214,7 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFireCommand(TriggerObject* object
     if (object == nullptr) {
         return nullptr;
     }
-    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    const quint64 type = object->getTriggerType();
     TriggerFire* fire = NewTriggerFire(type, object);
     if (fire == nullptr) {
         return nullptr;
@@ -230,7 +230,7 @@ quint64 TriggerFireManagerWork::StartNewTriggerFire(TriggerObject* object) {
     if (object == nullptr) {
         return 1;
     }
-    const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+    const quint64 type = object->getTriggerType();
     TriggerFire* fire = NewTriggerFire(type, object);
     if (fire == nullptr) {
         return 1;
@@ -277,14 +277,14 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
                          .arg(LogText::Outside(object->getPlanUuid())));
         // A calendar trigger's schedule reaches the run state with its
         // trigger-info; an event trigger has no other moment to be listed.
-        const quint64 type = object->getObjectTriggerAttribute().getTriggerType();
+        const quint64 type = object->getTriggerType();
         if (TriggerTypes::IsEvent(type)) {
             RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
         }
         return 0;
     }
     if (state == FireState::kFinished) {
-        if (object->getObjectTriggerAttribute().getTriggerEndFlag() == 0) {
+        if (object->getTriggerEndFlag() == 0) {
             EndTrigger(object, "TriggerFire");
         }
         return 2;
@@ -742,8 +742,7 @@ bool TriggerFireManagerWork::RunMissedStart(const QString& planUuid, const QStri
     if (object == nullptr && registry != nullptr) {
         object = registry->value(planUuid, nullptr);
     }
-    if (object == nullptr ||
-        !TriggerTypes::IsDateTime(object->getObjectTriggerAttribute().getTriggerType())) {
+    if (object == nullptr || !TriggerTypes::IsDateTime(object->getTriggerType())) {
         return false;
     }
     const QString fireClass = IsTimerMode() ? "TimerFire" : "AtTimeFire";

@@ -28,6 +28,7 @@ public:
     TriggerAttribute getTriggerAttribute() const { return m_triggerAttribute; }
     // Reads the type without handing out the attribute for change.
     quint64 getTriggerType() const { return m_triggerAttribute.getTriggerType(); }
+    quint64 getTriggerEndFlag() const { return m_triggerAttribute.getTriggerEndFlag(); }
     TriggerAttribute& getObjectTriggerAttribute() {
         m_calendarRuleStale = true;
         return m_triggerAttribute;

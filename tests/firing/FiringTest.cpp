@@ -631,8 +631,7 @@ void ChurnWhileFiring(quint64 fireType) {
                 TriggerFireManager::StartNewTriggerFire(object);
             }
             for (TriggerObject* object : churned) {
-                TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(),
-                                                      object->getObjectTriggerAttribute().getTriggerType());
+                TriggerFireManager::RemoveTriggerFire(object->getPlanUuid(), object->getTriggerType());
             }
         }
         done = true;

@@ -2,11 +2,15 @@
 
 #include "framework/DatabaseFunctionOperation.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QVariant>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 TriggerAttribute BenchSupport::QuietTrigger(int index) {
@@ -53,4 +57,23 @@ qint64 BenchSupport::ResidentBytes() {
     statm.open(QIODevice::ReadOnly);
     const QList<QByteArray> fields = statm.readAll().split(' ');
     return fields.value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+double BenchSupport::CpuSeconds(int who) {
+    rusage usage{};
+    getrusage(who, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+double BenchSupport::RunOrvelctl(const QStringList& arguments, qint64& bytes, double& cpu) {
+    const double cpuBefore = CpuSeconds(RUSAGE_CHILDREN);
+    QProcess orvelctl;
+    QElapsedTimer timer;
+    timer.start();
+    orvelctl.start(QCoreApplication::applicationDirPath() + "/orvelctl", arguments);
+    orvelctl.waitForFinished(120000);
+    bytes = orvelctl.readAllStandardOutput().size();
+    cpu = CpuSeconds(RUSAGE_CHILDREN) - cpuBefore;
+    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
 }

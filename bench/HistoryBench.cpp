@@ -6,6 +6,8 @@
 //     written through the service's own store: --plan P and --since over the
 //     last hour, from process start to exit.
 // Usage: history_bench [plans] [rows per plan] [state file to keep]
+#include "BenchSupport.h"
+
 #include "firing/OccurrenceRecorder.h"
 #include "framework/Clock.h"
 #include "store/RunStateStore.h"
@@ -31,14 +33,6 @@ QString PlanUuid(int i) {
     return QString("%1-4c1d-8e2f-9a0b-%2")
         .arg(i * 2654435761u % 4294967291u, 8, 16, QChar('0'))
         .arg(i, 12, 10, QChar('0'));
-}
-
-// CPU seconds, user and system, of this process or of its waited-for children.
-double CpuSeconds(int who) {
-    rusage usage{};
-    getrusage(who, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 std::vector<TriggerObject> DailyPlans(int plans) {
@@ -67,7 +61,7 @@ Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64
     OccurrenceRecorder recorder;
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs));
     const QString next = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs + 24 * kHour));
-    const double before = CpuSeconds(RUSAGE_SELF);
+    const double before = BenchSupport::CpuSeconds(RUSAGE_SELF);
     RunStateStore::HoldBatch(true);
     for (TriggerObject& object : objects) {
         RunStateStore::RecordRun(object.getPlanUuid(), 2, due, dueMSecs + 5);
@@ -77,9 +71,9 @@ Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64
         }
     }
     RunStateStore::HoldBatch(false);
-    const double recorded = CpuSeconds(RUSAGE_SELF);
+    const double recorded = BenchSupport::CpuSeconds(RUSAGE_SELF);
     store.Flush();
-    return Cost{recorded - before, CpuSeconds(RUSAGE_SELF) - recorded};
+    return Cost{recorded - before, BenchSupport::CpuSeconds(RUSAGE_SELF) - recorded};
 }
 
 void FirstPollCost(int plans) {
@@ -128,17 +122,6 @@ void WriteHistory(const QString& path, int plans, int rows, qint64 end) {
     store.Close();
 }
 
-double RunSeconds(const QStringList& arguments, qint64& bytes, double& cpu) {
-    const double cpuBefore = CpuSeconds(RUSAGE_CHILDREN);
-    QProcess orvelctl;
-    QElapsedTimer timer;
-    timer.start();
-    orvelctl.start(QCoreApplication::applicationDirPath() + "/orvelctl", arguments);
-    orvelctl.waitForFinished(120000);
-    bytes = orvelctl.readAllStandardOutput().size();
-    cpu = CpuSeconds(RUSAGE_CHILDREN) - cpuBefore;
-    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
-}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -168,8 +151,8 @@ int main(int argc, char** argv) {
         for (int run = 0; run < 3; ++run) {
             qint64 output = 0;
             double cpu = 0;
-            const double seconds =
-                RunSeconds(QStringList{"history", "--state", path, "--now", now} + query, output, cpu);
+            const double seconds = BenchSupport::RunOrvelctl(
+                QStringList{"history", "--state", path, "--now", now} + query, output, cpu);
             std::printf("orvelctl history %s: %.3f s wall, %.3f s CPU (%lld bytes of output)\n",
                         qPrintable(query.join(' ')), seconds, cpu, output);
         }

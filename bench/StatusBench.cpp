@@ -3,6 +3,8 @@
 // file that the service's own store wrote for N plans with random times of
 // day, mixed trigger types, results and ended plans. Also the file's size per
 // plan. Usage: status_bench [plans] [state file to keep]
+#include "BenchSupport.h"
+
 #include "framework/Clock.h"
 #include "store/RunStateStore.h"
 
@@ -45,26 +47,6 @@ void WriteState(const QString& path, int plans) {
     store.Close();
 }
 
-double ChildCpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-// Wall seconds from process start to exit; `cpu` the CPU seconds it used,
-// which a loaded machine does not stretch.
-double RunSeconds(const QStringList& arguments, qint64& bytes, double& cpu) {
-    const double cpuBefore = ChildCpuSeconds();
-    QProcess orvelctl;
-    QElapsedTimer timer;
-    timer.start();
-    orvelctl.start(QCoreApplication::applicationDirPath() + "/orvelctl", arguments);
-    orvelctl.waitForFinished(120000);
-    bytes = orvelctl.readAllStandardOutput().size();
-    cpu = ChildCpuSeconds() - cpuBefore;
-    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
-}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -80,7 +62,7 @@ int main(int argc, char** argv) {
         for (int run = 0; run < 3; ++run) {
             qint64 bytes = 0;
             double cpu = 0;
-            const double seconds = RunSeconds(base + extra, bytes, cpu);
+            const double seconds = BenchSupport::RunOrvelctl(base + extra, bytes, cpu);
             std::printf("orvelctl status %s: %.2f s wall, %.2f s CPU (%lld bytes of output)\n",
                         qPrintable(extra.join(' ')), seconds, cpu, bytes);
         }

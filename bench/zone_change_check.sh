@@ -60,8 +60,8 @@ start_case() {
   PIDS+=($!)
 }
 
-for spec in "${CASES[@]}"; do
-  read -r name zone change <<< "$spec"
+for case_line in "${CASES[@]}"; do
+  read -r name zone change <<< "$case_line"
   for mode in 0 1; do
     start_case "$WORK/$name-$mode" "$zone" "$change" "$mode"
   done
@@ -73,8 +73,8 @@ PIDS=()
 
 failed=0
 printf '%-20s %-6s %5s %8s %9s\n' CASE MODE RUNS REPORTS WARNINGS
-for spec in "${CASES[@]}"; do
-  read -r name _ _ <<< "$spec"
+for case_line in "${CASES[@]}"; do
+  read -r name _ _ <<< "$case_line"
   for mode in 0 1; do
     dir="$WORK/$name-$mode"
     runs=$(grep -c ' 600 two-min ' "$dir/agent.out" || true)

@@ -76,6 +76,12 @@ Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64
     return Cost{recorded - before, BenchSupport::CpuSeconds(RUSAGE_SELF) - recorded};
 }
 
+void Report(const QString& what, const Cost (&cost)[2]) {
+    std::printf("%s: CPU recording %.3f -> %.3f s, writing %.3f -> %.3f s: +%.3f s\n", qPrintable(what),
+                cost[0].recording, cost[1].recording, cost[0].writing, cost[1].writing,
+                cost[1].recording + cost[1].writing - cost[0].recording - cost[0].writing);
+}
+
 void FirstPollCost(int plans) {
     QTemporaryDir dir;
     std::vector<TriggerObject> objects = DailyPlans(plans);
@@ -94,12 +100,27 @@ void FirstPollCost(int plans) {
             cost[history] = PollBatch(store, objects, now - now % 60000 + round * kHour, history);
             store.Close();
         }
-        std::printf("first poll of %d plans (%s file): CPU recording %.3f -> %.3f s, writing %.3f -> %.3f s: "
-                    "+%.3f s\n",
-                    plans, round == 0 ? "new" : "known", cost[0].recording, cost[1].recording,
-                    cost[0].writing, cost[1].writing,
-                    cost[1].recording + cost[1].writing - cost[0].recording - cost[0].writing);
+        Report(QString("first poll of %1 plans (%2 file)").arg(plans).arg(round == 0 ? "new" : "known"),
+               cost);
     }
+}
+
+// The same poll on a copy of a file whose plans have their full history: the
+// rows of the plan index it adds are spread over all of its pages.
+void FullHistoryPollCost(const QString& full, int plans, int rows) {
+    QTemporaryDir dir;
+    std::vector<TriggerObject> objects = DailyPlans(plans);
+    const qint64 now = Clock::nowMSecsSinceEpoch();
+    Cost cost[2] = {};
+    for (const bool history : {false, true}) {
+        const QString path = dir.filePath(QString("full-%1.db").arg(history));
+        QFile::copy(full, path);
+        RunStateStore store;
+        store.Open(path, {});
+        cost[history] = PollBatch(store, objects, now - now % 60000 + kHour, history);
+        store.Close();
+    }
+    Report(QString("a poll of %1 plans with %2 rows each").arg(plans).arg(rows), cost);
 }
 
 // Hourly rows, the newest due in the hour before `end`, written in the
@@ -140,6 +161,9 @@ int main(int argc, char** argv) {
         writing.start();
         WriteHistory(path, plans, rows, end);
         std::printf("wrote %d rows in %.1f s\n", plans * rows, writing.elapsed() / 1000.0);
+    }
+    if (rows > 0) {
+        FullHistoryPollCost(path, plans, rows);
     }
     const qint64 bytes = QFileInfo(path).size() + QFileInfo(path + "-wal").size();
     std::printf("state file: %lld bytes, %.1f bytes per history row\n", bytes,

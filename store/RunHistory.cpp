@@ -39,14 +39,14 @@ constexpr const char* kCreateByPlan = "CREATE INDEX IF NOT EXISTS history_by_pla
 // A later word on the same start replaces what an earlier one said of it (a
 // missed start that is caught up), but keeps the agent's answer. A merged
 // start never reached the agent; kind 0 only counts what a run merged.
-constexpr const char* kInsert =
-    "INSERT INTO history (due, plan, handed, kind, detail, merged) VALUES (?1, ?2, ?3, ?4, ?5, ?6) "
+constexpr const char* kInsertHead = "INSERT INTO history (due, plan, handed, kind, detail, merged)";
+constexpr const char* kInsertTail =
     "ON CONFLICT(due, plan) DO UPDATE SET "
-    "handed = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
-    "result = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE result END,"
-    "kind = CASE WHEN ?4 = 0 THEN kind ELSE ?4 END,"
+    "handed = CASE WHEN excluded.kind / 16 = 5 THEN NULL ELSE coalesce(excluded.handed, handed) END,"
+    "result = CASE WHEN excluded.kind / 16 = 5 THEN NULL ELSE result END,"
+    "kind = CASE WHEN excluded.kind = 0 THEN kind ELSE excluded.kind END,"
     "detail = coalesce(excluded.detail, detail),"
-    "merged = CASE WHEN ?4 / 16 = 5 THEN NULL ELSE coalesce(excluded.merged, merged) END";
+    "merged = CASE WHEN excluded.kind / 16 = 5 THEN NULL ELSE coalesce(excluded.merged, merged) END";
 constexpr const char* kAnswerAwaited =
     "UPDATE history SET result = ?, result_at = ? - (due * 1000 + handed) WHERE due = ? AND plan = ?";
 // An answer after a restart finds its hand-over in the file.
@@ -72,6 +72,9 @@ bool Done(sqlite3_stmt* statement) {
     return status == SQLITE_DONE;
 }
 } // namespace
+
+RunHistory::RunHistory()
+    : m_rows(kInsertHead, 6, kInsertTail), m_plans("INSERT INTO history_plans (id, plan_uuid)", 2, "") {}
 
 void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
     RunStateStore::RecordOccurrence(planUuid, occurrence);
@@ -106,18 +109,33 @@ bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
             return false;
         }
     }
+    m_handle = handle;
+    m_rows.Attach(handle);
+    m_plans.Attach(handle);
+    return LoadPlans();
+}
+
+// The numbers of plans are handed out here rather than by SQLite, so that a
+// new plan costs a buffered row instead of a statement of its own.
+bool RunHistory::LoadPlans() {
+    m_knownPlans.clear();
+    m_lastPlanId = 0;
     sqlite3_stmt* plans = nullptr;
-    if (sqlite3_prepare_v2(handle, "SELECT id, plan_uuid FROM history_plans", -1, &plans, nullptr) !=
+    if (sqlite3_prepare_v2(m_handle, "SELECT id, plan_uuid FROM history_plans", -1, &plans, nullptr) !=
         SQLITE_OK) {
+        sqlite3_finalize(plans);
         return false;
     }
-    while (sqlite3_step(plans) == SQLITE_ROW) {
+    int status = SQLITE_ROW;
+    while ((status = sqlite3_step(plans)) == SQLITE_ROW) {
         const auto* text = static_cast<const QChar*>(sqlite3_column_text16(plans, 1));
-        m_planIds.insert(QString(text, sqlite3_column_bytes16(plans, 1) / 2), sqlite3_column_int64(plans, 0));
+        const qint64 id = sqlite3_column_int64(plans, 0);
+        m_knownPlans.insert(QString(text, sqlite3_column_bytes16(plans, 1) / 2),
+                            Plan{id, kNothingAwaited, 0});
+        m_lastPlanId = qMax(m_lastPlanId, id);
     }
     sqlite3_finalize(plans);
-    m_handle = handle;
-    return true;
+    return status == SQLITE_DONE;
 }
 
 void RunHistory::Detach() {
@@ -125,14 +143,23 @@ void RunHistory::Detach() {
         sqlite3_finalize(statement);
     }
     m_statements.clear();
+    m_rows.Detach();
+    m_plans.Detach();
     m_handle = nullptr;
-    Forget();
+    m_knownPlans.clear();
 }
 
 void RunHistory::Forget() {
-    m_planIds.clear();
-    m_awaitedDue.clear();
-    m_added.clear();
+    m_rows.Forget();
+    m_plans.Forget();
+    if (m_handle != nullptr && !LoadPlans()) {
+        Detach();
+    }
+}
+
+// Every other statement on the history sees the rows added before it.
+bool RunHistory::WriteBuffered() {
+    return m_plans.Write() && m_rows.Write();
 }
 
 sqlite3_stmt* RunHistory::Statement(const char* sql) {
@@ -143,24 +170,15 @@ sqlite3_stmt* RunHistory::Statement(const char* sql) {
     return statement;
 }
 
-qint64 RunHistory::PlanId(const QString& planUuid) {
-    const auto known = m_planIds.constFind(planUuid);
-    if (known != m_planIds.constEnd()) {
-        return known.value();
+RunHistory::Plan* RunHistory::PlanOf(const QString& planUuid, bool add) {
+    const auto known = m_knownPlans.find(planUuid);
+    if (known != m_knownPlans.end()) {
+        return &known.value();
     }
-    sqlite3_stmt* insert =
-        Statement("INSERT INTO history_plans (plan_uuid) VALUES (?) ON CONFLICT DO UPDATE SET plan_uuid = "
-                  "plan_uuid RETURNING id");
-    if (insert == nullptr) {
-        return 0;
+    if (!add || !m_plans.Add({m_lastPlanId + 1, planUuid})) {
+        return nullptr;
     }
-    sqlite3_bind_text16(insert, 1, planUuid.utf16(), planUuid.size() * 2, SQLITE_STATIC);
-    const qint64 id = sqlite3_step(insert) == SQLITE_ROW ? sqlite3_column_int64(insert, 0) : 0;
-    Done(insert);
-    if (id != 0) {
-        m_planIds.insert(planUuid, id);
-    }
-    return id;
+    return &m_knownPlans.insert(planUuid, Plan{++m_lastPlanId, kNothingAwaited, 0}).value();
 }
 
 bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
@@ -170,24 +188,24 @@ bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
     const int occurrences = static_cast<int>(
         std::count_if(events.cbegin(), events.cend(), [](const Event& event) { return !event.answer; }));
     // An answer for a plan without a history has no row to land on.
-    const qint64 planId = occurrences == 0 ? m_planIds.value(planUuid, 0) : PlanId(planUuid);
-    if (planId == 0) {
+    Plan* plan = PlanOf(planUuid, occurrences > 0);
+    if (plan == nullptr) {
         return occurrences == 0;
     }
     for (const Event& event : events) {
-        const bool ok = event.answer ? SetAnswer(planId, planUuid, *event.answer)
-                                     : Insert(planId, planUuid, event.occurrence, events);
+        const bool ok = event.answer ? SetAnswer(*plan, planUuid, *event.answer)
+                                     : Insert(*plan, planUuid, event.occurrence, events);
         if (!ok) {
             return false;
         }
     }
-    int& added = m_added[planId];
-    added += occurrences;
-    if (added < qMax(1, m_limits.keepPerPlan / kTrimShare)) {
+    plan->added += occurrences;
+    if (plan->added < qMax(1, m_limits.keepPerPlan / kTrimShare)) {
         return true;
     }
-    added = 0;
-    return Bind(Statement(kTrimPlan), {planId, m_limits.keepPerPlan}) && Done(Statement(kTrimPlan));
+    plan->added = 0;
+    return WriteBuffered() && Bind(Statement(kTrimPlan), {plan->id, m_limits.keepPerPlan}) &&
+           Done(Statement(kTrimPlan));
 }
 
 // An end takes the first free second from its own on, so that it never
@@ -195,6 +213,9 @@ bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
 bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
     sqlite3_stmt* insert =
         Statement("INSERT INTO history (due, plan, kind) VALUES (?, ?, ?) ON CONFLICT DO NOTHING");
+    if (!WriteBuffered()) {
+        return false;
+    }
     for (qint64 dueSecs = occurrence.dueMSecs / 1000; dueSecs < occurrence.dueMSecs / 1000 + kEndSeconds;
          ++dueSecs) {
         if (!Bind(insert, {dueSecs, planId, static_cast<int>(occurrence.outcome) * 16}) || !Done(insert)) {
@@ -207,47 +228,35 @@ bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
     return true;
 }
 
-bool RunHistory::Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
+bool RunHistory::Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence,
                         const QVector<Event>& batch) {
     if (occurrence.outcome == Outcome::Ended || occurrence.outcome == Outcome::Deleted) {
-        return InsertEnd(planId, occurrence);
+        return InsertEnd(plan.id, occurrence);
     }
     const qint64 dueSecs = occurrence.dueMSecs / 1000;
     const bool handed = occurrence.handedMSecs >= 0;
-    if (handed && !CloseAwaited(planId, planUuid, dueSecs, batch)) {
+    if (handed && !CloseAwaited(plan, planUuid, dueSecs, batch)) {
         return false;
     }
-    sqlite3_stmt* insert = Statement(kInsert);
-    if (insert == nullptr) {
-        return false;
-    }
-    sqlite3_bind_int64(insert, 1, dueSecs);
-    sqlite3_bind_int64(insert, 2, planId);
     if (handed) {
-        sqlite3_bind_int64(insert, 3, occurrence.handedMSecs - dueSecs * 1000);
-        m_awaitedDue.insert(planId, dueSecs);
+        plan.awaitedDue = dueSecs;
     }
-    sqlite3_bind_int64(insert, 4,
-                       static_cast<int>(occurrence.outcome) * 16 + static_cast<int>(occurrence.reason));
-    if (occurrence.detail != 0) {
-        sqlite3_bind_int64(insert, 5, occurrence.detail);
-    }
-    if (occurrence.merged != 0) {
-        sqlite3_bind_int64(insert, 6, occurrence.merged);
-    }
-    return Done(insert);
+    const auto optional = [](qint64 value, bool present) { return present ? Value(value) : Value(); };
+    return m_rows.Add({dueSecs, plan.id, optional(occurrence.handedMSecs - dueSecs * 1000, handed),
+                       static_cast<int>(occurrence.outcome) * 16 + static_cast<int>(occurrence.reason),
+                       optional(occurrence.detail, occurrence.detail != 0),
+                       optional(occurrence.merged, occurrence.merged != 0)});
 }
 
 // A new hand-over of the plan ends the wait for the answer to the one before,
 // unless that one never left because the new one replaced it.
-bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs,
+bool RunHistory::CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs,
                               const QVector<Event>& batch) {
-    const auto awaited = m_awaitedDue.constFind(planId);
-    if (awaited == m_awaitedDue.constEnd() || awaited.value() == dueSecs) {
+    const qint64 before = plan.awaitedDue;
+    if (before == kNothingAwaited || before == dueSecs) {
         return true;
     }
-    const qint64 before = awaited.value();
-    m_awaitedDue.erase(awaited);
+    plan.awaitedDue = kNothingAwaited;
     for (const Event& other : batch) {
         if (!other.answer && other.occurrence.outcome == Outcome::Merged &&
             other.occurrence.dueMSecs / 1000 == before) {
@@ -256,11 +265,11 @@ bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 due
     }
     sqlite3_stmt* update =
         Statement("UPDATE history SET result = -1 WHERE due = ? AND plan = ? AND result IS NULL");
-    if (update == nullptr) {
+    if (update == nullptr || !WriteBuffered()) {
         return false;
     }
     sqlite3_bind_int64(update, 1, before);
-    sqlite3_bind_int64(update, 2, planId);
+    sqlite3_bind_int64(update, 2, plan.id);
     if (!Done(update)) {
         return false;
     }
@@ -271,22 +280,21 @@ bool RunHistory::CloseAwaited(qint64 planId, const QString& planUuid, qint64 due
     return true;
 }
 
-bool RunHistory::SetAnswer(qint64 planId, const QString& planUuid, const Answer& answer) {
-    const auto awaited = m_awaitedDue.constFind(planId);
-    const bool known = awaited != m_awaitedDue.constEnd();
+bool RunHistory::SetAnswer(Plan& plan, const QString& planUuid, const Answer& answer) {
+    const bool known = plan.awaitedDue != kNothingAwaited;
     sqlite3_stmt* update = Statement(known ? kAnswerAwaited : kAnswerNewest);
-    if (update == nullptr) {
+    if (update == nullptr || !WriteBuffered()) {
         return false;
     }
     sqlite3_bind_int64(update, 1, static_cast<qint64>(answer.code));
     sqlite3_bind_int64(update, 2, answer.atMSecs);
     if (known) {
-        sqlite3_bind_int64(update, 3, awaited.value());
-        sqlite3_bind_int64(update, 4, planId);
+        sqlite3_bind_int64(update, 3, plan.awaitedDue);
+        sqlite3_bind_int64(update, 4, plan.id);
     } else {
-        sqlite3_bind_int64(update, 3, planId);
+        sqlite3_bind_int64(update, 3, plan.id);
     }
-    qint64 dueSecs = known ? awaited.value() : 0;
+    qint64 dueSecs = known ? plan.awaitedDue : 0;
     int status = sqlite3_step(update);
     if (!known && status == SQLITE_ROW) {
         dueSecs = sqlite3_column_int64(update, 0);
@@ -294,9 +302,7 @@ bool RunHistory::SetAnswer(qint64 planId, const QString& planUuid, const Answer&
     }
     sqlite3_reset(update);
     sqlite3_clear_bindings(update);
-    if (known) {
-        m_awaitedDue.erase(awaited);
-    }
+    plan.awaitedDue = kNothingAwaited;
     if (status != SQLITE_DONE) {
         return false;
     }
@@ -308,6 +314,9 @@ bool RunHistory::SetAnswer(qint64 planId, const QString& planUuid, const Answer&
 }
 
 bool RunHistory::Prune(qint64 nowMSecs) {
+    if (!WriteBuffered()) {
+        return false;
+    }
     if (m_handle == nullptr || (m_prunedAtMSecs != 0 && nowMSecs - m_prunedAtMSecs < kAgePruneEveryMSecs &&
                                 nowMSecs >= m_prunedAtMSecs)) {
         return true;

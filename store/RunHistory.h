@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RowBuffer.h"
+
 #include <QHash>
 #include <QString>
 #include <QVector>
@@ -69,6 +71,8 @@ public:
         int keepDays = 90;
     };
 
+    RunHistory();
+
     // Records one occurrence into the run state's batch, and logs at warn level
     // what users must hear of: a missed or merged start.
     static void Record(const QString& planUuid, const Occurrence& occurrence);
@@ -80,7 +84,8 @@ public:
     // thread that opened the handle, before the writer starts.
     bool Prepare(sqlite3* handle, const Limits& limits);
     void Detach();
-    // Inside an open transaction of the writer.
+    // Inside an open transaction of the writer. Rows may wait in a buffer
+    // until Prune, which every batch ends with.
     bool Write(const QString& planUuid, const QVector<Event>& events);
     bool Prune(qint64 nowMSecs);
     // After a transaction was rolled back: what was learnt inside it is void.
@@ -90,23 +95,39 @@ public:
     static QString ReasonName(Reason reason);
 
 private:
+    using Value = RowBuffer::Value;
+
+    bool LoadPlans();
+    bool WriteBuffered();
+    // What the writer knows of a plan's rows: its number, the start of its
+    // newest hand-over still waiting for an answer, and the rows added since
+    // its count was last trimmed.
+    struct Plan {
+        qint64 id;
+        qint64 awaitedDue;
+        int added;
+    };
+    static constexpr qint64 kNothingAwaited = -1;
+
     // Prepared once per handle and kept: preparing costs more than the step.
     sqlite3_stmt* Statement(const char* sql);
     static bool Bind(sqlite3_stmt* statement, std::initializer_list<qint64> values);
-    qint64 PlanId(const QString& planUuid);
-    bool Insert(qint64 planId, const QString& planUuid, const Occurrence& occurrence,
+    // Null when the plan has no rows and `add` is false.
+    Plan* PlanOf(const QString& planUuid, bool add);
+    bool Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence,
                 const QVector<Event>& batch);
     bool InsertEnd(qint64 planId, const Occurrence& occurrence);
-    bool CloseAwaited(qint64 planId, const QString& planUuid, qint64 dueSecs, const QVector<Event>& batch);
-    bool SetAnswer(qint64 planId, const QString& planUuid, const Answer& answer);
+    bool CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs, const QVector<Event>& batch);
+    bool SetAnswer(Plan& plan, const QString& planUuid, const Answer& answer);
 
     sqlite3* m_handle = nullptr;
     QHash<const char*, sqlite3_stmt*> m_statements;
     Limits m_limits;
-    QHash<QString, qint64> m_planIds;
-    // Per plan the start of its newest hand-over still waiting for an answer.
-    QHash<qint64, qint64> m_awaitedDue;
-    // Rows added per plan since its count was last trimmed.
-    QHash<qint64, int> m_added;
+    RowBuffer m_rows;
+    RowBuffer m_plans;
+    // The plans the history knows, learnt from the file; after a rollback
+    // learnt again, since what the transaction added is void.
+    QHash<QString, Plan> m_knownPlans;
+    qint64 m_lastPlanId = 0;
     qint64 m_prunedAtMSecs = 0;
 };

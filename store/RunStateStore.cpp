@@ -830,11 +830,9 @@ void RunStateStore::ObserveOccurrence(const QString& planUuid, const RunHistory:
     if (occurrence.outcome < Outcome::OnTime || occurrence.outcome > Outcome::Moved) {
         return;
     }
-    const auto label = [](const QString& name) { return QString(name).replace(' ', '_'); };
-    m_tally.NoteOutcome(label(RunHistory::OutcomeName(occurrence.outcome)));
+    m_tally.NoteOutcome(occurrence.outcome);
     if (occurrence.outcome == Outcome::Missed || occurrence.outcome == Outcome::Merged) {
-        const QString reason = RunHistory::ReasonName(occurrence.reason);
-        m_tally.NoteMissed(reason.isEmpty() ? QString("unknown") : label(reason));
+        m_tally.NoteMissed(occurrence.reason);
         m_health.NoteMissed(planUuid, occurrence.dueMSecs);
         return;
     }

@@ -8,9 +8,15 @@ RunTally::RunTally() {
     m_counts.answers = {{"ok", 0}, {"refused", 0}};
 }
 
-void RunTally::NoteOutcome(const QString& outcome) {
+namespace {
+QString Label(const QString& name) {
+    return QString(name).replace(' ', '_');
+}
+} // namespace
+
+void RunTally::NoteOutcome(RunHistory::Outcome outcome) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_counts.runsByOutcome[outcome];
+    ++m_outcomes.at(static_cast<size_t>(outcome));
 }
 
 void RunTally::NoteAnswer(quint64 result) {
@@ -18,9 +24,9 @@ void RunTally::NoteAnswer(quint64 result) {
     ++m_counts.answers[result == 0 ? "ok" : "refused"];
 }
 
-void RunTally::NoteMissed(const QString& reason) {
+void RunTally::NoteMissed(RunHistory::Reason reason) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_counts.missedByReason[reason];
+    ++m_missed.at(static_cast<size_t>(reason));
 }
 
 // A run handed before its due start (a clock that stepped back) counts as on
@@ -36,5 +42,18 @@ void RunTally::NoteLateness(qint64 msecs) {
 
 RunTally::Counts RunTally::Take() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_counts;
+    Counts counts = m_counts;
+    for (size_t outcome = 0; outcome < kOutcomes; ++outcome) {
+        if (m_outcomes.at(outcome) != 0) {
+            const QString name = RunHistory::OutcomeName(static_cast<RunHistory::Outcome>(outcome));
+            counts.runsByOutcome[Label(name)] = m_outcomes.at(outcome);
+        }
+    }
+    for (size_t reason = 0; reason < kReasons; ++reason) {
+        if (m_missed.at(reason) != 0) {
+            const QString name = RunHistory::ReasonName(static_cast<RunHistory::Reason>(reason));
+            counts.missedByReason[name.isEmpty() ? QString("unknown") : Label(name)] = m_missed.at(reason);
+        }
+    }
+    return counts;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RunHistory.h"
+
 #include <QString>
 
 #include <array>
@@ -30,13 +32,20 @@ public:
 
     RunTally();
 
-    void NoteOutcome(const QString& outcome);
+    void NoteOutcome(RunHistory::Outcome outcome);
     void NoteAnswer(quint64 result);
-    void NoteMissed(const QString& reason);
+    void NoteMissed(RunHistory::Reason reason);
     void NoteLateness(qint64 msecs);
     Counts Take() const;
 
 private:
+    // Counted by number, named only when taken: a first poll of a million
+    // plans notes a million outcomes.
+    static constexpr size_t kOutcomes = static_cast<size_t>(RunHistory::Outcome::Deleted) + 1;
+    static constexpr size_t kReasons = static_cast<size_t>(RunHistory::Reason::RepeatedHour) + 1;
+
     mutable std::mutex m_mutex;
     Counts m_counts;
+    std::array<quint64, kOutcomes> m_outcomes{};
+    std::array<quint64, kReasons> m_missed{};
 };

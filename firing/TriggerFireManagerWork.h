@@ -1,35 +1,42 @@
 #pragma once
 
-#include "MissedRunCatchUp.h"
-#include "OccurrenceRecorder.h"
+#include "AtTimeDispatch.h"
+#include "DowntimeCatchUp.h"
+#include "FireTables.h"
+#include "FiringContext.h"
+#include "PollPass.h"
+#include "TimerDispatch.h"
+
+#include "triggers/FireHost.h"
 
 #include <QHash>
-#include <QMultiHash>
-#include <QMutex>
 #include <QObject>
 #include <QString>
 
-#include <memory>
+#include <functional>
 
-class TimerFire;
 class TriggerFire;
 class TriggerObject;
 
-// Holds every live trigger fire: the date-time table (one fire per plan) and
-// the event table (fires keyed by event type), each under its own
-// non-recursive mutex. The registry mutex may be held while a table mutex is
-// taken, never the other way round; the two table mutexes are never held
-// together.
+// The fire worker: creates, lists, starts, stops and removes the fires of every
+// plan, and hands each time-out and poll tick to the part that handles it.
+// The tables are in FireTables, the polling mode's pass in PollPass, a poll of
+// one fire in AtTimeDispatch, a timer's time-out in TimerDispatch, the starts
+// missed while down in DowntimeCatchUp.
 //
 // Every fire is moved to this object's thread (the application thread) when it
 // is created, so that timers are only ever armed, stopped and destroyed there.
-// A fire removed from another thread leaves its table under the lock and is
-// deleted on the application thread, whose destructor stops its timer there:
-// no thread but its own ever touches a fire that has left its table.
-class TriggerFireManagerWork : public QObject {
+class TriggerFireManagerWork : public QObject, public FireHost {
     Q_OBJECT
 public:
+    // Told of each command the agent link took, with the trigger it was built
+    // from, on the thread that sent it.
+    using HandedRecorder = std::function<void(const TriggerObject& sent, quint64 commandType)>;
+
     static TriggerFireManagerWork& Instance();
+
+    // Whoever keeps the run state sets it before the fires start.
+    void SetHandedRecorder(HandedRecorder recorder) { m_handedRecorder = std::move(recorder); }
 
     bool Init();
     bool LoadTriggerFires();
@@ -58,19 +65,19 @@ public:
     // service was down; call once the fires have started.
     void CatchUpDowntime(const QHash<QString, RunStateStore::StoredRun>& runs);
 
-    // Work done by one slice of a poll pass before the table lock is given up
-    // for the rest of the event loop; tests shorten it to see passes cut.
-    static constexpr qint64 kPollSliceNSecs = 10 * 1000 * 1000;
-    void setPollSliceNSecs(qint64 nsecs) { m_pollSliceNSecs = nsecs; }
+    // Tests shorten a poll slice to see passes cut.
+    void setPollSliceNSecs(qint64 nsecs) { m_pollPass.setSliceNSecs(nsecs); }
 
     // Inspection for tests and benchmarks.
-    int DateTimeFireCount();
-    int EventFireCount(quint64 eventType);
-    TriggerFire* DateTimeFireOf(const QString& planUuid);
+    int DateTimeFireCount() { return m_tables.DateTimeCount(); }
+    int EventFireCount(quint64 eventType) { return m_tables.EventCount(eventType); }
+    TriggerFire* DateTimeFireOf(const QString& planUuid) { return m_tables.DateTimeFireOf(planUuid); }
+
+    bool Send(const TriggerObject& object, quint64 commandType) override;
+    void TimerExpired(const QString& planUuid, quint64 fireId) override;
 
 private Q_SLOTS:
     void onAtTimerOut();
-    void onTimerFireTimeout(QString planName, quint64 fireId);
 
 private:
     friend class TriggerFireManager;
@@ -78,49 +85,13 @@ private:
     TriggerFireManagerWork();
     bool InsertDateTimeFireLocked(const QString& planUuid, TriggerFire* fire);
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
-    bool PollOne(TriggerFire* fire, qint64& earliestDueMSecs);
-    void ContinuePollPass();
     bool StartAllTriggerFiresHeld();
-    void RunPollSliceLocked();
-    // Closes the open pass, if any, and lets the run state write what it
-    // held for the pass.
-    void EndPassLocked();
-    bool PollSliceLocked();
-    bool PollFirstSliceLocked(QElapsedTimer& slice);
-    bool PollLaterSliceLocked(QElapsedTimer& slice);
-    bool SliceUsedUp(int& visited, const QElapsedTimer& slice) const;
-    void EndTimerFire(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
-    bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
-    bool RunMissedStart(const QString& planUuid, const QString& missedStart, qint64 delayMSecs);
-    void ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs);
-    static void EndTrigger(TriggerObject* object, const QString& fireClass);
 
-    QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;
-    QMutex m_dateTimeMutex;
-    QMultiHash<quint64, TriggerFire*>* m_eventFires = nullptr;
-    QMutex m_eventMutex;
-    // Created by Init on the application thread; touched only there.
-    std::unique_ptr<MissedRunCatchUp> m_catchUp;
-    OccurrenceRecorder m_occurrences;
-    // No fire of the date-time table is due before this time, so polls until
-    // then need not walk the table. Any insertion clears it. Guarded by
-    // m_dateTimeMutex.
-    qint64 m_pollIdleUntilMSecs = 0;
-    // A poll pass that does more than one slice of work (the first poll after
-    // start-up computes and reports every trigger) goes on where it stopped
-    // on a later turn of the event loop, so that plan commands waiting for
-    // the table lock are served in between. Those commands change the table,
-    // and a QHash iterator does not survive a change (an insertion or a
-    // removal may rehash it), so a pass cut short keeps the keys it has still
-    // to visit and goes on by key: a plan removed meanwhile is skipped, one
-    // replaced is polled in its new fire, one added waits for the next pass,
-    // which comes at once. A pass holds the run state's batch until it ends,
-    // so that its changes go in one transaction. All guarded by
-    // m_dateTimeMutex.
-    bool m_passOpen = false;
-    QVector<QString> m_passKeys;
-    int m_passKeyIndex = 0;
-    qint64 m_passEarliestDueMSecs = 0;
-    bool m_sliceScheduled = false;
-    qint64 m_pollSliceNSecs = kPollSliceNSecs;
+    FireTables m_tables;
+    FiringContext m_context{m_tables, *this};
+    PollPass m_pollPass;
+    AtTimeDispatch m_atTime{m_context};
+    TimerDispatch m_timer{m_context};
+    DowntimeCatchUp m_downtime{m_context};
+    HandedRecorder m_handedRecorder;
 };

@@ -1,5 +1,6 @@
 #include "TaskScheduler.h"
 
+#include "firing/TriggerFireManagerWork.h"
 #include "framework/Clock.h"
 #include "framework/CommandBuilder.h"
 #include "framework/ConfigReader.h"
@@ -8,7 +9,6 @@
 #include "framework/ResultCommand.h"
 #include "framework/WireFormat.h"
 #include "store/MetricsExposition.h"
-#include "triggers/JobTask.h"
 #include "triggers/LocalTime.h"
 #include "triggers/TriggerObject.h"
 
@@ -38,7 +38,7 @@ void RecordHanded(const TriggerObject& sent, quint64 commandType) {
 // The recorder stays set: it only records into the run state, which ignores
 // records while no store is open.
 TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {
-    JobTask::SetHandedRecorder(&RecordHanded);
+    TriggerFireManagerWork::Instance().SetHandedRecorder(&RecordHanded);
 }
 
 bool TaskScheduler::Check(bool ok, const char* failure) {

@@ -2,8 +2,8 @@
 
 #include "CalendarSchedule.h"
 #include "FireState.h"
-#include "JobTask.h"
 #include "TriggerObject.h"
+#include "framework/WireFormat.h"
 
 #include "framework/Clock.h"
 #include "framework/LogText.h"
@@ -68,7 +68,7 @@ template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, 
 void DateTimeFire::Publish(const ScheduleResult& result, QDateTime& next) {
     TriggerObject* object = GetTriggerObject();
     next = result.Next();
-    if (!JobTask::ReportTriggerInfo(object)) {
+    if (!Send(object, CommandTypes::kTriggerInfo)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
                 .arg(LogText::Outside(object->getPlanUuid())));

@@ -9,30 +9,18 @@
 #include "framework/RequestCommand.h"
 #include "framework/RequestTriggerExecuteInfoData.h"
 
-#include <atomic>
 #include <memory>
 
-namespace {
-std::atomic<JobTask::HandedRecorder> g_handedRecorder{nullptr};
-} // namespace
-
-void JobTask::SetHandedRecorder(HandedRecorder recorder) {
-    g_handedRecorder.store(recorder);
-}
-
 bool JobTask::FireJob(TriggerObject* object) {
-    return SendCopy(object, CommandTypes::kExecuteTrigger);
+    return object != nullptr && Send(*object, CommandTypes::kExecuteTrigger);
 }
 
 bool JobTask::ReportTriggerInfo(TriggerObject* object) {
-    return SendCopy(object, CommandTypes::kTriggerInfo);
+    return object != nullptr && Send(*object, CommandTypes::kTriggerInfo);
 }
 
-bool JobTask::SendCopy(TriggerObject* object, quint64 commandType) {
-    if (object == nullptr) {
-        return false;
-    }
-    return SendTriggerCommand(new TriggerObject(*object), commandType);
+bool JobTask::Send(const TriggerObject& object, quint64 commandType) {
+    return SendTriggerCommand(new TriggerObject(object), commandType);
 }
 
 bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
@@ -56,11 +44,5 @@ bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     data.setNextStartTime(owned->getNextStartTime());
     data.setTriggerEndFlag(owned->getObjectTriggerAttribute().getTriggerEndFlag());
     CommandBuilder::DataToBytearray(&data, command->getRfrnRequestData());
-    if (!ClientCommunManager::RequestCommunCommand(std::move(built))) {
-        return false;
-    }
-    if (const HandedRecorder recorder = g_handedRecorder.load()) {
-        recorder(*owned, commandType);
-    }
-    return true;
+    return ClientCommunManager::RequestCommunCommand(std::move(built));
 }

@@ -11,16 +11,8 @@ class JobTask : public QObject {
 public:
     static bool FireJob(TriggerObject* object);
     static bool ReportTriggerInfo(TriggerObject* object);
+    // Builds the command from a copy of the trigger.
+    static bool Send(const TriggerObject& object, quint64 commandType);
     // Takes over the heap copy.
     static bool SendTriggerCommand(TriggerObject* copy, quint64 commandType);
-
-    // Told of each command the framework took, with the copy of the trigger it
-    // was built from, on the thread that sent it. Whoever keeps the run state
-    // sets it; the texts are the trigger's own, so recording them allocates
-    // nothing.
-    using HandedRecorder = void (*)(const TriggerObject& sent, quint64 commandType);
-    static void SetHandedRecorder(HandedRecorder recorder);
-
-private:
-    static bool SendCopy(TriggerObject* object, quint64 commandType);
 };

@@ -1,5 +1,6 @@
 #include "TimerFire.h"
 
+#include "FireHost.h"
 #include "FireState.h"
 #include "LocalTime.h"
 #include "TriggerObject.h"
@@ -15,11 +16,6 @@
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 std::atomic<quint64> g_lastFireId{0};
-
-TimerFire::TimeoutHandler& Handler() {
-    static TimerFire::TimeoutHandler handler;
-    return handler;
-}
 } // namespace
 
 TimerFire::TimerFire(QObject* parent)
@@ -27,10 +23,6 @@ TimerFire::TimerFire(QObject* parent)
       m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
 TimerFire::~TimerFire() = default;
-
-void TimerFire::SetTimeoutHandler(TimeoutHandler handler) {
-    Handler() = std::move(handler);
-}
 
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
@@ -137,8 +129,8 @@ void TimerFire::ontimeout() {
         Logger::Error("Failed to send the timerFireTimeout signal.");
         return;
     }
-    if (Handler()) {
-        Handler()(m_planUuid, m_fireId);
+    if (host() != nullptr) {
+        host()->TimerExpired(m_planUuid, m_fireId);
     }
 }
 

@@ -4,8 +4,6 @@
 
 #include "timing/DeadlineTimer.h"
 
-#include <functional>
-
 // Calendar trigger fire of the timer mode: a timer armed for the next start
 // time. The timer is a DeadlineTimer, aimed at the wall-clock instant itself,
 // so a suspend, a clock step or a wait beyond the 24.8 days of a Qt timer
@@ -13,15 +11,8 @@
 class TimerFire : public DateTimeFire {
     Q_OBJECT
 public:
-    using TimeoutHandler = std::function<void(const QString& planUuid, quint64 fireId)>;
-
+    // Its time-outs go to the fire's host.
     explicit TimerFire(QObject* parent = nullptr);
-    // Where every fire's time-out goes, on the fire's thread, with the fire's
-    // id, so that a time-out still queued when its fire is replaced is
-    // recognised as stale. Set once, before any fire runs: a connection per
-    // fire would cost each of a million fires its own connection data and a
-    // connect at start-up.
-    static void SetTimeoutHandler(TimeoutHandler handler);
     ~TimerFire() override;
 
     void SetTriggerObject(TriggerObject* object) override;

@@ -1,7 +1,9 @@
 #include "TriggerFire.h"
 
+#include "FireHost.h"
 #include "FireState.h"
 #include "JobTask.h"
+#include "framework/WireFormat.h"
 
 TriggerFire::TriggerFire(QObject* parent) : QObject(parent) {}
 
@@ -24,8 +26,12 @@ quint64 TriggerFire::Start() {
 void TriggerFire::Stop() {}
 
 bool TriggerFire::NowFire(TriggerObject* object) {
+    return Send(object, CommandTypes::kExecuteTrigger);
+}
+
+bool TriggerFire::Send(TriggerObject* object, quint64 commandType) const {
     if (object == nullptr) {
         return false;
     }
-    return JobTask::FireJob(object);
+    return m_host != nullptr ? m_host->Send(*object, commandType) : JobTask::Send(*object, commandType);
 }

@@ -8,6 +8,7 @@
 #include "timing/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
+#include "triggers/FireHost.h"
 #include "triggers/FireState.h"
 #include "triggers/JobTask.h"
 #include "triggers/TimerFire.h"
@@ -22,14 +23,17 @@
 #include <gtest/gtest.h>
 
 namespace {
-// Collects every timer fire's time-out while it lives.
-struct Timeouts {
-    Timeouts() {
-        TimerFire::SetTimeoutHandler(
-            [this](const QString& planUuid, quint64 fireId) { seen.emplace_back(planUuid, fireId); });
+// Records the time-outs of the fires it hosts, and the commands they send.
+struct RecordingHost : FireHost {
+    bool Send(const TriggerObject& object, quint64 commandType) override {
+        sent.emplace_back(object.getPlanUuid(), commandType);
+        return true;
     }
-    ~Timeouts() { TimerFire::SetTimeoutHandler({}); }
+    void TimerExpired(const QString& planUuid, quint64 fireId) override {
+        seen.emplace_back(planUuid, fireId);
+    }
     std::vector<std::pair<QString, quint64>> seen;
+    std::vector<std::pair<QString, quint64>> sent;
 };
 
 TEST(JobTask, BuildsTheExecuteTriggerCommand) {
@@ -183,8 +187,9 @@ TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     ClockShift clock(At("2026-01-01 00:00:00"));
     TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
     TimerFire fire;
+    RecordingHost timeouts;
+    fire.setHost(&timeouts);
     fire.SetTriggerObject(&object);
-    Timeouts timeouts;
     fire.StartWaitTimer(At("2026-01-01 00:00:00"), At("2026-06-01 00:00:00"));
     EXPECT_EQ(fire.armedDueMSecs(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
     clock.To(At("2026-05-31 23:59:59.999"));
@@ -203,13 +208,32 @@ TEST(TimerFire, TimeoutAfterStopSendsNothing) {
     LogCapture log;
     TriggerObject object = MakeTrigger("T", {1, "2026-06-01 00:00:00"});
     TimerFire fire;
+    RecordingHost timeouts;
+    fire.setHost(&timeouts);
     fire.SetTriggerObject(&object);
-    Timeouts timeouts;
     fire.Stop();
     QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
     EXPECT_TRUE(timeouts.seen.empty());
     EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "Failed to send the timerFireTimeout signal."));
     QMetaObject::invokeMethod(&fire, "onkillDateTimer", Qt::DirectConnection);
     EXPECT_FALSE(fire.isArmed());
+}
+} // namespace
+
+namespace {
+// A hosted fire's runs go through its host, which records what it hands the
+// agent; a fire without one talks to the link itself.
+TEST(Fires, AHostedFireSendsThroughItsHost) {
+    FakeClientLink link;
+    TriggerObject object = MakeTrigger("hosted", {2, "2026-03-10 08:00:00"});
+    RecordingHost host;
+    EventerFire hosted;
+    hosted.setHost(&host);
+    EXPECT_TRUE(hosted.NowFire(&object));
+    EventerFire alone;
+    EXPECT_TRUE(alone.NowFire(&object));
+    ASSERT_EQ(host.sent.size(), 1u);
+    EXPECT_EQ(host.sent[0], std::make_pair(QString("hosted"), quint64{600}));
+    EXPECT_EQ(link.Commands().size(), 1u);
 }
 } // namespace

@@ -1,0 +1,128 @@
+#include "PollPass.h"
+
+#include "framework/Clock.h"
+#include "store/RunStateStore.h"
+
+#include <QTimer>
+
+#include <limits>
+
+PollPass::PollPass(FireTables& tables, PollOne pollOne, QObject* parent)
+    : QObject(parent), m_tables(tables), m_pollOne(std::move(pollOne)) {}
+
+void PollPass::Tick() {
+    QMutexLocker locker(&m_tables.dateTimeMutex());
+    if (m_tables.dateTimeLocked() == nullptr || m_open || Clock::nowMSecsSinceEpoch() < m_idleUntilMSecs) {
+        return;
+    }
+    m_open = true;
+    RunStateStore::HoldBatch(true);
+    m_keys.clear();
+    m_keyIndex = 0;
+    m_earliestDueMSecs = std::numeric_limits<qint64>::max();
+    RunSliceLocked();
+}
+
+void PollPass::ResetLocked() {
+    m_idleUntilMSecs = 0;
+    EndLocked();
+}
+
+// The open pass does not visit a fire added behind its back; the pass that
+// follows it comes at once and does.
+void PollPass::NoteChangedLocked() {
+    m_idleUntilMSecs = 0;
+    m_earliestDueMSecs = 0;
+}
+
+void PollPass::EndLocked() {
+    if (m_open) {
+        m_open = false;
+        RunStateStore::HoldBatch(false);
+    }
+}
+
+void PollPass::Continue() {
+    QMutexLocker locker(&m_tables.dateTimeMutex());
+    m_sliceScheduled = false;
+    if (m_tables.dateTimeLocked() != nullptr && m_open) {
+        RunSliceLocked();
+    }
+}
+
+void PollPass::RunSliceLocked() {
+    if (SliceLocked()) {
+        EndLocked();
+        m_idleUntilMSecs = m_earliestDueMSecs;
+        return;
+    }
+    if (!m_sliceScheduled) {
+        m_sliceScheduled = true;
+        // A short pause rather than a posted call, so that a plan command
+        // blocked on the table lock is sure to get it before the next slice.
+        QTimer::singleShot(1, Qt::PreciseTimer, this, &PollPass::Continue);
+    }
+}
+
+// One slice of the open pass; true when the pass has reached the end.
+bool PollPass::SliceLocked() {
+    QElapsedTimer slice;
+    slice.start();
+    // Only a pass cut short has keys left to visit.
+    const bool done = m_keys.isEmpty() ? FirstSliceLocked(slice) : LaterSliceLocked(slice);
+    if (done) {
+        m_keys.clear();
+        m_keys.squeeze();
+    }
+    return done;
+}
+
+bool PollPass::SliceUsedUp(int& visited, const QElapsedTimer& slice) const {
+    return (++visited & 15) == 0 && slice.nsecsElapsed() >= m_sliceNSecs;
+}
+
+bool PollPass::Visit(TriggerFire* fire) {
+    return fire == nullptr || m_pollOne(fire, m_earliestDueMSecs);
+}
+
+// Walks the table itself; a pass cut short keeps the keys it has not reached.
+bool PollPass::FirstSliceLocked(const QElapsedTimer& slice) {
+    FireTables::DateTimeTable& table = *m_tables.dateTimeLocked();
+    int visited = 0;
+    auto it = table.begin();
+    while (it != table.end()) {
+        if (SliceUsedUp(visited, slice)) {
+            m_keys.reserve(table.size());
+            for (; it != table.end(); ++it) {
+                m_keys.append(it.key());
+            }
+            return false;
+        }
+        TriggerFire* fire = it.value();
+        if (Visit(fire)) {
+            ++it;
+            continue;
+        }
+        it = table.erase(it);
+        FireTables::Retire(fire);
+    }
+    return true;
+}
+
+bool PollPass::LaterSliceLocked(const QElapsedTimer& slice) {
+    FireTables::DateTimeTable& table = *m_tables.dateTimeLocked();
+    int visited = 0;
+    while (m_keyIndex < m_keys.size()) {
+        if (SliceUsedUp(visited, slice)) {
+            return false;
+        }
+        const auto it = table.find(m_keys.at(m_keyIndex++));
+        TriggerFire* fire = it != table.end() ? it.value() : nullptr;
+        if (Visit(fire)) {
+            continue;
+        }
+        table.erase(it);
+        FireTables::Retire(fire);
+    }
+    return true;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "FireTables.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+#include <QVector>
+
+#include <functional>
+
+class TriggerFire;
+
+// The polling mode's walk over the date-time table, once a poll tick finds a
+// fire due.
+//
+// A pass that does more than one slice of work (the first poll after start-up
+// computes and reports every trigger) goes on where it stopped on a later turn
+// of the event loop, so that plan commands waiting for the table lock are
+// served in between. Those commands change the table, and a QHash iterator
+// does not survive a change (an insertion or a removal may rehash it), so a
+// pass cut short keeps the keys it has still to visit and goes on by key: a
+// plan removed meanwhile is skipped, one replaced is polled in its new fire,
+// one added waits for the next pass, which comes at once. A pass holds the run
+// state's batch until it ends, so that its changes go in one transaction.
+//
+// All state is guarded by the table's date-time mutex. Lives on the
+// application thread.
+class PollPass : public QObject {
+    Q_OBJECT
+public:
+    // Polls one fire; false when the fire has ended and leaves the table.
+    // Lowers `earliestDueMSecs` to the start of the minute it is due next.
+    using PollOne = std::function<bool(TriggerFire* fire, qint64& earliestDueMSecs)>;
+
+    // Work done by one slice before the table lock is given up for the rest
+    // of the event loop.
+    static constexpr qint64 kSliceNSecs = 10 * 1000 * 1000;
+
+    PollPass(FireTables& tables, PollOne pollOne, QObject* parent = nullptr);
+
+    // A poll tick: opens a pass unless one is open or no fire is due yet.
+    void Tick();
+    // Closes the open pass, if any, and forgets when the next fire is due.
+    void ResetLocked();
+    // The table changed behind the open pass's back: a fire joined it, or
+    // the zone moved every instant.
+    void NoteChangedLocked();
+    void setSliceNSecs(qint64 nsecs) { m_sliceNSecs = nsecs; }
+
+private:
+    void Continue();
+    void RunSliceLocked();
+    void EndLocked();
+    bool SliceLocked();
+    bool FirstSliceLocked(const QElapsedTimer& slice);
+    bool LaterSliceLocked(const QElapsedTimer& slice);
+    bool SliceUsedUp(int& visited, const QElapsedTimer& slice) const;
+    bool Visit(TriggerFire* fire);
+
+    FireTables& m_tables;
+    PollOne m_pollOne;
+    // No fire of the table is due before this time, so ticks until then need
+    // not walk the table. Any insertion clears it.
+    qint64 m_idleUntilMSecs = 0;
+    bool m_open = false;
+    QVector<QString> m_keys;
+    int m_keyIndex = 0;
+    qint64 m_earliestDueMSecs = 0;
+    bool m_sliceScheduled = false;
+    qint64 m_sliceNSecs = kSliceNSecs;
+};

@@ -1,0 +1,136 @@
+#include "TimerDispatch.h"
+
+#include "framework/Clock.h"
+#include "framework/LogText.h"
+#include "framework/Logger.h"
+#include "timing/DeadlineQueue.h"
+#include "triggers/FireState.h"
+#include "triggers/TimerFire.h"
+#include "triggers/TriggerObject.h"
+
+namespace {
+const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
+
+// An on-time run computes its follow-up from the instant it was due, so that
+// repetitions do not drift by the moments the runs took to fire; a run that a
+// clock step or a sleep passed over goes on with the plan's series after the
+// current time.
+quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next) {
+    const qint64 due = fire.expiredDueMSecs();
+    const qint64 late = current.toMSecsSinceEpoch() - due;
+    if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
+        return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
+    }
+    return fire.SeekLateStartTime(current, next);
+}
+} // namespace
+
+void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 fireId) {
+    TimerFire* fire = CurrentFireLocked(planUuid, fireId);
+    TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
+    if (fire != nullptr && object == nullptr) {
+        Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
+    }
+    if (object == nullptr) {
+        return;
+    }
+    if (!CaughtUpLater(planUuid, *fire, *object) && !Run(planUuid, *fire, *object)) {
+        return;
+    }
+    const QDateTime current = Clock::now();
+    QDateTime next;
+    const quint64 state = SeekFollowUp(*fire, current, next);
+    if (state != FireState::kScheduled) {
+        EndLocked(planUuid, fire, object, state);
+        return;
+    }
+    RearmLocked(planUuid, fire, object, current, next);
+}
+
+TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint64 fireId) {
+    if (planUuid.isEmpty()) {
+        Logger::Error("The planName is empty in the onTimerTimeout.");
+        return nullptr;
+    }
+    FireTables::DateTimeTable* table = m_context.tables.dateTimeLocked();
+    if (table == nullptr || !table->contains(planUuid)) {
+        Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.")
+                          .arg(LogText::Outside(planUuid)));
+        return nullptr;
+    }
+    auto* fire = qobject_cast<TimerFire*>(table->value(planUuid));
+    if (fire == nullptr) {
+        Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.")
+                          .arg(LogText::Outside(planUuid)));
+        return nullptr;
+    }
+    if (fire->fireId() != fireId) {
+        // Queued by a fire that a plan command has replaced since: the plan's
+        // current fire keeps its own time.
+        Logger::Info(QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.")
+                         .arg(LogText::Outside(planUuid)));
+        return nullptr;
+    }
+    return fire;
+}
+
+// A timer whose due instant a clock step or a sleep passed over runs once when
+// the queue notices, under either policy, as a late timer always did. With
+// policy once that run is the plan's catch-up instead: spread, and named as
+// such.
+bool TimerDispatch::CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object) {
+    MissedRunCatchUp* catchUp = m_context.catchUp.get();
+    if (catchUp == nullptr || !catchUp->CatchesUp() ||
+        Clock::nowMSecsSinceEpoch() - fire.expiredDueMSecs() <= DeadlineQueue::kStepToleranceMSecs) {
+        return false;
+    }
+    return catchUp->NoteMissed(planUuid, object.getNextStartTime());
+}
+
+bool TimerDispatch::Run(const QString& planUuid, TimerFire& fire, TriggerObject& object) {
+    if (!fire.NowFire(&object)) {
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
+                .arg(LogText::Outside(planUuid)));
+        return false;
+    }
+    const qint64 due = fire.expiredDueMSecs();
+    m_context.occurrences.Ran(object, due,
+                              Clock::nowMSecsSinceEpoch() - due <= DeadlineQueue::kStepToleranceMSecs);
+    m_context.NoteRun(planUuid);
+    return true;
+}
+
+void TimerDispatch::EndLocked(const QString& planUuid, TriggerFire* fire, TriggerObject* object,
+                              quint64 state) {
+    if (state == FireState::kFinished) {
+        m_context.EndTrigger(object, "TimerFire");
+    } else {
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
+    }
+    m_context.tables.dateTimeLocked()->remove(planUuid);
+    FireTables::Retire(fire);
+}
+
+// The follow-up gets a fire of its own, so that a time-out of the old one
+// still queued is recognised as stale.
+void TimerDispatch::RearmLocked(const QString& planUuid, TimerFire* fire, TriggerObject* object,
+                                const QDateTime& current, const QDateTime& next) {
+    if (next < current) {
+        Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
+                              "onTimerFireTimeout.")
+                          .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
+                               current.toString(kPreciseFormat)));
+    }
+    m_context.tables.dateTimeLocked()->remove(planUuid);
+    FireTables::Retire(fire);
+    auto* replacement = qobject_cast<TimerFire*>(m_context.NewDateTimeFireLocked(object));
+    if (replacement == nullptr) {
+        Logger::Error(
+            QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")
+                .arg(LogText::Outside(planUuid)));
+        return;
+    }
+    replacement->StartWaitTimer(current, next);
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "FiringContext.h"
+
+#include <QDateTime>
+#include <QString>
+
+class TimerFire;
+class TriggerFire;
+class TriggerObject;
+
+// What a time-out of a fire of the timer mode does: runs its start, or hands
+// a start that a clock step or a sleep passed over to the catch-up, then arms
+// a new fire for the follow-up, or ends the trigger. The caller holds the
+// date-time table's lock.
+class TimerDispatch {
+public:
+    explicit TimerDispatch(FiringContext& context) : m_context(context) {}
+
+    void TimedOutLocked(const QString& planUuid, quint64 fireId);
+
+private:
+    TimerFire* CurrentFireLocked(const QString& planUuid, quint64 fireId);
+    bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
+    bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
+    void EndLocked(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
+    void RearmLocked(const QString& planUuid, TimerFire* fire, TriggerObject* object,
+                     const QDateTime& current, const QDateTime& next);
+
+    FiringContext& m_context;
+};

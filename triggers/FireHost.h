@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+
+class TriggerObject;
+
+// What a fire reaches outside itself: the agent link for the commands built
+// from its trigger, and whoever handles its timer's time-outs. One host
+// serves every fire; a fire keeps only a pointer to it, where a connection or
+// a handler per fire would cost each of a million fires its own.
+class FireHost {
+public:
+    virtual ~FireHost() = default;
+    // Hands the agent link execute-trigger or trigger-info for a copy of the
+    // trigger; false when the link refused it.
+    virtual bool Send(const TriggerObject& object, quint64 commandType) = 0;
+    // On the fire's thread, with the fire's id, so that a time-out still
+    // queued when its fire is replaced is recognised as stale.
+    virtual void TimerExpired(const QString& planUuid, quint64 fireId) = 0;
+};

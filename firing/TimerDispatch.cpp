@@ -25,8 +25,8 @@ quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next)
 }
 } // namespace
 
-void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 fireId) {
-    TimerFire* fire = CurrentFireLocked(planUuid, fireId);
+void TimerDispatch::TimedOutLocked(const QString& planUuid, const TimerFire* expired) {
+    TimerFire* fire = CurrentFireLocked(planUuid, expired);
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
     if (fire != nullptr && object == nullptr) {
         Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
@@ -47,7 +47,7 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 fireId) {
     RearmLocked(planUuid, fire, object, current, next);
 }
 
-TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint64 fireId) {
+TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, const TimerFire* expired) {
     if (planUuid.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return nullptr;
@@ -64,7 +64,7 @@ TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint64 fir
                           .arg(LogText::Outside(planUuid)));
         return nullptr;
     }
-    if (fire->fireId() != fireId) {
+    if (fire != expired) {
         // Queued by a fire that a plan command has replaced since: the plan's
         // current fire keeps its own time.
         Logger::Info(QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.")

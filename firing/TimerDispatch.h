@@ -17,10 +17,11 @@ class TimerDispatch {
 public:
     explicit TimerDispatch(FiringContext& context) : m_context(context) {}
 
-    void TimedOutLocked(const QString& planUuid, quint64 fireId);
+    // `expired` is null when the fire that timed out is gone.
+    void TimedOutLocked(const QString& planUuid, const TimerFire* expired);
 
 private:
-    TimerFire* CurrentFireLocked(const QString& planUuid, quint64 fireId);
+    TimerFire* CurrentFireLocked(const QString& planUuid, const TimerFire* expired);
     bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     void EndLocked(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);

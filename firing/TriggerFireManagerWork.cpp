@@ -14,6 +14,8 @@
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
+#include <QPointer>
+
 namespace {
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
@@ -243,13 +245,18 @@ void TriggerFireManagerWork::onAtTimerOut() {
 }
 
 // A time-out is handled at a later turn of the event loop, never inside the
-// fire's own call: handling it may replace and delete that fire.
-void TriggerFireManagerWork::TimerExpired(const QString& planUuid, quint64 fireId) {
+// fire's own call: handling it may replace and delete that fire. The guard
+// turns null when the fire is deleted meanwhile, so that a time-out still
+// queued when a plan command replaced its fire is recognised as stale even if
+// the new fire took the old one's address.
+void TriggerFireManagerWork::TimerExpired(TimerFire& fire) {
+    const QString planUuid = fire.planUuid();
+    const QPointer<TimerFire> expired(&fire);
     QMetaObject::invokeMethod(
         this,
-        [this, planUuid, fireId] {
+        [this, planUuid, expired] {
             QMutexLocker locker(&m_tables.dateTimeMutex());
-            m_timer.TimedOutLocked(planUuid, fireId);
+            m_timer.TimedOutLocked(planUuid, expired.data());
         },
         Qt::QueuedConnection);
 }

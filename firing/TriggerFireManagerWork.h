@@ -74,7 +74,7 @@ public:
     TriggerFire* DateTimeFireOf(const QString& planUuid) { return m_tables.DateTimeFireOf(planUuid); }
 
     bool Send(const TriggerObject& object, quint64 commandType) override;
-    void TimerExpired(const QString& planUuid, quint64 fireId) override;
+    void TimerExpired(TimerFire& fire) override;
 
 private Q_SLOTS:
     void onAtTimerOut();

@@ -6,18 +6,16 @@
 #include <QSqlQuery>
 #include <QVariant>
 
-#include <atomic>
-
 namespace {
-std::atomic<int> g_connectionSequence{0};
-
 constexpr const char* kSelect = "SELECT plan_uuid, trigger_type, next_start, end_flag, last_due, "
                                 "last_handed, result, result_at FROM runs";
 constexpr const char* kOrder = " ORDER BY coalesce(next_start, '') = '', next_start, plan_uuid";
 } // namespace
 
+// Named after the reader itself: a name is free again once its reader, which
+// removes its connection, is gone.
 RunStateReader::RunStateReader()
-    : m_connectionName(QString("orvel-state-reader-%1").arg(++g_connectionSequence)) {}
+    : m_connectionName(QString("orvel-state-reader-%1").arg(reinterpret_cast<quintptr>(this), 0, 16)) {}
 
 RunStateReader::~RunStateReader() {
     if (!m_open) {

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <QString>
+#include <QtGlobal>
 
+class TimerFire;
 class TriggerObject;
 
 // What a fire reaches outside itself: the agent link for the commands built
@@ -14,7 +15,6 @@ public:
     // Hands the agent link execute-trigger or trigger-info for a copy of the
     // trigger; false when the link refused it.
     virtual bool Send(const TriggerObject& object, quint64 commandType) = 0;
-    // On the fire's thread, with the fire's id, so that a time-out still
-    // queued when its fire is replaced is recognised as stale.
-    virtual void TimerExpired(const QString& planUuid, quint64 fireId) = 0;
+    // On the fire's thread, inside the fire's own call.
+    virtual void TimerExpired(TimerFire& fire) = 0;
 };

@@ -11,16 +11,13 @@
 
 #include <QThread>
 
-#include <atomic>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-std::atomic<quint64> g_lastFireId{0};
 } // namespace
 
 TimerFire::TimerFire(QObject* parent)
-    : DateTimeFire(parent), m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }),
-      m_fireId(g_lastFireId.fetch_add(1, std::memory_order_relaxed) + 1) {}
+    : DateTimeFire(parent), m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }) {}
 
 TimerFire::~TimerFire() = default;
 
@@ -130,7 +127,7 @@ void TimerFire::ontimeout() {
         return;
     }
     if (host() != nullptr) {
-        host()->TimerExpired(m_planUuid, m_fireId);
+        host()->TimerExpired(*this);
     }
 }
 

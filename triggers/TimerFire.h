@@ -28,8 +28,8 @@ public:
     // time in the zone now in force. On the fire's own thread.
     void RearmFromNextStartTime();
 
-    // Unique in the process for the life of the process.
-    quint64 fireId() const { return m_fireId; }
+    // Kept when the fire is stopped and lets go of its trigger.
+    const QString& planUuid() const { return m_planUuid; }
     qint64 armedIntervalMSecs() const { return m_timer.interval(); }
     qint64 armedDueMSecs() const { return m_timer.dueMSecs(); }
     bool isArmed() const { return m_timer.isActive(); }
@@ -47,7 +47,6 @@ private:
     bool Resume(const QDateTime& current, QDateTime& next);
 
     DeadlineTimer m_timer;
-    const quint64 m_fireId;
     QString m_planUuid;
     bool m_connected = false;
     qint64 m_waitMSecs = 0;

@@ -29,10 +29,8 @@ struct RecordingHost : FireHost {
         sent.emplace_back(object.getPlanUuid(), commandType);
         return true;
     }
-    void TimerExpired(const QString& planUuid, quint64 fireId) override {
-        seen.emplace_back(planUuid, fireId);
-    }
-    std::vector<std::pair<QString, quint64>> seen;
+    void TimerExpired(TimerFire& fire) override { seen.emplace_back(fire.planUuid(), &fire); }
+    std::vector<std::pair<QString, TimerFire*>> seen;
     std::vector<std::pair<QString, quint64>> sent;
 };
 
@@ -201,7 +199,7 @@ TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     QCoreApplication::processEvents();
     ASSERT_EQ(timeouts.seen.size(), 1u);
     EXPECT_EQ(timeouts.seen[0].first, "T");
-    EXPECT_EQ(timeouts.seen[0].second, fire.fireId());
+    EXPECT_EQ(timeouts.seen[0].second, &fire);
 }
 
 TEST(TimerFire, TimeoutAfterStopSendsNothing) {

@@ -11,7 +11,6 @@
 
 #include <QThread>
 
-
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 } // namespace

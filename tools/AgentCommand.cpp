@@ -48,14 +48,12 @@ QString AgentCommand::Describe(const QByteArray& payload) {
 }
 
 int AgentCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
     ArgumentList parsed;
-    QString error;
-    if (!parsed.Parse(arguments, {"--listen", "--port", "--refuse"}, error)) {
-        return ToolOutput::UsageError("agent", error);
+    const int done = parsed.Read(arguments, "agent", Help(), {"--listen", "--port", "--refuse"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
+    QString error;
     ServiceEndpoint::LoadConfiguration();
     quint64 port = 0;
     if (!parsed.Unsigned("--port", ConfigReader::getAgentPort(), port, error) || port > 65535) {

@@ -1,5 +1,25 @@
 #include "ArgumentList.h"
 
+#include "ToolOutput.h"
+
+int ArgumentList::Read(const QStringList& arguments, const QString& subcommand, const QString& help,
+                       const QStringList& known, const QStringList& switches) {
+    if (arguments.contains("--help")) {
+        return ToolOutput::Out(help, 0);
+    }
+    QStringList rest = arguments;
+    for (const QString& flag : switches) {
+        if (rest.removeAll(flag) > 0) {
+            m_switches.insert(flag);
+        }
+    }
+    QString error;
+    if (!Parse(rest, known, error)) {
+        return ToolOutput::UsageError(subcommand, error);
+    }
+    return kGoOn;
+}
+
 bool ArgumentList::Parse(const QStringList& arguments, const QStringList& known, QString& error) {
     for (int i = 0; i < arguments.size(); i += 2) {
         const QString& flag = arguments.at(i);

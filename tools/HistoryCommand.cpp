@@ -104,16 +104,13 @@ QString HistoryCommand::Help() {
 }
 
 int HistoryCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
-    QStringList rest = arguments;
-    const bool json = rest.removeAll("--json") > 0;
     ArgumentList parsed;
-    QString error;
-    if (!parsed.Parse(rest, {"--plan", "--since", "--outcome", "--state", "--now"}, error)) {
-        return ToolOutput::UsageError("history", error);
+    const int done = parsed.Read(arguments, "history", Help(),
+                                 {"--plan", "--since", "--outcome", "--state", "--now"}, {"--json"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
+    const bool json = parsed.Switch("--json");
     const QDateTime now = parsed.Has("--now") ? LocalTime::Parse(parsed.Value("--now")) : Clock::now();
     if (!now.isValid()) {
         return ToolOutput::UsageError("history", "--now must read \"yyyy-MM-dd hh:mm:ss\"");
@@ -134,6 +131,7 @@ int HistoryCommand::Run(const QStringList& arguments) {
     const QString path = parsed.Value("--state", ServiceEndpoint::StatePath());
     RunHistoryReader reader;
     QVector<RunHistoryReader::Row> rows;
+    QString error;
     if (!reader.Open(path, error) || !reader.Read(filter, rows, error)) {
         return ToolOutput::Fail(
             QString("orvelctl history: cannot read the run history %1: %2").arg(path, error), 1);

@@ -24,13 +24,10 @@ QString MetricsCommand::Help() {
 }
 
 int MetricsCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
     ArgumentList parsed;
-    QString error;
-    if (!parsed.Parse(arguments, {"--state", "--now"}, error)) {
-        return ToolOutput::UsageError("metrics", error);
+    const int done = parsed.Read(arguments, "metrics", Help(), {"--state", "--now"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
     const QDateTime now = parsed.Has("--now") ? LocalTime::Parse(parsed.Value("--now")) : Clock::now();
     if (!now.isValid()) {
@@ -39,6 +36,7 @@ int MetricsCommand::Run(const QStringList& arguments) {
     ServiceEndpoint::LoadConfiguration();
     const QString path = parsed.Value("--state", ServiceEndpoint::StatePath());
     RunStateReader reader;
+    QString error;
     QVector<RunStateReader::Plan> plans;
     if (!reader.Open(path, error) || !reader.Read(QString(), plans, error)) {
         return ToolOutput::Fail(

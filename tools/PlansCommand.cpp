@@ -42,16 +42,14 @@ QString PlansCommand::Help() {
 }
 
 int PlansCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
     ArgumentList parsed;
-    QString error;
-    if (!parsed.Parse(arguments, {"--prefix", "--db"}, error)) {
-        return ToolOutput::UsageError("plans", error);
+    const int done = parsed.Read(arguments, "plans", Help(), {"--prefix", "--db"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
     const QString path = parsed.Value("--db", ServiceEndpoint::DatabasePath());
     QString out;
+    QString error;
     if (!ReadPlans(path, parsed.Value("--prefix"), out, error)) {
         return ToolOutput::Fail(QString("orvelctl plans: cannot read the database %1: %2").arg(path, error),
                                 1);

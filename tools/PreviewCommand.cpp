@@ -129,18 +129,16 @@ QString PreviewCommand::Help() {
 }
 
 int PreviewCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
-    QStringList rest = arguments;
-    const bool json = rest.removeAll("--json") > 0;
-    const bool offsets = rest.removeAll("--offsets") > 0;
-    ArgumentList parsed;
-    QString error;
     const QStringList own = {"--now", "--count", "--mode", "--plan", "--db", "--state"};
-    if (!parsed.Parse(rest, TriggerOptions::Flags() + own, error)) {
-        return ToolOutput::UsageError("preview", error);
+    ArgumentList parsed;
+    const int done =
+        parsed.Read(arguments, "preview", Help(), TriggerOptions::Flags() + own, {"--json", "--offsets"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
+    const bool json = parsed.Switch("--json");
+    const bool offsets = parsed.Switch("--offsets");
+    QString error;
     Request request;
     if (!ParseNow(parsed, request.now)) {
         return ToolOutput::UsageError("preview", "--now must read \"yyyy-MM-dd hh:mm:ss[.zzz]\"");

@@ -163,16 +163,14 @@ QString StatusCommand::Help() {
 }
 
 int StatusCommand::Run(const QStringList& arguments) {
-    if (arguments.contains("--help")) {
-        return ToolOutput::Out(Help(), 0);
-    }
-    QStringList rest = arguments;
-    const bool json = rest.removeAll("--json") > 0;
     ArgumentList parsed;
-    QString error;
-    if (!parsed.Parse(rest, {"--plan", "--state", "--server", "--port", "--now"}, error)) {
-        return ToolOutput::UsageError("status", error);
+    const int done = parsed.Read(arguments, "status", Help(),
+                                 {"--plan", "--state", "--server", "--port", "--now"}, {"--json"});
+    if (done != ArgumentList::kGoOn) {
+        return done;
     }
+    const bool json = parsed.Switch("--json");
+    QString error;
     ServiceEndpoint::LoadConfiguration();
     quint64 port = 0;
     if (!parsed.Unsigned("--port", ConfigReader::getSchedulerPort(), port, error) || port == 0 ||

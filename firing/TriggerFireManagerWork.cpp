@@ -4,6 +4,7 @@
 #include "framework/ConfigReader.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
+#include "store/RunStateBatchHold.h"
 #include "store/RunStateStore.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "timing/DeadlineQueue.h"
@@ -104,6 +105,14 @@ TriggerFireManagerWork& TriggerFireManagerWork::Instance() {
     return work;
 }
 
+// A pass under way keeps no hold on a recorder that is going away.
+void TriggerFireManagerWork::SetRunState(RunStateRecorder* runState) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    m_passHold.reset();
+    m_runState = runState;
+    m_occurrences.SetRunState(runState);
+}
+
 bool TriggerFireManagerWork::Init() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
@@ -120,6 +129,7 @@ bool TriggerFireManagerWork::Init() {
         }
     }
     m_occurrences = OccurrenceRecorder();
+    m_occurrences.SetRunState(m_runState);
     if (m_catchUp == nullptr) {
         m_catchUp = std::make_unique<MissedRunCatchUp>(
             [this](const QString& planUuid, const QString& missedStart, qint64 delayMSecs) {
@@ -257,7 +267,9 @@ TriggerFire* TriggerFireManagerWork::NewDateTimeFireLocked(TriggerObject* object
 
 void TriggerFireManagerWork::EndTrigger(TriggerObject* object, const QString& fireClass) {
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
-    RunHistory::RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
+    if (m_runState != nullptr) {
+        m_runState->RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
+    }
     if (!JobTask::ReportTriggerInfo(object)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, LogText::Outside(object->getPlanUuid())));
@@ -278,8 +290,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
         // A calendar trigger's schedule reaches the run state with its
         // trigger-info; an event trigger has no other moment to be listed.
         const quint64 type = object->getTriggerType();
-        if (TriggerTypes::IsEvent(type)) {
-            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        if (TriggerTypes::IsEvent(type) && m_runState != nullptr) {
+            m_runState->RecordSchedule(object->getPlanUuid(), type, QString(), 0);
         }
         return 0;
     }
@@ -298,10 +310,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
 // transaction, as a poll pass's do, instead of one every 100 ms all over the
 // file while the fires start.
 bool TriggerFireManagerWork::StartAllTriggerFires() {
-    RunStateStore::HoldBatch(true);
-    const bool started = StartAllTriggerFiresHeld();
-    RunStateStore::HoldBatch(false);
-    return started;
+    const RunStateBatchHold hold(m_runState);
+    return StartAllTriggerFiresHeld();
 }
 
 bool TriggerFireManagerWork::StartAllTriggerFiresHeld() {
@@ -419,7 +429,7 @@ void TriggerFireManagerWork::onAtTimerOut() {
         return;
     }
     m_passOpen = true;
-    RunStateStore::HoldBatch(true);
+    m_passHold.emplace(m_runState);
     m_passKeys.clear();
     m_passKeyIndex = 0;
     m_passEarliestDueMSecs = std::numeric_limits<qint64>::max();
@@ -429,7 +439,7 @@ void TriggerFireManagerWork::onAtTimerOut() {
 void TriggerFireManagerWork::EndPassLocked() {
     if (m_passOpen) {
         m_passOpen = false;
-        RunStateStore::HoldBatch(false);
+        m_passHold.reset();
     }
 }
 
@@ -772,7 +782,9 @@ bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
         }
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
-            RunHistory::RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
+            if (m_runState != nullptr) {
+                m_runState->RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
+            }
             Logger::Info(
                 QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {

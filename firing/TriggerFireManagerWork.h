@@ -2,6 +2,7 @@
 
 #include "MissedRunCatchUp.h"
 #include "OccurrenceRecorder.h"
+#include "store/RunStateBatchHold.h"
 
 #include <QHash>
 #include <QMultiHash>
@@ -10,6 +11,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class TimerFire;
 class TriggerFire;
@@ -31,6 +33,8 @@ class TriggerFireManagerWork : public QObject {
 public:
     static TriggerFireManagerWork& Instance();
 
+    // Where runs, schedules and occurrences are recorded; before Init.
+    void SetRunState(RunStateRecorder* runState);
     bool Init();
     bool LoadTriggerFires();
     TriggerFire* NewTriggerFire(quint64 type, TriggerObject* object);
@@ -93,7 +97,7 @@ private:
     bool CaughtUpLater(const QString& planUuid, TimerFire* fire, TriggerObject* object);
     bool RunMissedStart(const QString& planUuid, const QString& missedStart, qint64 delayMSecs);
     void ForgetStartsStillAhead(QHash<QString, RunStateStore::StoredRun>& runs);
-    static void EndTrigger(TriggerObject* object, const QString& fireClass);
+    void EndTrigger(TriggerObject* object, const QString& fireClass);
 
     QHash<QString, TriggerFire*>* m_dateTimeFires = nullptr;
     QMutex m_dateTimeMutex;
@@ -102,6 +106,9 @@ private:
     // Created by Init on the application thread; touched only there.
     std::unique_ptr<MissedRunCatchUp> m_catchUp;
     OccurrenceRecorder m_occurrences;
+    RunStateRecorder* m_runState = nullptr;
+    // Held from the start of a poll pass to its end, over all its slices.
+    std::optional<RunStateBatchHold> m_passHold;
     // No fire of the date-time table is due before this time, so polls until
     // then need not walk the table. Any insertion clears it. Guarded by
     // m_dateTimeMutex.

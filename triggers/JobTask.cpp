@@ -9,15 +9,15 @@
 #include "framework/RequestCommand.h"
 #include "framework/RequestTriggerExecuteInfoData.h"
 
-#include <atomic>
 #include <memory>
 
 namespace {
-std::atomic<JobTask::HandedRecorder> g_handedRecorder{nullptr};
+std::shared_ptr<const JobTask::HandedRecorder> g_handedRecorder;
 } // namespace
 
 void JobTask::SetHandedRecorder(HandedRecorder recorder) {
-    g_handedRecorder.store(recorder);
+    std::atomic_store(&g_handedRecorder,
+                      recorder ? std::make_shared<const HandedRecorder>(std::move(recorder)) : nullptr);
 }
 
 bool JobTask::FireJob(TriggerObject* object) {
@@ -59,8 +59,8 @@ bool JobTask::SendTriggerCommand(TriggerObject* copy, quint64 commandType) {
     if (!ClientCommunManager::RequestCommunCommand(std::move(built))) {
         return false;
     }
-    if (const HandedRecorder recorder = g_handedRecorder.load()) {
-        recorder(*owned, commandType);
+    if (const auto recorder = std::atomic_load(&g_handedRecorder)) {
+        (*recorder)(*owned, commandType);
     }
     return true;
 }

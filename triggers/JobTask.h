@@ -2,6 +2,8 @@
 
 #include <QObject>
 
+#include <functional>
+
 class TriggerObject;
 
 // Turns a trigger into a command to the agent: execute-trigger (600) or
@@ -18,7 +20,7 @@ public:
     // was built from, on the thread that sent it. Whoever keeps the run state
     // sets it; the texts are the trigger's own, so recording them allocates
     // nothing.
-    using HandedRecorder = void (*)(const TriggerObject& sent, quint64 commandType);
+    using HandedRecorder = std::function<void(const TriggerObject& sent, quint64 commandType)>;
     static void SetHandedRecorder(HandedRecorder recorder);
 
 private:

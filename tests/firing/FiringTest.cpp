@@ -5,10 +5,10 @@
 #include "support/LogCapture.h"
 #include "support/TriggerBuilder.h"
 
+#include "FakeRunStateRecorder.h"
 #include "firing/TriggerFireManager.h"
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/ConfigReader.h"
-#include "store/RunStateStore.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "timing/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
@@ -32,12 +32,16 @@
 namespace {
 class Firing : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(registry->Init()); }
+    void SetUp() override {
+        ASSERT_TRUE(registry->Init());
+        TriggerFireManager::SetRunState(&runState);
+    }
     void TearDown() override {
         work().setPollSliceNSecs(TriggerFireManagerWork::kPollSliceNSecs);
         manager.Stop();
         manager.UnInit();
         manager.UnInit();
+        TriggerFireManager::SetRunState(nullptr);
         QCoreApplication::sendPostedEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         registry->UnInit();
@@ -81,6 +85,7 @@ protected:
 
     SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
     TriggerFireManager manager;
+    FakeRunStateRecorder runState;
     std::optional<FakeClientLink> link{std::in_place};
     LogCapture log;
 };
@@ -161,8 +166,13 @@ TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
     EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
     ASSERT_EQ(link->CommandsOfType(601).size(), 1u);
     EXPECT_EQ(link->CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
-    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
-                        "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut."));
+    EXPECT_TRUE(log.Has(
+        log4cpp::Priority::INFO,
+        "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut.")); // The run reaches
+                                                                                           // the recorder the
+                                                                                           // fire manager was
+                                                                                           // given.
+    EXPECT_EQ(runState.Recorded().filter("occurrence p "), QStringList{"occurrence p on time"});
 }
 
 // A pass with more work than one slice goes on over later turns of the event
@@ -178,10 +188,10 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         EXPECT_GT(afterFirstSlice, 0u);
         EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
         // The pass's run state goes in one transaction, when the pass ends.
-        EXPECT_TRUE(RunStateStore::BatchHeld());
+        EXPECT_TRUE(runState.Held());
         if (stopMidway) {
             manager.Stop();
-            EXPECT_FALSE(RunStateStore::BatchHeld());
+            EXPECT_FALSE(runState.Held());
             QTest::qWait(50);
             EXPECT_EQ(link->CommandsOfType(600).size(), afterFirstSlice);
         } else {
@@ -196,7 +206,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
             }
             EXPECT_EQ(fired.size(), plans + 1);
             EXPECT_EQ(link->CommandsOfType(600).size(), static_cast<size_t>(plans + 1));
-            EXPECT_TRUE(QTest::qWaitFor([] { return !RunStateStore::BatchHeld(); }, 10000));
+            EXPECT_TRUE(QTest::qWaitFor([&] { return !runState.Held(); }, 10000));
             manager.Stop();
         }
         manager.UnInit();

@@ -138,11 +138,18 @@ bool RunHistory::WriteBuffered() {
     return m_plans.Write() && m_rows.Write();
 }
 
+// Null when the statement cannot be prepared; SQLite refuses to bind or step a
+// null statement, so the write fails and the batch says so.
 sqlite3_stmt* RunHistory::Statement(const char* sql) {
-    sqlite3_stmt*& statement = m_statements[sql];
-    if (statement == nullptr) {
-        sqlite3_prepare_v2(m_handle, sql, -1, &statement, nullptr);
+    if (sqlite3_stmt* kept = m_statements.value(sql, nullptr)) {
+        return kept;
     }
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(m_handle, sql, -1, &statement, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(statement);
+        return nullptr;
+    }
+    m_statements.insert(sql, statement);
     return statement;
 }
 

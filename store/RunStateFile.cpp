@@ -11,8 +11,6 @@
 #include <QSqlQuery>
 #include <QVariant>
 
-#include <atomic>
-
 namespace {
 // Times of day are the service's own texts ("yyyy-MM-dd hh:mm:ss", local
 // time), so that a row reads as the log does; moments are milliseconds since
@@ -45,8 +43,6 @@ constexpr const char* kAllColumns =
 constexpr const char* kCreateMeta =
     "CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID";
 
-std::atomic<int> g_connectionSequence{0};
-
 QString ProblemOf(const QSqlQuery& query, const QString& otherwise) {
     return query.lastError().isValid() ? query.lastError().text() : otherwise;
 }
@@ -68,7 +64,10 @@ RunStateFile::StoredRun StoredRunOf(const QSqlQuery& query) {
 }
 } // namespace
 
-RunStateFile::RunStateFile() : m_connectionName(QString("orvel-state-%1").arg(++g_connectionSequence)) {}
+// Named after the object, which closes its connection before it goes: no two
+// live files share a name.
+RunStateFile::RunStateFile()
+    : m_connectionName(QString("orvel-state-%1").arg(reinterpret_cast<quintptr>(this), 0, 16)) {}
 
 RunStateFile::~RunStateFile() {
     Close();

@@ -24,8 +24,6 @@ class TriggerObject;
 class RunStateStore : public QObject, public RunStateRecorder {
     Q_OBJECT
 public:
-    static constexpr int kBatchMSecs = RunStateWriter::kBatchMSecs;
-    static constexpr int kSchemaVersion = RunStateFile::kSchemaVersion;
     using StoredRun = RunStateFile::StoredRun;
     using Summary = RunStateTables::Summary;
 

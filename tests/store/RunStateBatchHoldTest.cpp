@@ -13,14 +13,19 @@
 namespace {
 using namespace RunStateTestData;
 
-// A store nobody holds, recorded into right after the held one, shows when the
-// held batch's time has come: its own batch is taken then. Twice over, the
-// held batch stays.
-TEST(RunStateBatchHold, AHeldBatchWaitsForItsRelease) {
+class HeldBatch : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(store.Open(path, Plans(2))); }
+
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(2)));
+};
+
+// A store nobody holds, recorded into right after the held one, shows when the
+// held batch's time has come: its own batch is taken then. Twice over, the
+// held batch stays.
+TEST_F(HeldBatch, WaitsForItsRelease) {
     RunStateStore pace;
     ASSERT_TRUE(pace.Open(dir.filePath("pace.db"), Plans(2)));
     {
@@ -36,11 +41,7 @@ TEST(RunStateBatchHold, AHeldBatchWaitsForItsRelease) {
     EXPECT_TRUE(WaitWithoutEvents([&] { return Rows(path).size() == 2; }));
 }
 
-TEST(RunStateBatchHold, HoldsNestAndTheLastReleaseLetsTheBatchGo) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath("state.db");
-    RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+TEST_F(HeldBatch, HoldsNestAndTheLastReleaseLetsItGo) {
     std::optional<RunStateBatchHold> outer(std::in_place, &store);
     {
         const RunStateBatchHold inner(&store);

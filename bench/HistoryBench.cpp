@@ -10,6 +10,7 @@
 
 #include "firing/OccurrenceRecorder.h"
 #include "framework/Clock.h"
+#include "store/RunStateBatchHold.h"
 #include "store/RunStateStore.h"
 #include "triggers/LocalTime.h"
 #include "triggers/TriggerObject.h"
@@ -59,18 +60,20 @@ struct Cost {
 
 Cost PollBatch(RunStateStore& store, std::vector<TriggerObject>& objects, qint64 dueMSecs, bool history) {
     OccurrenceRecorder recorder;
+    recorder.SetRunState(&store);
     const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs));
     const QString next = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(dueMSecs + 24 * kHour));
     const double before = BenchSupport::CpuSeconds(RUSAGE_SELF);
-    RunStateStore::HoldBatch(true);
-    for (TriggerObject& object : objects) {
-        RunStateStore::RecordRun(object.getPlanUuid(), 2, due, dueMSecs + 5);
-        RunStateStore::RecordSchedule(object.getPlanUuid(), 2, next, 0);
-        if (history) {
-            recorder.Ran(object, dueMSecs, true);
+    {
+        const RunStateBatchHold hold(&store);
+        for (TriggerObject& object : objects) {
+            store.RecordRun(object.getPlanUuid(), 2, due, dueMSecs + 5);
+            store.RecordSchedule(object.getPlanUuid(), 2, next, 0);
+            if (history) {
+                recorder.Ran(object, dueMSecs, true);
+            }
         }
     }
-    RunStateStore::HoldBatch(false);
     const double recorded = BenchSupport::CpuSeconds(RUSAGE_SELF);
     store.Flush();
     return Cost{recorded - before, BenchSupport::CpuSeconds(RUSAGE_SELF) - recorded};
@@ -129,15 +132,16 @@ void WriteHistory(const QString& path, int plans, int rows, qint64 end) {
     RunStateStore store;
     store.Open(path, {});
     for (int hour = rows; hour >= 1; --hour) {
-        RunStateStore::HoldBatch(true);
-        for (int i = 0; i < plans; ++i) {
-            const qint64 due = end - hour * kHour + (i % 3600) * 1000LL;
-            const QString plan = PlanUuid(i);
-            RunHistory::Record(
-                plan, {due, due + 3 + i % 500, RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
-            RunStateStore::RecordResult(plan, i % 50 == 0 ? 1 : 0, due + 60000 + i % 7000);
+        {
+            const RunStateBatchHold hold(&store);
+            for (int i = 0; i < plans; ++i) {
+                const qint64 due = end - hour * kHour + (i % 3600) * 1000LL;
+                const QString plan = PlanUuid(i);
+                store.RecordOccurrence(plan, {due, due + 3 + i % 500, RunHistory::Outcome::OnTime,
+                                              RunHistory::Reason::None, 0, 0});
+                store.RecordResult(plan, i % 50 == 0 ? 1 : 0, due + 60000 + i % 7000);
+            }
         }
-        RunStateStore::HoldBatch(false);
         store.Flush();
     }
     store.Close();

@@ -226,7 +226,7 @@ void BM_RunStateBatch(benchmark::State& state) {
     }
     for (auto _ : state) {
         for (int i = 0; i < count; ++i) {
-            RunStateStore::RecordSchedule(plans.at(i), 2, "2026-03-11 08:00:00", 0);
+            store.RecordSchedule(plans.at(i), 2, "2026-03-11 08:00:00", 0);
         }
         if (state.range(1) == 0) {
             state.PauseTiming();

@@ -36,12 +36,11 @@ void WriteState(const QString& path, int plans) {
         const qint64 dayMSecs = static_cast<qint64>(random() % 86400) * 1000;
         const QDateTime next = now.addMSecs(dayMSecs + static_cast<qint64>(random() % 7) * 86400000);
         const QString nextText = event || ended ? QString() : next.toString("yyyy-MM-dd hh:mm:ss");
-        RunStateStore::RecordSchedule(plan, type, nextText, ended ? 1 : 0);
+        store.RecordSchedule(plan, type, nextText, ended ? 1 : 0);
         if (random() % 10 != 0) {
             const QDateTime last = now.addMSecs(-dayMSecs);
-            RunStateStore::RecordRun(plan, type, last.toString("yyyy-MM-dd hh:mm:ss"),
-                                     last.toMSecsSinceEpoch());
-            RunStateStore::RecordResult(plan, random() % 20 == 0 ? 1 : 0, last.toMSecsSinceEpoch() + 60000);
+            store.RecordRun(plan, type, last.toString("yyyy-MM-dd hh:mm:ss"), last.toMSecsSinceEpoch());
+            store.RecordResult(plan, random() % 20 == 0 ? 1 : 0, last.toMSecsSinceEpoch() + 60000);
         }
     }
     store.Close();

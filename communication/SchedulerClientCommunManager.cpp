@@ -5,21 +5,8 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/WireFormat.h"
-#include "store/RunHistory.h"
+#include "store/RunStateRecorder.h"
 #include "triggers/LocalTime.h"
-
-namespace {
-// The replaced run's start did not run; the run that waits instead names how
-// many starts it stands for.
-void RecordMerged(const QString& planUuid, const QString& mergedDue, const QString& keptDue, int count) {
-    const qint64 merged = LocalTime::Parse(mergedDue).toMSecsSinceEpoch();
-    const qint64 kept = LocalTime::Parse(keptDue).toMSecsSinceEpoch();
-    RunHistory::Record(planUuid, RunHistory::Occurrence{merged, -1, RunHistory::Outcome::Merged,
-                                                        RunHistory::Reason::AgentUnreachable, 0, 0});
-    RunHistory::Record(planUuid, RunHistory::Occurrence{kept, -1, RunHistory::Outcome(0),
-                                                        RunHistory::Reason::None, 0, count});
-}
-} // namespace
 
 SchedulerClientCommunManager::SchedulerClientCommunManager(QObject* parent) : ClientCommunManager(parent) {}
 
@@ -43,6 +30,22 @@ void SchedulerClientCommunManager::UnInit() {
     m_controlClientWork.UnInit();
 }
 
+// The replaced run's start did not run; the run that waits instead names how
+// many starts it stands for. On the worker's thread.
+void SchedulerClientCommunManager::RecordMerged(const QString& planUuid, const QString& mergedDue,
+                                                const QString& keptDue, int count) {
+    if (m_runState == nullptr) {
+        return;
+    }
+    const qint64 merged = LocalTime::Parse(mergedDue).toMSecsSinceEpoch();
+    const qint64 kept = LocalTime::Parse(keptDue).toMSecsSinceEpoch();
+    m_runState->RecordOccurrence(planUuid,
+                                 RunHistory::Occurrence{merged, -1, RunHistory::Outcome::Merged,
+                                                        RunHistory::Reason::AgentUnreachable, 0, 0});
+    m_runState->RecordOccurrence(planUuid, RunHistory::Occurrence{kept, -1, RunHistory::Outcome(0),
+                                                                  RunHistory::Reason::None, 0, count});
+}
+
 void SchedulerClientCommunManager::Wire(CommunClientWork& work,
                                         void (SchedulerClientCommunManager::*request)(QByteArray)) {
     connect(this, &ClientCommunManager::toConnectServer, &work, &CommunClientWork::onreconnectServer,
@@ -51,7 +54,8 @@ void SchedulerClientCommunManager::Wire(CommunClientWork& work,
     connect(this, request, &work, &CommunClientWork::Post, Qt::DirectConnection);
     connect(&work, &CommunClientWork::returnResult, this, &SchedulerClientCommunManager::dealCommandResult,
             Qt::QueuedConnection);
-    connect(&work, &CommunClientWork::runsMerged, &RecordMerged);
+    connect(&work, &CommunClientWork::runsMerged, this, &SchedulerClientCommunManager::RecordMerged,
+            Qt::DirectConnection);
 }
 
 bool SchedulerClientCommunManager::Start() {

@@ -72,7 +72,7 @@ std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealNewPlanComman
 }
 
 std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealDeletePlanCommand(CommCommand* request) {
-    return Answer(request, [request](ResultCommand* result) {
+    return Answer(request, [this, request](ResultCommand* result) {
         if (!PassesDoor(request)) {
             return kFailure;
         }
@@ -81,7 +81,8 @@ std::unique_ptr<ResultCommand> SchedulerServerCommandDealwith::DealDeletePlanCom
         if (object == nullptr || !TriggerFireManager::RemoveTriggerFire(planUuid, TypeOf(object))) {
             return kFailure;
         }
-        return SchedulerDataStoreManager::DeleteTriggerObject(planUuid, result) ? kSuccess : kFailure;
+        return SchedulerDataStoreManager::DeleteTriggerObject(planUuid, result, m_runState) ? kSuccess
+                                                                                            : kFailure;
     });
 }
 

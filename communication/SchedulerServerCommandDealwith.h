@@ -13,6 +13,8 @@
 #include <memory>
 #include <utility>
 
+class RunStateRecorder;
+
 // Carries out plan commands (new 200, delete 203, modify 204) on the command
 // server's dealing thread and answers each with a result command. It owns each
 // package while it works on it; what goes back is the serialised reply and the
@@ -21,6 +23,8 @@ class SchedulerServerCommandDealwith : public QObject {
     Q_OBJECT
 public:
     explicit SchedulerServerCommandDealwith(QObject* parent = nullptr);
+    // Before the dealing thread starts.
+    void SetRunState(RunStateRecorder* runState) { m_runState = runState; }
 
     std::unique_ptr<ResultCommand> DealRequestCommand(CommCommand* request);
     std::unique_ptr<ResultCommand> DealNewPlanCommand(CommCommand* request);
@@ -42,4 +46,5 @@ private:
     // Per command (new, delete, modify) the commands that succeeded, then
     // those that failed.
     std::array<std::atomic<quint64>, 6> m_dealt{};
+    RunStateRecorder* m_runState = nullptr;
 };

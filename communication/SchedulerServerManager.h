@@ -25,6 +25,8 @@ public:
     bool Start();
     void Stop();
     void UnInit();
+    // Where plan deletions are recorded; before Start.
+    void SetRunState(RunStateRecorder* runState) { m_commandDealwith.SetRunState(runState); }
 
     quint16 serverPort() const { return m_communServer.serverPort(); }
     // Safe from any thread.

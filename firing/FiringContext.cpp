@@ -4,7 +4,7 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/WireFormat.h"
-#include "store/RunHistory.h"
+#include "store/RunStateRecorder.h"
 #include "triggers/FireHost.h"
 #include "triggers/TriggerObject.h"
 
@@ -14,7 +14,9 @@ bool FiringContext::IsTimerMode() {
 
 void FiringContext::EndTrigger(TriggerObject* object, const QString& fireClass) {
     object->getObjectTriggerAttribute().setTriggerEndFlag(1);
-    RunHistory::RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
+    if (runState != nullptr) {
+        runState->RecordNow(object->getPlanUuid(), RunHistory::Outcome::Ended, false);
+    }
     if (!host.Send(*object, CommandTypes::kTriggerInfo)) {
         Logger::Error(QString("The %1 of scheduler[%2] request update trigger end info error.")
                           .arg(fireClass, LogText::Outside(object->getPlanUuid())));

@@ -10,6 +10,7 @@
 #include <memory>
 
 class FireHost;
+class RunStateRecorder;
 class TriggerFire;
 class TriggerObject;
 
@@ -32,6 +33,8 @@ public:
     FireTables& tables;
     FireHost& host;
     OccurrenceRecorder occurrences;
+    // Where runs, schedules and occurrences are recorded; null records nothing.
+    RunStateRecorder* runState = nullptr;
     // Made by the worker's Init on the application thread; touched only there.
     std::unique_ptr<MissedRunCatchUp> catchUp;
     std::function<TriggerFire*(TriggerObject*)> newDateTimeFireLocked;

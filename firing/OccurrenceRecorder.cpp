@@ -1,6 +1,7 @@
 #include "OccurrenceRecorder.h"
 
 #include "framework/Clock.h"
+#include "store/RunStateRecorder.h"
 #include "timing/DeadlineQueue.h"
 #include "triggers/LocalTime.h"
 #include "triggers/TriggerObject.h"
@@ -76,18 +77,24 @@ void OccurrenceRecorder::Ran(TriggerObject& object, qint64 dueMSecs, bool onTime
     } else if (NearOffsetChange(dueMSecs) && InRepeatedHour(dueMSecs)) {
         occurrence.reason = RunHistory::Reason::RepeatedHour;
     }
-    RunHistory::Record(object.getPlanUuid(), occurrence);
+    Record(object.getPlanUuid(), occurrence);
 }
 
 void OccurrenceRecorder::Missed(const QString& planUuid, qint64 dueMSecs) {
-    RunHistory::Record(
-        planUuid, RunHistory::Occurrence{dueMSecs, -1, RunHistory::Outcome::Missed, CauseOf(dueMSecs), 0, 0});
+    Record(planUuid,
+           RunHistory::Occurrence{dueMSecs, -1, RunHistory::Outcome::Missed, CauseOf(dueMSecs), 0, 0});
 }
 
 void OccurrenceRecorder::CaughtUp(const QString& planUuid, qint64 dueMSecs, qint64 delayMSecs) {
     RunHistory::Occurrence occurrence = Handed(dueMSecs, RunHistory::Outcome::CaughtUp, CauseOf(dueMSecs));
     occurrence.detail = delayMSecs;
-    RunHistory::Record(planUuid, occurrence);
+    Record(planUuid, occurrence);
+}
+
+void OccurrenceRecorder::Record(const QString& planUuid, const RunHistory::Occurrence& occurrence) {
+    if (m_runState != nullptr) {
+        m_runState->RecordOccurrence(planUuid, occurrence);
+    }
 }
 
 bool OccurrenceRecorder::NearOffsetChange(qint64 dueMSecs) {

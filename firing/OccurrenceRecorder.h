@@ -6,6 +6,7 @@
 
 #include <deque>
 
+class RunStateRecorder;
 class TriggerObject;
 
 // Says, at the moment it is known, what became of each start of a plan, and
@@ -32,6 +33,9 @@ public:
     // Started at the first reading.
     explicit OccurrenceRecorder(const Reading& first);
 
+    // Where the occurrences go; none are recorded without it.
+    void SetRunState(RunStateRecorder* runState) { m_runState = runState; }
+
     // A calendar start went to the agent just now; `onTime` as the fire's own
     // rule has it.
     void Ran(TriggerObject& object, qint64 dueMSecs, bool onTime);
@@ -52,6 +56,7 @@ private:
         RunHistory::Reason kind;
     };
     static Reading Now();
+    void Record(const QString& planUuid, const RunHistory::Occurrence& occurrence);
     static RunHistory::Occurrence Handed(qint64 dueMSecs, RunHistory::Outcome outcome,
                                          RunHistory::Reason reason);
     // Whether the zone's offset changes within a few hours of the start; the
@@ -65,4 +70,5 @@ private:
     std::deque<Jump> m_jumps;
     qint64 m_checkedHour = -1;
     bool m_offsetChanges = false;
+    RunStateRecorder* m_runState = nullptr;
 };

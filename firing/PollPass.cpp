@@ -1,7 +1,6 @@
 #include "PollPass.h"
 
 #include "framework/Clock.h"
-#include "store/RunStateStore.h"
 
 #include <QTimer>
 
@@ -16,11 +15,16 @@ void PollPass::Tick() {
         return;
     }
     m_open = true;
-    RunStateStore::HoldBatch(true);
+    m_hold.emplace(m_runState);
     m_keys.clear();
     m_keyIndex = 0;
     m_earliestDueMSecs = std::numeric_limits<qint64>::max();
     RunSliceLocked();
+}
+
+void PollPass::SetRunStateLocked(RunStateRecorder* runState) {
+    m_hold.reset();
+    m_runState = runState;
 }
 
 void PollPass::ResetLocked() {
@@ -38,7 +42,7 @@ void PollPass::NoteChangedLocked() {
 void PollPass::EndLocked() {
     if (m_open) {
         m_open = false;
-        RunStateStore::HoldBatch(false);
+        m_hold.reset();
     }
 }
 

@@ -2,12 +2,15 @@
 
 #include "FireTables.h"
 
+#include "store/RunStateBatchHold.h"
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <QVector>
 
 #include <functional>
+#include <optional>
 
 class TriggerFire;
 
@@ -47,6 +50,8 @@ public:
     // the zone moved every instant.
     void NoteChangedLocked();
     void setSliceNSecs(qint64 nsecs) { m_sliceNSecs = nsecs; }
+    // Where a pass holds the batch; an open pass lets go of the one before.
+    void SetRunStateLocked(RunStateRecorder* runState);
 
 private:
     void Continue();
@@ -69,4 +74,7 @@ private:
     qint64 m_earliestDueMSecs = 0;
     bool m_sliceScheduled = false;
     qint64 m_sliceNSecs = kSliceNSecs;
+    RunStateRecorder* m_runState = nullptr;
+    // Held from the start of a pass to its end, over all its slices.
+    std::optional<RunStateBatchHold> m_hold;
 };

@@ -9,6 +9,10 @@ TriggerFireManager::TriggerFireManager(QObject* parent) : QObject(parent) {
     connect(&m_zoneTimer, &QTimer::timeout, this, &TriggerFireManager::onCheckLocalTimeZone);
 }
 
+void TriggerFireManager::SetRunState(RunStateRecorder* runState) {
+    TriggerFireManagerWork::Instance().SetRunState(runState);
+}
+
 bool TriggerFireManager::Init() {
     return TriggerFireManagerWork::Instance().Init();
 }

@@ -18,6 +18,8 @@ public:
 
     explicit TriggerFireManager(QObject* parent = nullptr);
 
+    // Where the fires record runs, schedules and occurrences; before Init.
+    static void SetRunState(RunStateRecorder* runState);
     bool Init();
     bool Start();
     void Stop();

@@ -4,8 +4,8 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "framework/WireFormat.h"
-#include "store/RunHistory.h"
-#include "store/RunStateStore.h"
+#include "store/RunStateBatchHold.h"
+#include "store/RunStateRecorder.h"
 #include "store/SchedulerDataStoreManager.h"
 #include "triggers/AtTimeFire.h"
 #include "triggers/EventerFire.h"
@@ -33,6 +33,14 @@ TriggerFireManagerWork& TriggerFireManagerWork::Instance() {
     return work;
 }
 
+// A pass under way keeps no hold on a recorder that is going away.
+void TriggerFireManagerWork::SetRunState(RunStateRecorder* runState) {
+    QMutexLocker locker(&m_tables.dateTimeMutex());
+    m_pollPass.SetRunStateLocked(runState);
+    m_context.runState = runState;
+    m_context.occurrences.SetRunState(runState);
+}
+
 bool TriggerFireManagerWork::Init() {
     m_tables.Create();
     {
@@ -40,6 +48,7 @@ bool TriggerFireManagerWork::Init() {
         m_pollPass.ResetLocked();
     }
     m_context.occurrences = OccurrenceRecorder();
+    m_context.occurrences.SetRunState(m_context.runState);
     if (m_context.catchUp == nullptr) {
         m_context.catchUp = std::make_unique<MissedRunCatchUp>(
             [this](const QString& planUuid, const QString& missedStart, qint64 delayMSecs) {
@@ -172,8 +181,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
         // A calendar trigger's schedule reaches the run state with its
         // trigger-info; an event trigger has no other moment to be listed.
         const quint64 type = object->getTriggerType();
-        if (TriggerTypes::IsEvent(type)) {
-            RunStateStore::RecordSchedule(object->getPlanUuid(), type, QString(), 0);
+        if (TriggerTypes::IsEvent(type) && m_context.runState != nullptr) {
+            m_context.runState->RecordSchedule(object->getPlanUuid(), type, QString(), 0);
         }
         return 0;
     }
@@ -192,10 +201,8 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
 // transaction, as a poll pass's do, instead of one every 100 ms all over the
 // file while the fires start.
 bool TriggerFireManagerWork::StartAllTriggerFires() {
-    RunStateStore::HoldBatch(true);
-    const bool started = StartAllTriggerFiresHeld();
-    RunStateStore::HoldBatch(false);
-    return started;
+    const RunStateBatchHold hold(m_context.runState);
+    return StartAllTriggerFiresHeld();
 }
 
 bool TriggerFireManagerWork::StartAllTriggerFiresHeld() {
@@ -297,11 +304,13 @@ void TriggerFireManagerWork::CatchUpDowntime(const QHash<QString, RunStateStore:
 }
 
 bool TriggerFireManagerWork::FireEventTrigger(quint64 eventType) {
-    return m_tables.ForEachEventFire(eventType, [](TriggerFire* entry) {
+    return m_tables.ForEachEventFire(eventType, [this](TriggerFire* entry) {
         auto* fire = static_cast<EventerFire*>(entry);
         TriggerObject* object = fire->GetTriggerObject();
         if (object != nullptr && fire->NowFire(object)) {
-            RunHistory::RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
+            if (m_context.runState != nullptr) {
+                m_context.runState->RecordNow(fire->getPlanUuid(), RunHistory::Outcome::OnTime, true);
+            }
             Logger::Info(
                 QString("Fire to the EventFire[%1] job success.").arg(LogText::Outside(fire->getPlanUuid())));
         } else {

@@ -35,8 +35,10 @@ public:
 
     static TriggerFireManagerWork& Instance();
 
-    // Whoever keeps the run state sets it before the fires start.
+    // Whoever keeps the run state sets both before the fires start.
     void SetHandedRecorder(HandedRecorder recorder) { m_handedRecorder = std::move(recorder); }
+    // Where runs, schedules and occurrences are recorded.
+    void SetRunState(RunStateRecorder* runState);
 
     bool Init();
     bool LoadTriggerFires();

@@ -18,10 +18,10 @@ namespace {
 // when its trigger-info does.
 // An execute-trigger carries the start it runs for; an event's carries none and
 // runs for the moment it is handed.
-void RecordHanded(const TriggerObject& sent, quint64 commandType) {
+void RecordHanded(RunStateRecorder& runState, const TriggerObject& sent, quint64 commandType) {
     const quint64 triggerType = sent.getTriggerAttribute().getTriggerType();
     if (commandType == CommandTypes::kTriggerInfo) {
-        RunStateStore::RecordSchedule(sent.getPlanUuid(), triggerType, RunStateStore::ScheduleOf(sent));
+        runState.RecordSchedule(sent.getPlanUuid(), triggerType, RunStateRecorder::ScheduleOf(sent));
         return;
     }
     if (commandType != CommandTypes::kExecuteTrigger) {
@@ -31,14 +31,25 @@ void RecordHanded(const TriggerObject& sent, quint64 commandType) {
     const QString nextStart = sent.getNextStartTime();
     const QString due =
         nextStart.isEmpty() ? LocalTime::Format(QDateTime::fromMSecsSinceEpoch(nowMSecs)) : nextStart;
-    RunStateStore::RecordRun(sent.getPlanUuid(), triggerType, due, nowMSecs);
+    runState.RecordRun(sent.getPlanUuid(), triggerType, due, nowMSecs);
 }
 } // namespace
 
-// The recorder stays set: it only records into the run state, which ignores
+// The recorders stay set: they only record into the run state, which ignores
 // records while no store is open.
 TaskScheduler::TaskScheduler(QObject* parent) : QObject(parent) {
-    TriggerFireManagerWork::Instance().SetHandedRecorder(&RecordHanded);
+    TriggerFireManagerWork::Instance().SetHandedRecorder(
+        [this](const TriggerObject& sent, quint64 commandType) {
+            RecordHanded(m_runState, sent, commandType);
+        });
+    m_clientManager.SetRunState(&m_runState);
+    m_serverManager.SetRunState(&m_runState);
+    TriggerFireManager::SetRunState(&m_runState);
+}
+
+TaskScheduler::~TaskScheduler() {
+    TriggerFireManagerWork::Instance().SetHandedRecorder(nullptr);
+    TriggerFireManager::SetRunState(nullptr);
 }
 
 bool TaskScheduler::Check(bool ok, const char* failure) {
@@ -202,7 +213,7 @@ void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
     auto* result = dynamic_cast<ResultCommand*>(command);
     const quint64 code = result != nullptr ? result->getUintResult() : 0;
     if (result != nullptr && result->getRequestCommandType() == CommandTypes::kExecuteTrigger) {
-        RunStateStore::RecordResult(result->getPlanUuid(), code, Clock::nowMSecsSinceEpoch());
+        m_runState.RecordResult(result->getPlanUuid(), code, Clock::nowMSecsSinceEpoch());
     }
     if (code != 0) {
         Logger::Error(QString("Client requested command%1 unsuccessfully.").arg(trace, 0));

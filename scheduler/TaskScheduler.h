@@ -18,6 +18,7 @@ class TaskScheduler : public QObject {
     Q_OBJECT
 public:
     explicit TaskScheduler(QObject* parent = nullptr);
+    ~TaskScheduler() override;
 
     bool Init(const QString& appDir);
     bool Start();

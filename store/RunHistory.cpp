@@ -1,8 +1,5 @@
 #include "RunHistory.h"
 
-#include "RunStateStore.h"
-
-#include "framework/Clock.h"
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 #include "triggers/LocalTime.h"
@@ -76,27 +73,6 @@ bool Done(sqlite3_stmt* statement) {
 RunHistory::RunHistory()
     : m_rows(kInsertHead, 6, kInsertTail), m_plans("INSERT INTO history_plans (id, plan_uuid)", 2, "") {}
 
-void RunHistory::Record(const QString& planUuid, const Occurrence& occurrence) {
-    RunStateStore::RecordOccurrence(planUuid, occurrence);
-    if (occurrence.outcome != Outcome::Missed && occurrence.outcome != Outcome::Merged) {
-        return;
-    }
-    const QString plan = LogText::Outside(planUuid);
-    const QString due = LocalTime::Format(QDateTime::fromMSecsSinceEpoch(occurrence.dueMSecs));
-    if (occurrence.outcome == Outcome::Missed) {
-        Logger::Warn(
-            QString("Plan[%1] start [%2] was missed: %3.").arg(plan, due, ReasonName(occurrence.reason)));
-    } else {
-        Logger::Warn(QString("Plan[%1] start [%2] was merged into a later run: %3.")
-                         .arg(plan, due, ReasonName(occurrence.reason)));
-    }
-}
-
-void RunHistory::RecordNow(const QString& planUuid, Outcome outcome, bool handed) {
-    const qint64 now = Clock::nowMSecsSinceEpoch();
-    Record(planUuid, Occurrence{now, handed ? now : -1, outcome, Reason::None, 0, 0});
-}
-
 bool RunHistory::Prepare(sqlite3* handle, const Limits& limits) {
     Detach();
     m_limits = limits;
@@ -162,11 +138,18 @@ bool RunHistory::WriteBuffered() {
     return m_plans.Write() && m_rows.Write();
 }
 
+// Null when the statement cannot be prepared; SQLite refuses to bind or step a
+// null statement, so the write fails and the batch says so.
 sqlite3_stmt* RunHistory::Statement(const char* sql) {
-    sqlite3_stmt*& statement = m_statements[sql];
-    if (statement == nullptr) {
-        sqlite3_prepare_v2(m_handle, sql, -1, &statement, nullptr);
+    if (sqlite3_stmt* kept = m_statements.value(sql, nullptr)) {
+        return kept;
     }
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(m_handle, sql, -1, &statement, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(statement);
+        return nullptr;
+    }
+    m_statements.insert(sql, statement);
     return statement;
 }
 

@@ -73,13 +73,6 @@ public:
 
     RunHistory();
 
-    // Records one occurrence into the run state's batch, and logs at warn level
-    // what users must hear of: a missed or merged start.
-    static void Record(const QString& planUuid, const Occurrence& occurrence);
-    // An occurrence of this moment: an event firing (handed), a plan's end or
-    // deletion (not).
-    static void RecordNow(const QString& planUuid, Outcome outcome, bool handed);
-
     // Creates the tables when missing and learns the plan numbers; on the
     // thread that opened the handle, before the writer starts.
     bool Prepare(sqlite3* handle, const Limits& limits);

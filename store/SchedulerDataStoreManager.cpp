@@ -1,6 +1,6 @@
 #include "SchedulerDataStoreManager.h"
 
-#include "RunStateStore.h"
+#include "RunStateRecorder.h"
 #include "SchedulerMemoryObjects.h"
 
 #include "framework/CommandBuilder.h"
@@ -155,7 +155,8 @@ TriggerObject* SchedulerDataStoreManager::ModifyTriggerObject(CommCommand* reque
     return object;
 }
 
-bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, ResultCommand* result) {
+bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, ResultCommand* result,
+                                                    RunStateRecorder* runState) {
     if (result == nullptr) {
         return false;
     }
@@ -164,8 +165,10 @@ bool SchedulerDataStoreManager::DeleteTriggerObject(const QString& planUuid, Res
         return false;
     }
     delete INSTANCE_SCHEDULER_MEMORY_OBJECTS->TakeTriggerObject(planUuid);
-    RunStateStore::RecordRemoval(planUuid);
-    RunHistory::RecordNow(planUuid, RunHistory::Outcome::Deleted, false);
+    if (runState != nullptr) {
+        runState->RecordRemoval(planUuid);
+        runState->RecordNow(planUuid, RunHistory::Outcome::Deleted, false);
+    }
     result->setUintResult(0);
     return true;
 }

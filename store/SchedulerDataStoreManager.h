@@ -7,6 +7,7 @@
 #include <QString>
 
 class CommCommand;
+class RunStateRecorder;
 class ResultCommand;
 class TriggerObject;
 
@@ -27,7 +28,9 @@ public:
     static TriggerObject* GetTriggerObject(const QString& planUuid);
     static TriggerObject* AddTriggerObject(CommCommand* request);
     static TriggerObject* ModifyTriggerObject(CommCommand* request);
-    static bool DeleteTriggerObject(const QString& planUuid, ResultCommand* result);
+    // The plan's removal goes to `runState`, when there is one.
+    static bool DeleteTriggerObject(const QString& planUuid, ResultCommand* result,
+                                    RunStateRecorder* runState);
     static QHash<QString, TriggerObject*>* GetTriggerObjectHash();
     static QMutex* GetTriggerObjectMutex();
 

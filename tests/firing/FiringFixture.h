@@ -5,10 +5,10 @@
 #include "support/LogCapture.h"
 #include "support/TriggerBuilder.h"
 
+#include "FakeRunStateRecorder.h"
 #include "firing/TriggerFireManager.h"
 #include "firing/TriggerFireManagerWork.h"
 #include "framework/ConfigReader.h"
-#include "store/RunStateStore.h"
 #include "store/SchedulerMemoryObjects.h"
 #include "timing/DeadlineQueue.h"
 #include "triggers/AtTimeFire.h"
@@ -34,12 +34,16 @@
 // capturing client link and the process clock shifted instead of waited for.
 class Firing : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(registry->Init()); }
+    void SetUp() override {
+        ASSERT_TRUE(registry->Init());
+        TriggerFireManager::SetRunState(&runState);
+    }
     void TearDown() override {
         work().setPollSliceNSecs(PollPass::kSliceNSecs);
         manager.Stop();
         manager.UnInit();
         manager.UnInit();
+        TriggerFireManager::SetRunState(nullptr);
         QCoreApplication::sendPostedEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         registry->UnInit();
@@ -91,6 +95,7 @@ protected:
 
     SchedulerMemoryObjects* registry = INSTANCE_SCHEDULER_MEMORY_OBJECTS;
     TriggerFireManager manager;
+    FakeRunStateRecorder runState;
     std::optional<FakeClientLink> link{std::in_place};
     LogCapture log;
 };

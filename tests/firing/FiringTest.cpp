@@ -78,8 +78,13 @@ TEST_F(Firing, FiresOnceInTheMinuteAndMovesOn) {
     EXPECT_EQ(object->getNextStartTime(), "2026-03-11 08:30:00");
     ASSERT_EQ(link->CommandsOfType(601).size(), 1u);
     EXPECT_EQ(link->CommandsOfType(601)[0].nextStartTime, "2026-03-11 08:30:00");
-    EXPECT_TRUE(log.Has(log4cpp::Priority::INFO,
-                        "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut."));
+    EXPECT_TRUE(log.Has(
+        log4cpp::Priority::INFO,
+        "The AtTimeFire of scheduler[p] NowFire execution success in the onAtTimerOut.")); // The run reaches
+                                                                                           // the recorder the
+                                                                                           // fire manager was
+                                                                                           // given.
+    EXPECT_EQ(runState.Recorded().filter("occurrence p "), QStringList{"occurrence p on time"});
 }
 
 // A pass with more work than one slice goes on over later turns of the event
@@ -95,10 +100,10 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
         EXPECT_GT(afterFirstSlice, 0u);
         EXPECT_LT(afterFirstSlice, static_cast<size_t>(plans));
         // The pass's run state goes in one transaction, when the pass ends.
-        EXPECT_TRUE(RunStateStore::BatchHeld());
+        EXPECT_TRUE(runState.Held());
         if (stopMidway) {
             manager.Stop();
-            EXPECT_FALSE(RunStateStore::BatchHeld());
+            EXPECT_FALSE(runState.Held());
             LetPostedWorkRun();
             EXPECT_EQ(link->CommandsOfType(600).size(), afterFirstSlice);
         } else {
@@ -106,7 +111,7 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
             ASSERT_NE(TriggerFireManager::NewTriggerFireCommand(late), nullptr);
             ASSERT_TRUE(QTest::qWaitFor(
                 [&] { return link->CommandsOfType(600).size() == static_cast<size_t>(plans + 1); }, 10000));
-            ASSERT_TRUE(QTest::qWaitFor([] { return !RunStateStore::BatchHeld(); }, 10000));
+            ASSERT_TRUE(QTest::qWaitFor([&] { return !runState.Held(); }, 10000));
             LetPostedWorkRun();
             QSet<QString> fired;
             for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {
@@ -152,7 +157,7 @@ TEST_F(Firing, APassCutIntoSlicesSurvivesTheTableChangingUnderIt) {
     }
     const auto expected = static_cast<size_t>(plans - 1 + added);
     ASSERT_TRUE(QTest::qWaitFor([&] { return link->CommandsOfType(600).size() >= expected; }, 10000));
-    ASSERT_TRUE(QTest::qWaitFor([] { return !RunStateStore::BatchHeld(); }, 10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !runState.Held(); }, 10000));
     LetPostedWorkRun();
     QMap<QString, int> runs;
     for (const FakeClientLink::Sent& sent : link->CommandsOfType(600)) {

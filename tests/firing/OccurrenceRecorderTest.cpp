@@ -91,6 +91,7 @@ TEST_P(RunOutcome, NamesTheDaylightSavingCases) {
     RunStateStore store;
     ASSERT_TRUE(store.Open(dir.filePath("state.db"), {}));
     OccurrenceRecorder recorder;
+    recorder.SetRunState(&store);
     TriggerObject object = MakeTrigger("plan", {2, row.start});
     recorder.Ran(object, due, true);
     ASSERT_TRUE(store.Flush());

@@ -49,10 +49,14 @@ void Unspoiled(const QString&, RunStateStore::Schedule&) {}
 
 class Resume : public ::testing::TestWithParam<std::tuple<ResumeCase, bool, bool>> {
 public:
-    void SetUp() override { ASSERT_TRUE(registry->Init()); }
+    void SetUp() override {
+        ASSERT_TRUE(registry->Init());
+        TriggerFireManager::SetRunState(&store);
+    }
     void TearDown() override {
         manager.Stop();
         manager.UnInit();
+        TriggerFireManager::SetRunState(nullptr);
         QCoreApplication::sendPostedEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         registry->UnInit();
@@ -76,9 +80,9 @@ public:
         RunStateStore previous;
         ASSERT_TRUE(previous.Open(path, {"plan"}));
         if (c.row) {
-            RunStateStore::RecordSchedule("plan", 2, kept);
+            previous.RecordSchedule("plan", 2, kept);
             if (*c.row->lastDue != '\0') {
-                RunStateStore::RecordRun("plan", 2, c.row->lastDue, 0);
+                previous.RecordRun("plan", 2, c.row->lastDue, 0);
             }
         }
         previous.Close();

@@ -126,12 +126,12 @@ TEST(RunTally, CountsWhatTheRunStateRecords) {
     ASSERT_TRUE(store.Open(dir.filePath("state.db"), {}));
     using Occurrence = RunHistory::Occurrence;
     const qint64 due = Ago(kMinute * 10);
-    RunHistory::Record("down",
-                       Occurrence{due, -1, RunHistory::Outcome::Missed, RunHistory::Reason::ServiceDown});
-    RunHistory::Record("stepped", Occurrence{due, due + 3 * kSecond, RunHistory::Outcome::Late,
-                                             RunHistory::Reason::ClockStepped});
-    RunStateStore::RecordRun("stepped", 2, At(-kMinute * 10), due + 3 * kSecond);
-    RunStateStore::RecordResult("stepped", 1, due + 4 * kSecond);
+    store.RecordOccurrence("down",
+                           Occurrence{due, -1, RunHistory::Outcome::Missed, RunHistory::Reason::ServiceDown});
+    store.RecordOccurrence("stepped", Occurrence{due, due + 3 * kSecond, RunHistory::Outcome::Late,
+                                                 RunHistory::Reason::ClockStepped});
+    store.RecordRun("stepped", 2, At(-kMinute * 10), due + 3 * kSecond);
+    store.RecordResult("stepped", 1, due + 4 * kSecond);
     ASSERT_TRUE(store.Flush());
 
     const RunTally::Counts counts = store.Tally().Take();

@@ -79,7 +79,7 @@ TEST_F(History, EveryOccurrenceReadsBackAsRecorded) {
         NotRun(base + 540000, Outcome::Deleted, Reason::None),
     };
     for (int i = 0; i < recorded.size(); ++i) {
-        RunHistory::Record(QString("plan-%1").arg(i), recorded.at(i));
+        m_store.RecordOccurrence(QString("plan-%1").arg(i), recorded.at(i));
     }
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), recorded.size());
@@ -108,9 +108,9 @@ TEST_F(History, AMissedOrMergedStartIsOneWarnLineAndAnOnTimeRunNone) {
     Open();
     LogCapture log;
     const qint64 due = At("2026-03-10 08:00:00");
-    RunHistory::Record("quiet", Ran(due, 5));
-    RunHistory::Record("skipped", NotRun(due, Outcome::Missed, Reason::ServiceDown));
-    RunHistory::Record("folded", NotRun(due, Outcome::Merged, Reason::AgentUnreachable));
+    m_store.RecordOccurrence("quiet", Ran(due, 5));
+    m_store.RecordOccurrence("skipped", NotRun(due, Outcome::Missed, Reason::ServiceDown));
+    m_store.RecordOccurrence("folded", NotRun(due, Outcome::Merged, Reason::AgentUnreachable));
     EXPECT_EQ(log.Lines().size(), 2u);
     EXPECT_TRUE(log.Has(log4cpp::Priority::WARN,
                         "Plan[skipped] start [2026-03-10 08:00:00] was missed: service down."));
@@ -125,17 +125,17 @@ TEST_F(History, AnswersRefusalsAndRunsNeverAnswered) {
     LogCapture log;
     Open();
     const qint64 due = At("2026-03-10 08:00:00");
-    RunHistory::Record("answered", Ran(due, 0));
-    RunStateStore::RecordResult("answered", 0, due + 2500);
-    RunHistory::Record("refused", Ran(due, 0));
-    RunStateStore::RecordResult("refused", 1, due + 100);
-    RunHistory::Record("silent", Ran(due, 0));
+    m_store.RecordOccurrence("answered", Ran(due, 0));
+    m_store.RecordResult("answered", 0, due + 2500);
+    m_store.RecordOccurrence("refused", Ran(due, 0));
+    m_store.RecordResult("refused", 1, due + 100);
+    m_store.RecordOccurrence("silent", Ran(due, 0));
     ASSERT_TRUE(m_store.Flush());
-    RunHistory::Record("silent", Ran(due + 60000, 0));
-    RunHistory::Record("restarted", Ran(due, 0));
+    m_store.RecordOccurrence("silent", Ran(due + 60000, 0));
+    m_store.RecordOccurrence("restarted", Ran(due, 0));
     m_store.Close();
     Open();
-    RunStateStore::RecordResult("restarted", 0, due + 9000);
+    m_store.RecordResult("restarted", 0, due + 9000);
 
     QHash<QString, RunHistoryReader::Row> byPlan;
     for (const RunHistoryReader::Row& row : Read()) {
@@ -161,9 +161,9 @@ TEST_F(History, AnswersRefusalsAndRunsNeverAnswered) {
 TEST_F(History, ACaughtUpStartReplacesItsMissedRow) {
     Open();
     const qint64 due = At("2026-03-10 08:00:00");
-    RunHistory::Record("plan", NotRun(due, Outcome::Missed, Reason::MachineSlept));
+    m_store.RecordOccurrence("plan", NotRun(due, Outcome::Missed, Reason::MachineSlept));
     ASSERT_TRUE(m_store.Flush());
-    RunHistory::Record("plan", Ran(due, 3600000, Outcome::CaughtUp, Reason::MachineSlept));
+    m_store.RecordOccurrence("plan", Ran(due, 3600000, Outcome::CaughtUp, Reason::MachineSlept));
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), 1);
     EXPECT_EQ(rows.front().outcome, Outcome::CaughtUp);
@@ -176,12 +176,12 @@ TEST_F(History, RunsMergedWhileTheAgentIsAwayAreNotCalledUnanswered) {
     Open();
     LogCapture log;
     const qint64 base = At("2026-03-10 08:00:00");
-    RunHistory::Record("plan", Ran(base, 0));
+    m_store.RecordOccurrence("plan", Ran(base, 0));
     for (int i = 1; i < 5; ++i) {
         const qint64 due = base + i * 60000;
-        RunHistory::Record("plan", Ran(due, 0));
-        RunHistory::Record("plan", NotRun(due - 60000, Outcome::Merged, Reason::AgentUnreachable));
-        RunHistory::Record("plan", RunHistory::Occurrence{due, -1, Outcome(0), Reason::None, 0, i});
+        m_store.RecordOccurrence("plan", Ran(due, 0));
+        m_store.RecordOccurrence("plan", NotRun(due - 60000, Outcome::Merged, Reason::AgentUnreachable));
+        m_store.RecordOccurrence("plan", RunHistory::Occurrence{due, -1, Outcome(0), Reason::None, 0, i});
     }
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), 5);
@@ -200,10 +200,10 @@ TEST_F(History, KeepsTheNewestRowsPerPlan) {
     Open(3);
     const qint64 base = At("2026-03-10 08:00:00");
     for (int i = 0; i < 7; ++i) {
-        RunHistory::Record("busy", Ran(base + i * 60000, 0));
+        m_store.RecordOccurrence("busy", Ran(base + i * 60000, 0));
         ASSERT_TRUE(m_store.Flush());
     }
-    RunHistory::Record("other", Ran(base, 0));
+    m_store.RecordOccurrence("other", Ran(base, 0));
     const QVector<RunHistoryReader::Row> busy = Read({"busy", 0, QString(), -1});
     ASSERT_EQ(busy.size(), 3);
     EXPECT_EQ(busy.front().dueMSecs, base + 6 * 60000);
@@ -213,12 +213,12 @@ TEST_F(History, KeepsTheNewestRowsPerPlan) {
 
 TEST_F(History, ForgetsRowsOlderThanItsDaysAsTheClockMovesOn) {
     Open(50, 2);
-    RunHistory::Record("plan", Ran(At("2026-03-07 12:00:00"), 0));
-    RunHistory::Record("plan", Ran(At("2026-03-09 13:00:00"), 0));
-    RunHistory::Record("plan", Ran(At("2026-03-10 12:00:00"), 0));
+    m_store.RecordOccurrence("plan", Ran(At("2026-03-07 12:00:00"), 0));
+    m_store.RecordOccurrence("plan", Ran(At("2026-03-09 13:00:00"), 0));
+    m_store.RecordOccurrence("plan", Ran(At("2026-03-10 12:00:00"), 0));
     EXPECT_EQ(Read().size(), 2);
     m_clock.To(LocalTime::Parse("2026-03-11 14:00:00"));
-    RunHistory::Record("plan", Ran(At("2026-03-11 14:00:00"), 0));
+    m_store.RecordOccurrence("plan", Ran(At("2026-03-11 14:00:00"), 0));
     const QVector<RunHistoryReader::Row> rows = Read();
     ASSERT_EQ(rows.size(), 2);
     EXPECT_EQ(rows.back().dueMSecs, At("2026-03-10 12:00:00"));
@@ -241,8 +241,8 @@ TEST_F(History, AForeignHistoryTableLeavesTheRunStateAlone) {
     }
     QSqlDatabase::removeDatabase("foreign");
     Open();
-    RunHistory::Record("plan", Ran(At("2026-03-10 08:00:00"), 0));
-    RunStateStore::RecordSchedule("plan", 2, "2026-03-11 08:00:00", 0);
+    m_store.RecordOccurrence("plan", Ran(At("2026-03-10 08:00:00"), 0));
+    m_store.RecordSchedule("plan", 2, "2026-03-11 08:00:00", 0);
     EXPECT_TRUE(m_store.Flush());
 }
 
@@ -258,8 +258,8 @@ TEST_F(History, TakesAtMost60BytesPerRow) {
             const QString plan =
                 QString("%1-4c1d-8e2f-9a0b-%2").arg(i, 8, 16, QChar('0')).arg(i, 12, 10, QChar('0'));
             const qint64 due = base + hour * 3600000LL + i * 1000LL;
-            RunHistory::Record(plan, Ran(due, 3 + i % 200));
-            RunStateStore::RecordResult(plan, 0, due + 40000 + i);
+            m_store.RecordOccurrence(plan, Ran(due, 3 + i % 200));
+            m_store.RecordResult(plan, 0, due + 40000 + i);
         }
         ASSERT_TRUE(m_store.Flush());
     }

@@ -294,12 +294,12 @@ TEST_F(DataStore, AddModifyAndDeletePlans) {
     EXPECT_NE(SchedulerDataStoreManager::GetTriggerObject("q"), nullptr);
 
     ResultCommand result;
-    EXPECT_FALSE(SchedulerDataStoreManager::DeleteTriggerObject("unknown", &result));
+    EXPECT_FALSE(SchedulerDataStoreManager::DeleteTriggerObject("unknown", &result, nullptr));
     EXPECT_EQ(result.getUintResult(), 1u);
-    EXPECT_TRUE(SchedulerDataStoreManager::DeleteTriggerObject("p", &result));
+    EXPECT_TRUE(SchedulerDataStoreManager::DeleteTriggerObject("p", &result, nullptr));
     EXPECT_EQ(result.getUintResult(), 0u);
     EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject("p"), nullptr);
-    EXPECT_FALSE(SchedulerDataStoreManager::DeleteTriggerObject("p", nullptr));
+    EXPECT_FALSE(SchedulerDataStoreManager::DeleteTriggerObject("p", nullptr, nullptr));
 }
 
 TEST_F(DataStore, UndecodablePayloadsRegisterNothing) {

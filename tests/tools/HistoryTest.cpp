@@ -35,18 +35,18 @@ protected:
         ClockShift clock(LocalTime::Parse("2026-03-10 12:48:00"));
         RunStateStore store;
         ASSERT_TRUE(store.Open(Path(), {}));
-        RunHistory::Record("hourly", {At("2026-03-10 11:00:00"), At("2026-03-10 11:00:00") + 120,
-                                      Outcome::OnTime, Reason::None, 0, 0});
-        RunStateStore::RecordResult("hourly", 0, At("2026-03-10 11:00:05"));
-        RunHistory::Record("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 40,
-                                      Outcome::OnTime, Reason::None, 0, 0});
-        RunStateStore::RecordResult("hourly", 1, At("2026-03-10 12:00:01"));
-        RunHistory::Record("nightly", {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
-                                       Outcome::CaughtUp, Reason::ServiceDown, 12000, 0});
-        RunHistory::Record("minutely",
-                           {At("2026-03-10 12:30:00"), -1, Outcome::Merged, Reason::AgentUnreachable, 0, 0});
-        RunHistory::Record("minutely", {At("2026-03-10 12:31:00"), At("2026-03-10 12:33:10"), Outcome::OnTime,
-                                        Reason::None, 0, 1});
+        store.RecordOccurrence("hourly", {At("2026-03-10 11:00:00"), At("2026-03-10 11:00:00") + 120,
+                                          Outcome::OnTime, Reason::None, 0, 0});
+        store.RecordResult("hourly", 0, At("2026-03-10 11:00:05"));
+        store.RecordOccurrence("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 40,
+                                          Outcome::OnTime, Reason::None, 0, 0});
+        store.RecordResult("hourly", 1, At("2026-03-10 12:00:01"));
+        store.RecordOccurrence("nightly", {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
+                                           Outcome::CaughtUp, Reason::ServiceDown, 12000, 0});
+        store.RecordOccurrence(
+            "minutely", {At("2026-03-10 12:30:00"), -1, Outcome::Merged, Reason::AgentUnreachable, 0, 0});
+        store.RecordOccurrence("minutely", {At("2026-03-10 12:31:00"), At("2026-03-10 12:33:10"),
+                                            Outcome::OnTime, Reason::None, 0, 1});
         ASSERT_TRUE(store.Flush());
     }
 

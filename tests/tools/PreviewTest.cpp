@@ -127,7 +127,7 @@ TEST_F(StoredPlanPreview, WithoutARunStateStartsWithTheFirstComputation) {
 TEST_F(StoredPlanPreview, GoesOnFromTheNextStartOfItsRunState) {
     RunStateStore store;
     ASSERT_TRUE(store.Open(Path("state.db"), {"span"}));
-    RunStateStore::RecordSchedule("span", 3, "2029-10-28 01:30:00", 0);
+    store.RecordSchedule("span", 3, "2029-10-28 01:30:00", 0);
     ASSERT_TRUE(store.Flush());
     store.Close();
     EXPECT_EQ(Run({"--plan", "span"}).out, "2029-10-28 01:30:00\n2029-10-28 02:30:00\n2029-10-29 00:30:00\n");

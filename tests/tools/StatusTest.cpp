@@ -46,24 +46,25 @@ protected:
         ClockShift clock(QDateTime::fromMSecsSinceEpoch(At("2026-03-10 12:48:00")));
         RunStateStore store;
         ASSERT_TRUE(store.Open(Path(), {"nightly", "hourly", "logon", "once", "new"}));
-        RunStateStore::RecordSchedule("nightly", 2, "2026-03-11 02:00:00", 0);
-        RunStateStore::RecordRun("nightly", 2, "2026-03-10 02:00:00", At("2026-03-08 02:00:00"));
-        RunStateStore::RecordResult("nightly", 0, At("2026-03-08 02:10:00"));
-        RunStateStore::RecordSchedule("hourly", 2, "2026-03-10 13:00:00", 0);
-        RunStateStore::RecordRun("hourly", 2, "2026-03-10 12:00:00", At("2026-03-10 12:00:00"));
-        RunStateStore::RecordResult("hourly", 1, At("2026-03-10 12:00:01"));
-        RunStateStore::RecordSchedule("logon", 257, QString(), 0);
-        RunStateStore::RecordSchedule("once", 1, QString(), 1);
-        RunStateStore::RecordRun("once", 1, "2026-03-09 08:00:00", At("2026-03-09 08:00:00"));
-        RunStateStore::RecordSchedule("new", 3, "2026-03-12 16:30:00", 0);
-        RunStateStore::RecordRun("new", 3, "2026-03-10 08:45:00", At("2026-03-10 08:45:00"));
-        RunStateStore::RecordResult("new", 0, At("2026-03-10 08:44:00"));
-        RunHistory::Record("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 120,
-                                      RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
-        RunHistory::Record("nightly", {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
-                                       RunHistory::Outcome::CaughtUp, RunHistory::Reason::ServiceDown, 0, 0});
-        RunHistory::Record("once", {At("2026-03-09 08:00:00"), -1, RunHistory::Outcome::Missed,
-                                    RunHistory::Reason::ClockStepped, 0, 0});
+        store.RecordSchedule("nightly", 2, "2026-03-11 02:00:00", 0);
+        store.RecordRun("nightly", 2, "2026-03-10 02:00:00", At("2026-03-08 02:00:00"));
+        store.RecordResult("nightly", 0, At("2026-03-08 02:10:00"));
+        store.RecordSchedule("hourly", 2, "2026-03-10 13:00:00", 0);
+        store.RecordRun("hourly", 2, "2026-03-10 12:00:00", At("2026-03-10 12:00:00"));
+        store.RecordResult("hourly", 1, At("2026-03-10 12:00:01"));
+        store.RecordSchedule("logon", 257, QString(), 0);
+        store.RecordSchedule("once", 1, QString(), 1);
+        store.RecordRun("once", 1, "2026-03-09 08:00:00", At("2026-03-09 08:00:00"));
+        store.RecordSchedule("new", 3, "2026-03-12 16:30:00", 0);
+        store.RecordRun("new", 3, "2026-03-10 08:45:00", At("2026-03-10 08:45:00"));
+        store.RecordResult("new", 0, At("2026-03-10 08:44:00"));
+        store.RecordOccurrence("hourly", {At("2026-03-10 12:00:00"), At("2026-03-10 12:00:00") + 120,
+                                          RunHistory::Outcome::OnTime, RunHistory::Reason::None, 0, 0});
+        store.RecordOccurrence("nightly",
+                               {At("2026-03-09 02:00:00"), At("2026-03-10 04:00:00"),
+                                RunHistory::Outcome::CaughtUp, RunHistory::Reason::ServiceDown, 0, 0});
+        store.RecordOccurrence("once", {At("2026-03-09 08:00:00"), -1, RunHistory::Outcome::Missed,
+                                        RunHistory::Reason::ClockStepped, 0, 0});
     }
 
     static qint64 At(const char* text) {

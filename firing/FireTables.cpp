@@ -23,6 +23,21 @@ template <typename Table> bool EndInTable(Table& table, const FireTables::Ends& 
     return true;
 }
 
+template <typename Table> void StopEach(Table* table) {
+    if (table == nullptr) {
+        return;
+    }
+    for (TriggerFire* fire : qAsConst(*table)) {
+        if (fire == nullptr) {
+            continue;
+        }
+        if (auto* dateTimeFire = qobject_cast<DateTimeFire*>(fire)) {
+            dateTimeFire->onkillDateTimer();
+        }
+        fire->Stop();
+    }
+}
+
 template <typename Table> void DisposeAll(Table* table) {
     if (table == nullptr) {
         return;
@@ -91,6 +106,10 @@ bool FireTables::InsertEvent(quint64 type, TriggerFire* fire) {
 
 void FireTables::RemoveDateTime(const QString& planUuid) {
     QMutexLocker locker(&m_dateTimeMutex);
+    RemoveDateTimeLocked(planUuid);
+}
+
+void FireTables::RemoveDateTimeLocked(const QString& planUuid) {
     if (m_dateTime != nullptr) {
         Retire(m_dateTime->take(planUuid));
     }
@@ -129,21 +148,10 @@ bool FireTables::EndWhere(const Ends& ends) {
 void FireTables::StopAll() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
-        for (TriggerFire* fire : m_dateTime != nullptr ? *m_dateTime : DateTimeTable()) {
-            if (auto* dateTimeFire = qobject_cast<DateTimeFire*>(fire)) {
-                dateTimeFire->onkillDateTimer();
-            }
-            if (fire != nullptr) {
-                fire->Stop();
-            }
-        }
+        StopEach(m_dateTime);
     }
     QMutexLocker locker(&m_eventMutex);
-    for (TriggerFire* fire : m_events != nullptr ? *m_events : EventTable()) {
-        if (fire != nullptr) {
-            fire->Stop();
-        }
-    }
+    StopEach(m_events);
 }
 
 bool FireTables::ForEachEventFire(quint64 type, const std::function<void(TriggerFire*)>& each) {

@@ -41,6 +41,7 @@ public:
     bool InsertDateTimeLocked(const QString& planUuid, TriggerFire* fire);
     bool InsertEvent(quint64 type, TriggerFire* fire);
     void RemoveDateTime(const QString& planUuid);
+    void RemoveDateTimeLocked(const QString& planUuid);
     void RemoveEvent(quint64 type, const QString& planUuid);
     // Takes out, stops and deletes every fire for which `ends` is true; false
     // when an entry holds no fire.

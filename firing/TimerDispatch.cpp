@@ -41,10 +41,10 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, const TimerFire* exp
     QDateTime next;
     const quint64 state = SeekFollowUp(*fire, current, next);
     if (state != FireState::kScheduled) {
-        EndLocked(planUuid, fire, object, state);
+        EndLocked(planUuid, object, state);
         return;
     }
-    RearmLocked(planUuid, fire, object, current, next);
+    RearmLocked(planUuid, object, current, next);
 }
 
 TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, const TimerFire* expired) {
@@ -101,30 +101,27 @@ bool TimerDispatch::Run(const QString& planUuid, TimerFire& fire, TriggerObject&
     return true;
 }
 
-void TimerDispatch::EndLocked(const QString& planUuid, TriggerFire* fire, TriggerObject* object,
-                              quint64 state) {
+void TimerDispatch::EndLocked(const QString& planUuid, TriggerObject* object, quint64 state) {
     if (state == FireState::kFinished) {
         m_context.EndTrigger(object, "TimerFire");
     } else {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] execution error.").arg(LogText::Outside(planUuid)));
     }
-    m_context.tables.dateTimeLocked()->remove(planUuid);
-    FireTables::Retire(fire);
+    m_context.tables.RemoveDateTimeLocked(planUuid);
 }
 
 // The follow-up gets a fire of its own, so that a time-out of the old one
 // still queued is recognised as stale.
-void TimerDispatch::RearmLocked(const QString& planUuid, TimerFire* fire, TriggerObject* object,
-                                const QDateTime& current, const QDateTime& next) {
+void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, const QDateTime& current,
+                                const QDateTime& next) {
     if (next < current) {
         Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "onTimerFireTimeout.")
                           .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
                                current.toString(kPreciseFormat)));
     }
-    m_context.tables.dateTimeLocked()->remove(planUuid);
-    FireTables::Retire(fire);
+    m_context.tables.RemoveDateTimeLocked(planUuid);
     auto* replacement = qobject_cast<TimerFire*>(m_context.NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(

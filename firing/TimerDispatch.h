@@ -6,7 +6,6 @@
 #include <QString>
 
 class TimerFire;
-class TriggerFire;
 class TriggerObject;
 
 // What a time-out of a fire of the timer mode does: runs its start, or hands
@@ -24,9 +23,9 @@ private:
     TimerFire* CurrentFireLocked(const QString& planUuid, const TimerFire* expired);
     bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
-    void EndLocked(const QString& planUuid, TriggerFire* fire, TriggerObject* object, quint64 state);
-    void RearmLocked(const QString& planUuid, TimerFire* fire, TriggerObject* object,
-                     const QDateTime& current, const QDateTime& next);
+    void EndLocked(const QString& planUuid, TriggerObject* object, quint64 state);
+    void RearmLocked(const QString& planUuid, TriggerObject* object, const QDateTime& current,
+                     const QDateTime& next);
 
     FiringContext& m_context;
 };

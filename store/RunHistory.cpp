@@ -164,7 +164,7 @@ RunHistory::Plan* RunHistory::PlanOf(const QString& planUuid, bool add) {
     return &m_knownPlans.insert(planUuid, Plan{++m_lastPlanId, kNothingAwaited, 0}).value();
 }
 
-bool RunHistory::Write(const QString& planUuid, const QVector<Event>& events) {
+bool RunHistory::Write(const QString& planUuid, const Events& events) {
     if (m_handle == nullptr || events.isEmpty()) {
         return true;
     }
@@ -212,7 +212,7 @@ bool RunHistory::InsertEnd(qint64 planId, const Occurrence& occurrence) {
 }
 
 bool RunHistory::Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence,
-                        const QVector<Event>& batch) {
+                        const Events& batch) {
     if (occurrence.outcome == Outcome::Ended || occurrence.outcome == Outcome::Deleted) {
         return InsertEnd(plan.id, occurrence);
     }
@@ -234,7 +234,7 @@ bool RunHistory::Insert(Plan& plan, const QString& planUuid, const Occurrence& o
 // A new hand-over of the plan ends the wait for the answer to the one before,
 // unless that one never left because the new one replaced it.
 bool RunHistory::CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs,
-                              const QVector<Event>& batch) {
+                              const Events& batch) {
     const qint64 before = plan.awaitedDue;
     if (before == kNothingAwaited || before == dueSecs) {
         return true;

@@ -4,7 +4,7 @@
 
 #include <QHash>
 #include <QString>
-#include <QVector>
+#include <QVarLengthArray>
 
 #include <initializer_list>
 #include <optional>
@@ -66,6 +66,10 @@ public:
         Occurrence occurrence;
         std::optional<Answer> answer;
     };
+    // A plan's events of one batch, nearly always a single one: kept inline,
+    // so that recording a run allocates nothing of its own and writing it
+    // reads no other block of memory.
+    using Events = QVarLengthArray<Event, 1>;
     struct Limits {
         int keepPerPlan = 50;
         int keepDays = 90;
@@ -79,7 +83,7 @@ public:
     void Detach();
     // Inside an open transaction of the writer. Rows may wait in a buffer
     // until Prune, which every batch ends with.
-    bool Write(const QString& planUuid, const QVector<Event>& events);
+    bool Write(const QString& planUuid, const Events& events);
     bool Prune(qint64 nowMSecs);
     // After a transaction was rolled back: what was learnt inside it is void.
     void Forget();
@@ -108,9 +112,9 @@ private:
     // Null when the plan has no rows and `add` is false.
     Plan* PlanOf(const QString& planUuid, bool add);
     bool Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence,
-                const QVector<Event>& batch);
+                const Events& batch);
     bool InsertEnd(qint64 planId, const Occurrence& occurrence);
-    bool CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs, const QVector<Event>& batch);
+    bool CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs, const Events& batch);
     bool SetAnswer(Plan& plan, const QString& planUuid, const Answer& answer);
 
     sqlite3* m_handle = nullptr;

@@ -2,12 +2,13 @@
 
 void RunStateUpdate::Apply(const RunStateUpdate& change) {
     if (change.removeFirst) {
-        const QVector<RunHistory::Event> before = history;
+        RunHistory::Events before = history;
         *this = change;
-        history = before + change.history;
+        before.append(change.history.constData(), change.history.size());
+        history = before;
         return;
     }
-    history += change.history;
+    history.append(change.history.constData(), change.history.size());
     if (change.run || change.schedule) {
         triggerType = change.triggerType;
     }

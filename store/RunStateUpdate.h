@@ -5,7 +5,6 @@
 
 #include <QHash>
 #include <QString>
-#include <QVector>
 
 #include <optional>
 
@@ -26,7 +25,7 @@ struct RunStateUpdate {
     std::optional<Run> run;
     std::optional<RunStateRecorder::Schedule> schedule;
     std::optional<Result> result;
-    QVector<RunHistory::Event> history;
+    RunHistory::Events history;
 
     // A later change of the same plan on top of this one.
     void Apply(const RunStateUpdate& change);

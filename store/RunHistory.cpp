@@ -233,8 +233,7 @@ bool RunHistory::Insert(Plan& plan, const QString& planUuid, const Occurrence& o
 
 // A new hand-over of the plan ends the wait for the answer to the one before,
 // unless that one never left because the new one replaced it.
-bool RunHistory::CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs,
-                              const Events& batch) {
+bool RunHistory::CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs, const Events& batch) {
     const qint64 before = plan.awaitedDue;
     if (before == kNothingAwaited || before == dueSecs) {
         return true;

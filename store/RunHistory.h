@@ -111,8 +111,7 @@ private:
     static bool Bind(sqlite3_stmt* statement, std::initializer_list<qint64> values);
     // Null when the plan has no rows and `add` is false.
     Plan* PlanOf(const QString& planUuid, bool add);
-    bool Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence,
-                const Events& batch);
+    bool Insert(Plan& plan, const QString& planUuid, const Occurrence& occurrence, const Events& batch);
     bool InsertEnd(qint64 planId, const Occurrence& occurrence);
     bool CloseAwaited(Plan& plan, const QString& planUuid, qint64 dueSecs, const Events& batch);
     bool SetAnswer(Plan& plan, const QString& planUuid, const Answer& answer);

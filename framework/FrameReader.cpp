@@ -8,28 +8,35 @@ namespace {
 constexpr int kHeaderSize = 4;
 }
 
+// The frames already taken leave the buffer here, once per read from the
+// socket: removing each from the front as it is taken would move the rest of
+// a burst of a hundred thousand answers once per answer.
 void FrameReader::Append(const QByteArray& bytes) {
-    if (!m_failed) {
-        m_buffer.append(bytes);
+    if (m_failed) {
+        return;
     }
+    m_buffer.remove(0, m_taken);
+    m_taken = 0;
+    m_buffer.append(bytes);
 }
 
 bool FrameReader::Next(QByteArray& payload) {
-    if (m_failed || m_buffer.size() < kHeaderSize) {
+    if (m_failed || m_buffer.size() - m_taken < kHeaderSize) {
         return false;
     }
-    const quint32 length = qFromBigEndian<quint32>(m_buffer.constData());
+    const quint32 length = qFromBigEndian<quint32>(m_buffer.constData() + m_taken);
     if (length > WireFormat::kMaxFramePayload) {
         m_failed = true;
         m_refusedLength = length;
         m_buffer.clear();
+        m_taken = 0;
         return false;
     }
-    if (static_cast<quint32>(m_buffer.size() - kHeaderSize) < length) {
+    if (static_cast<quint32>(m_buffer.size() - m_taken - kHeaderSize) < length) {
         return false;
     }
-    payload = m_buffer.mid(kHeaderSize, static_cast<int>(length));
-    m_buffer.remove(0, kHeaderSize + static_cast<int>(length));
+    payload = m_buffer.mid(m_taken + kHeaderSize, static_cast<int>(length));
+    m_taken += kHeaderSize + static_cast<int>(length);
     return true;
 }
 

@@ -12,7 +12,7 @@ public:
     bool Next(QByteArray& payload);
     bool Failed() const { return m_failed; }
     // Bytes of a frame that has begun but is not complete.
-    bool HasPartial() const { return !m_buffer.isEmpty(); }
+    bool HasPartial() const { return m_buffer.size() > m_taken; }
     quint32 RefusedLength() const { return m_refusedLength; }
 
     static QByteArray Frame(const QByteArray& payload);
@@ -21,6 +21,8 @@ public:
 
 private:
     QByteArray m_buffer;
+    // Bytes at the front of m_buffer whose frames were taken.
+    int m_taken = 0;
     bool m_failed = false;
     quint32 m_refusedLength = 0;
 };

@@ -202,19 +202,23 @@ TEST(CommandDecoding, TextLongerThanTheFrameFailsWithoutReadingOn) {
     EXPECT_EQ(decoded, fitting);
 }
 
+// Frames are taken between the two reads as well, so that the second read
+// lands behind frames already taken and the rest of one begun.
 TEST(FrameReader, ReassemblesFramesSplitAnywhere) {
     const QByteArray stream =
         FrameReader::Frame("first") + FrameReader::Frame("") + FrameReader::Frame("third");
     for (int cut = 0; cut <= stream.size(); ++cut) {
         FrameReader reader;
-        reader.Append(stream.left(cut));
-        reader.Append(stream.mid(cut));
         QStringList payloads;
         QByteArray payload;
-        while (reader.Next(payload)) {
-            payloads << QString::fromUtf8(payload);
+        for (const QByteArray& read : {stream.left(cut), stream.mid(cut)}) {
+            reader.Append(read);
+            while (reader.Next(payload)) {
+                payloads << QString::fromUtf8(payload);
+            }
         }
         EXPECT_EQ(payloads, (QStringList{"first", "", "third"})) << "cut at " << cut;
+        EXPECT_FALSE(reader.HasPartial()) << "cut at " << cut;
     }
 }
 

@@ -17,12 +17,9 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
 
 namespace {
-std::atomic<int> g_connectionSequence{0};
-
 constexpr const char* kCreateTable = "CREATE TABLE IF NOT EXISTS triggers ("
                                      "plan_uuid TEXT PRIMARY KEY NOT NULL,"
                                      "plan_name TEXT NOT NULL DEFAULT '',"
@@ -93,8 +90,10 @@ void ReadRow(sqlite3_stmt* statement, QVariantList& row) {
 }
 } // namespace
 
+// Named after the object: no two live ones share an address, and the
+// connection goes with its object.
 DatabaseFunctionOperation::DatabaseFunctionOperation()
-    : m_connectionName(QString("orvel-db-%1").arg(++g_connectionSequence)) {}
+    : m_connectionName(QString("orvel-db-%1").arg(reinterpret_cast<quintptr>(this), 0, 16)) {}
 
 DatabaseFunctionOperation::~DatabaseFunctionOperation() {
     UnInit();

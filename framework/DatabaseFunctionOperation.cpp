@@ -2,13 +2,13 @@
 
 #include "LogText.h"
 #include "Logger.h"
+#include "SqliteHandle.h"
 #include "TriggerAttribute.h"
 #include "TriggerRow.h"
 
 #include <QFileInfo>
 #include <QSet>
 #include <QSqlDatabase>
-#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUrl>
@@ -16,7 +16,6 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <memory>
 
 namespace {
@@ -193,7 +192,7 @@ QString DatabaseFunctionOperation::Reason(const QFileInfo& file) const {
 // reach the row check as Qt SQL would hand them over.
 bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttribute*>& attributes,
                                                       const RowCheck& check) {
-    sqlite3* handle = m_open ? Handle() : nullptr;
+    sqlite3* handle = m_open ? SqliteHandle::Of(m_connectionName) : nullptr;
     if (handle == nullptr) {
         return false;
     }
@@ -227,17 +226,6 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
     }
     sqlite3_finalize(statement);
     return true;
-}
-
-// Qt ties the connection to its thread, and the rest of this class is
-// plainer through Qt SQL; the raw handle serves the one read that is large.
-sqlite3* DatabaseFunctionOperation::Handle() const {
-    const QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
-    const QVariant handle = db.driver() != nullptr ? db.driver()->handle() : QVariant();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3* const*>(handle.constData());
 }
 
 void DatabaseFunctionOperation::UnInit() {

@@ -8,7 +8,6 @@
 
 class QFileInfo;
 class TriggerAttribute;
-struct sqlite3;
 
 // The trigger table of data/alldb.db (SQLite through Qt SQL). The service only
 // reads it; the suite's other processes and orvelctl write it through the
@@ -60,7 +59,6 @@ private:
     bool Open(const QString& name, const QString& options, QString& error);
     bool Exec(const char* statement);
     QString Reason(const QFileInfo& file) const;
-    sqlite3* Handle() const;
     bool WriteTrigger(const char* onConflict, const QString& planUuid, const QString& planName,
                       const TriggerAttribute& attribute, QString& error);
 

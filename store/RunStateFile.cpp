@@ -3,10 +3,10 @@
 #include "framework/Clock.h"
 #include "framework/DatabaseFunctionOperation.h"
 #include "framework/Logger.h"
+#include "framework/SqliteHandle.h"
 
 #include <QFile>
 #include <QSqlDatabase>
-#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
@@ -265,10 +265,5 @@ sqlite3* RunStateFile::Handle() const {
     if (!m_open) {
         return nullptr;
     }
-    const QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
-    const QVariant handle = db.driver() != nullptr ? db.driver()->handle() : QVariant();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3* const*>(handle.constData());
+    return SqliteHandle::Of(m_connectionName);
 }

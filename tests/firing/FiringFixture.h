@@ -83,7 +83,16 @@ protected:
         Poll("2026-03-10 08:30:00.200");
     }
 
+    // Starts the manager in timer mode over the plans registered so far.
+    bool StartedInTimerMode() {
+        ConfigReader::setDateTimeFireType(1);
+        return manager.Init() && manager.Start();
+    }
+
     static TriggerFireManagerWork& work() { return TriggerFireManagerWork::Instance(); }
+    static TimerFire* TimerFireOf(const QString& planUuid) {
+        return qobject_cast<TimerFire*>(work().DateTimeFireOf(planUuid));
+    }
 
     // Runs the event loop until every slice posted so far has had its turn: a
     // timer posted now comes due after them.

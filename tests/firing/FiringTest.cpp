@@ -18,7 +18,7 @@ TEST_F(Firing, TimerModeGivesTimerFires) {
     ConfigReader::setDateTimeFireType(1);
     Register("weekly", {3, "2026-03-01 09:30:00", "", 0, 0, "1"});
     ASSERT_TRUE(manager.Init());
-    EXPECT_NE(qobject_cast<TimerFire*>(work().DateTimeFireOf("weekly")), nullptr);
+    EXPECT_NE(TimerFireOf("weekly"), nullptr);
     ASSERT_TRUE(manager.Start());
     EXPECT_FALSE(manager.isPolling());
 }
@@ -258,7 +258,7 @@ TEST_F(Firing, StopDisarmsEveryTimerAndKeepsTheFiresListed) {
     manager.Stop();
     EXPECT_EQ(work().DateTimeFireCount(), plans.size());
     for (const QString& plan : plans) {
-        auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf(plan));
+        auto* fire = TimerFireOf(plan);
         ASSERT_NE(fire, nullptr);
         EXPECT_FALSE(fire->isArmed()) << plan.toStdString();
         EXPECT_EQ(fire->GetTriggerObject(), nullptr);

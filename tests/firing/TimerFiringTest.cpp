@@ -3,19 +3,17 @@
 
 namespace {
 TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("t", {2, "2026-03-01 08:30:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    QPointer<TimerFire> first = qobject_cast<TimerFire*>(work().DateTimeFireOf("t"));
+    ASSERT_TRUE(StartedInTimerMode());
+    QPointer<TimerFire> first = TimerFireOf("t");
     ASSERT_FALSE(first.isNull());
     EXPECT_NEAR(first->armedIntervalMSecs(), 90000, 50);
     clock.To(At("2026-03-10 08:30:00.000"));
     QMetaObject::invokeMethod(first, "ontimeout", Qt::DirectConnection);
     QCoreApplication::processEvents();
     EXPECT_EQ(link->CommandsOfType(600).size(), 1u);
-    auto* second = qobject_cast<TimerFire*>(work().DateTimeFireOf("t"));
+    auto* second = TimerFireOf("t");
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(first.isNull());
     EXPECT_TRUE(second->isArmed());
@@ -74,14 +72,12 @@ TEST_F(Firing, TimerModeFollowsTheWallClock) {
 // its starts on the second: each follow-up is computed from the instant the
 // run was due, not from the moment it fired.
 TEST_F(Firing, TimerModeRepetitionsDoNotDrift) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30.250"));
     TriggerObject* object = Register("minutely", {2, "2026-03-01 08:30:00", "", 60});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
+    ASSERT_TRUE(StartedInTimerMode());
     DeadlineQueue& queue = DeadlineQueue::ForCurrentThread();
     for (int run = 0; run < 5; ++run) {
-        auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("minutely"));
+        auto* fire = TimerFireOf("minutely");
         ASSERT_NE(fire, nullptr);
         EXPECT_EQ(fire->armedDueMSecs() % 60000, 0) << run;
         clock.To(QDateTime::fromMSecsSinceEpoch(fire->armedDueMSecs() + 40));
@@ -96,12 +92,10 @@ TEST_F(Firing, TimerModeRepetitionsDoNotDrift) {
 // Next start texts keep meaning local time: after a change of the zone a timer
 // fire aims at its text read in the new zone, and the poll reads it anew.
 TEST_F(Firing, AZoneChangeMovesTimerFiresWithTheirLocalTimes) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("z", {2, "2026-03-01 08:30:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("z"));
+    ASSERT_TRUE(StartedInTimerMode());
+    auto* fire = TimerFireOf("z");
     ASSERT_NE(fire, nullptr);
     const qint64 before = fire->armedDueMSecs();
     const QByteArray savedTz = qgetenv("TZ");
@@ -115,12 +109,10 @@ TEST_F(Firing, AZoneChangeMovesTimerFiresWithTheirLocalTimes) {
 }
 
 TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("gone", {2, "2026-03-01 08:30:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    auto* fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("gone"));
+    ASSERT_TRUE(StartedInTimerMode());
+    auto* fire = TimerFireOf("gone");
     clock.To(At("2026-03-10 08:30:00"));
     QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
     EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("gone", 2));
@@ -134,12 +126,10 @@ TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
 // In timer mode a run the client link refuses leaves the fire in place, to be
 // tried again one wait later.
 TEST_F(Firing, TimerModeKeepsTheFireWhenTheRunIsRefused) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("refused", {2, "2026-03-01 08:30:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    QPointer<TimerFire> fire = qobject_cast<TimerFire*>(work().DateTimeFireOf("refused"));
+    ASSERT_TRUE(StartedInTimerMode());
+    QPointer<TimerFire> fire = TimerFireOf("refused");
     ASSERT_FALSE(fire.isNull());
     // Without a live client link every command is refused.
     link.reset();
@@ -189,12 +179,10 @@ TEST_F(Firing, APlanCommandsFireIsListedOnlyOnceStarted) {
 // A time-out queued by a fire that a plan change replaced before it was
 // handled must not run the plan at its old time.
 TEST_F(Firing, AStaleTimeoutDoesNotFireTheReplacement) {
-    ConfigReader::setDateTimeFireType(1);
     ClockShift clock(At("2026-03-10 08:29:59"));
     TriggerObject* object = Register("m", {2, "2026-03-01 08:30:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
-    TimerFire* old = qobject_cast<TimerFire*>(work().DateTimeFireOf("m"));
+    ASSERT_TRUE(StartedInTimerMode());
+    TimerFire* old = TimerFireOf("m");
     ASSERT_NE(old, nullptr);
     clock.To(At("2026-03-10 08:30:00"));
     QMetaObject::invokeMethod(old, "ontimeout", Qt::DirectConnection);
@@ -203,7 +191,7 @@ TEST_F(Firing, AStaleTimeoutDoesNotFireTheReplacement) {
     object->getObjectTriggerAttribute().setStartTime("2026-03-01 18:00:00");
     object->setFirstSeekDone(0);
     ASSERT_EQ(TriggerFireManager::StartNewTriggerFire(object), 0u);
-    QPointer<TimerFire> replacement = qobject_cast<TimerFire*>(work().DateTimeFireOf("m"));
+    QPointer<TimerFire> replacement = TimerFireOf("m");
     link->Clear();
     QCoreApplication::processEvents();
     EXPECT_TRUE(link->CommandsOfType(600).empty());
@@ -246,11 +234,9 @@ TEST_F(Firing, NoTablesNoFiring) {
 
 TEST_F(Firing, StartEndsFinishedTriggersAndKeepsTheOthers) {
     ClockShift clock(At("2026-03-10 09:00:00"));
-    ConfigReader::setDateTimeFireType(1);
     Register("over", {1, "2026-03-10 08:00:00"});
     Register("later", {1, "2026-03-10 10:00:00"});
-    ASSERT_TRUE(manager.Init());
-    ASSERT_TRUE(manager.Start());
+    ASSERT_TRUE(StartedInTimerMode());
     EXPECT_EQ(work().DateTimeFireOf("over"), nullptr);
     EXPECT_NE(work().DateTimeFireOf("later"), nullptr);
     EXPECT_EQ(log.Count("The TriggerFire of scheduler[over] trigger execution finished."), 1);

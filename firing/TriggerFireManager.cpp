@@ -30,6 +30,10 @@ bool TriggerFireManager::Start() {
     connect(this, &TriggerFireManager::killAtTimer, this, &TriggerFireManager::onkillAtTimer,
             Qt::UniqueConnection);
     m_atTimer.start(kPollIntervalMSecs);
+    // The first poll computes and reports every plan; it need not wait half a
+    // second for the timer's first tick. Queued, so that it comes after the
+    // start has been logged as a success.
+    QMetaObject::invokeMethod(&work, &TriggerFireManagerWork::onAtTimerOut, Qt::QueuedConnection);
     return true;
 }
 

@@ -55,6 +55,12 @@ void RunStateWriter::Record(const QString& planUuid, RunStateUpdate change) {
         m_firstChange = std::chrono::steady_clock::now();
         m_wake.notify_all();
     }
+    // A run, its schedule and its occurrence come one after the other for the
+    // same plan; folding them here keeps a poll's batch at one change a plan.
+    if (!m_changes.empty() && m_changes.back().first == planUuid) {
+        m_changes.back().second.Apply(change);
+        return;
+    }
     m_changes.emplace_back(planUuid, std::move(change));
 }
 

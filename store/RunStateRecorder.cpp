@@ -10,7 +10,7 @@ RunStateRecorder::Schedule RunStateRecorder::ScheduleOf(const TriggerObject& obj
     Schedule schedule;
     schedule.endFlag = object.getTriggerAttribute().getTriggerEndFlag();
     if (schedule.endFlag == 0) {
-        schedule.nextStart = object.getNextStartTime();
+        schedule.nextStart = object.getNextStartText();
         schedule.nextStartMSecs = object.getNextStartMSecs();
         schedule.nextStartOffsetSecs = object.getNextStartOffsetSecs();
     }

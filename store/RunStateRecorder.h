@@ -13,7 +13,9 @@ class RunStateRecorder {
 public:
     // What the schedule computation of a plan needs to go on where it was.
     struct Schedule {
-        QString nextStart;         // "yyyy-MM-dd hh:mm:ss"; empty when none
+        // "yyyy-MM-dd hh:mm:ss"; empty when none, or until the writer makes it
+        // from the instant.
+        QString nextStart;
         qint64 nextStartMSecs = 0; // the instant the text names; 0 when none
         int nextStartOffsetSecs = 0;
         quint64 endFlag = 0;

@@ -27,8 +27,7 @@ void ScheduleResult::ApplyTo(TriggerObject& object) const {
     object.setRepeatCount(progress.repeatCount);
     object.setStartOffsetSecs(progress.startOffsetSecs);
     if (state == FireState::kScheduled) {
-        object.setNextStart(LocalTime::FormatWall(WallTime::Of(nextMSecs)), nextMSecs,
-                            WallTime::OffsetAt(nextMSecs));
+        object.setNextStart(nextMSecs, WallTime::OffsetAt(nextMSecs));
     }
 }
 

@@ -13,6 +13,7 @@ void TriggerObject::Read(QDataStream& in) {
     m_triggerAttribute.Read(in);
     m_calendarRuleStale = true;
     in >> repeatCount >> startOffset >> firstSeek >> m_nextStartTime;
+    m_nextStartIsText = true;
     m_repeatCount = static_cast<quint64>(repeatCount);
     m_startOffsetSecs = static_cast<quint64>(startOffset);
     m_firstSeekDone = static_cast<quint64>(firstSeek);
@@ -22,7 +23,7 @@ void TriggerObject::Write(QDataStream& out) const {
     out << m_planUuid << m_planName;
     m_triggerAttribute.Write(out);
     out << static_cast<qint64>(m_repeatCount) << static_cast<qint64>(m_startOffsetSecs)
-        << static_cast<qint64>(m_firstSeekDone) << m_nextStartTime;
+        << static_cast<qint64>(m_firstSeekDone) << getNextStartTime();
 }
 
 const CalendarRule& TriggerObject::getCalendarRule() {
@@ -33,6 +34,13 @@ const CalendarRule& TriggerObject::getCalendarRule() {
     return m_calendarRule;
 }
 
+QString TriggerObject::getNextStartTime() const {
+    if (m_nextStartIsText) {
+        return m_nextStartTime;
+    }
+    return LocalTime::FormatWall(m_nextStartMSecs + static_cast<qint64>(m_nextStartOffsetSecs) * 1000);
+}
+
 void TriggerObject::setNextStartTime(const QString& value) {
     setNextStart(value, 0, 0);
 }
@@ -41,8 +49,17 @@ void TriggerObject::setNextStart(const QDateTime& next) {
     setNextStart(LocalTime::Format(next), next.toMSecsSinceEpoch(), next.offsetFromUtc());
 }
 
-void TriggerObject::setNextStart(const QString& text, qint64 msecs, int offsetSecs) {
-    m_nextStartTime = text;
+void TriggerObject::setNextStart(qint64 msecs, int offsetSecs) {
     m_nextStartMSecs = msecs;
     m_nextStartOffsetSecs = offsetSecs;
+    m_nextStartIsText = msecs == 0;
+    m_nextStartTime.clear();
+}
+
+void TriggerObject::setNextStart(const QString& text, qint64 msecs, int offsetSecs) {
+    setNextStart(msecs, offsetSecs);
+    if (msecs == 0 || text != getNextStartTime()) {
+        m_nextStartTime = text;
+        m_nextStartIsText = true;
+    }
 }

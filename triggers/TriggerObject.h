@@ -47,13 +47,20 @@ public:
     void setStartOffsetSecs(quint64 value) { m_startOffsetSecs = value; }
     quint64 getFirstSeekDone() const { return m_firstSeekDone; }
     void setFirstSeekDone(quint64 value) { m_firstSeekDone = value; }
-    QString getNextStartTime() const { return m_nextStartTime; }
+    // Made from the instant and its offset when one stands behind it, so that
+    // a million plans do not each keep a text the wire, the log and the run
+    // state read only when a start is computed or run.
+    QString getNextStartTime() const;
+    // Only a text that no instant stands behind, or that differs from it.
+    const QString& getNextStartText() const { return m_nextStartTime; }
     // A text alone names no instant in a repeated hour: it is set so only
     // where no computation stands behind it, and then read back as local time.
     void setNextStartTime(const QString& value);
     // The computed start: its text, and the instant with the UTC offset it
     // had, which the firing compares and the run state keeps.
     void setNextStart(const QDateTime& next);
+    void setNextStart(qint64 msecs, int offsetSecs);
+    // A text unlike its instant (a damaged run state) is kept and read as it is.
     void setNextStart(const QString& text, qint64 msecs, int offsetSecs);
     // 0 while no instant stands behind the text.
     qint64 getNextStartMSecs() const { return m_nextStartMSecs; }
@@ -75,9 +82,11 @@ private:
     quint64 m_repeatCount = 0;
     quint64 m_startOffsetSecs = 0;
     quint64 m_firstSeekDone = 0;
+    // Only while m_nextStartIsText: no instant stands behind it, or it differs.
     QString m_nextStartTime;
     CalendarRule m_calendarRule;
     bool m_calendarRuleStale = true;
+    bool m_nextStartIsText = true;
     qint64 m_nextStartMSecs = 0;
     int m_nextStartOffsetSecs = 0;
     quint64 m_definitionFingerprint = 0;

@@ -110,7 +110,8 @@ void FirstPollCost(int plans) {
             Cost cost[2] = {};
             for (const bool history : {false, true}) {
                 RunStateStore store;
-                const QString path = dir.filePath(QString("poll-%1-%2-%3.db").arg(round).arg(known).arg(history));
+                const QString path =
+                    dir.filePath(QString("poll-%1-%2-%3.db").arg(round).arg(known).arg(history));
                 if (known) {
                     QFile::copy(dir.filePath(QString("poll-%1-0-%2.db").arg(round).arg(history)), path);
                 }

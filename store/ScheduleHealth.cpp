@@ -52,14 +52,63 @@ struct Candidate {
 } // namespace
 
 ScheduleHealth::Row& ScheduleHealth::At(const QString& planUuid) {
-    const auto found = m_index.constFind(planUuid);
-    if (found != m_index.constEnd()) {
-        return m_rows[found.value()];
+    const quint32 hash = qHash(planUuid);
+    size_t slot = SlotOf(planUuid, hash);
+    if (!m_index.empty() && m_index[slot] != 0) {
+        return m_rows[m_index[slot] - 1];
     }
-    m_index.insert(planUuid, static_cast<quint32>(m_rows.size()));
+    if ((m_rows.size() + 1) * 2 > m_index.size()) {
+        GrowIndex();
+        slot = SlotOf(planUuid, hash);
+    }
     m_rows.push_back(Row{});
     m_rows.back().planUuid = planUuid;
+    m_rows.back().hash = hash;
+    m_index[slot] = static_cast<quint32>(m_rows.size());
     return m_rows.back();
+}
+
+size_t ScheduleHealth::SlotOf(const QString& planUuid, quint32 hash) const {
+    if (m_index.empty()) {
+        return 0;
+    }
+    const size_t mask = m_index.size() - 1;
+    size_t slot = hash & mask;
+    while (m_index[slot] != 0) {
+        const Row& row = m_rows[m_index[slot] - 1];
+        if (row.hash == hash && row.planUuid == planUuid) {
+            return slot;
+        }
+        slot = (slot + 1) & mask;
+    }
+    return slot;
+}
+
+void ScheduleHealth::GrowIndex() {
+    m_index.assign(std::max<size_t>(64, m_index.size() * 2), 0);
+    const size_t mask = m_index.size() - 1;
+    for (size_t i = 0; i < m_rows.size(); ++i) {
+        size_t slot = m_rows[i].hash & mask;
+        while (m_index[slot] != 0) {
+            slot = (slot + 1) & mask;
+        }
+        m_index[slot] = static_cast<quint32>(i + 1);
+    }
+}
+
+// Linear probing without tombstones: a later entry of the same run of slots
+// moves back into the freed one when its home slot allows it.
+void ScheduleHealth::EraseSlot(size_t slot) {
+    const size_t mask = m_index.size() - 1;
+    for (size_t next = (slot + 1) & mask; m_index[next] != 0; next = (next + 1) & mask) {
+        const size_t home = m_rows[m_index[next] - 1].hash & mask;
+        const bool stays = slot <= next ? (slot < home && home <= next) : (slot < home || home <= next);
+        if (!stays) {
+            m_index[slot] = m_index[next];
+            slot = next;
+        }
+    }
+    m_index[slot] = 0;
 }
 
 void ScheduleHealth::Schedule(Row& row, const QString& nextStart, quint64 endFlag) {
@@ -76,7 +125,7 @@ void ScheduleHealth::Put(const QString& planUuid, quint64 triggerType, const QSt
     Schedule(row, nextStart, endFlag);
     row.handedMSecs = handedMSecs;
     row.hasResult = hasResult;
-    row.result = result;
+    row.refusal = result != 0;
     row.resultMSecs = resultMSecs;
 }
 
@@ -105,22 +154,22 @@ void ScheduleHealth::NoteResult(const QString& planUuid, quint64 result, qint64 
     std::lock_guard<std::mutex> lock(m_mutex);
     Row& row = At(planUuid);
     row.hasResult = true;
-    row.result = result;
+    row.refusal = result != 0;
     row.resultMSecs = atMSecs;
 }
 
 // The last row takes the place of the removed one.
 void ScheduleHealth::Remove(const QString& planUuid) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    const auto found = m_index.find(planUuid);
-    if (found == m_index.end()) {
+    const size_t slot = SlotOf(planUuid, qHash(planUuid));
+    if (m_index.empty() || m_index[slot] == 0) {
         return;
     }
-    const quint32 at = found.value();
-    m_index.erase(found);
+    const quint32 at = m_index[slot] - 1;
+    EraseSlot(slot);
     if (at + 1 != m_rows.size()) {
+        m_index[SlotOf(m_rows.back().planUuid, m_rows.back().hash)] = at + 1;
         m_rows[at] = std::move(m_rows.back());
-        m_index[m_rows[at].planUuid] = at;
     }
     m_rows.pop_back();
 }
@@ -148,7 +197,7 @@ ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfte
         const bool startPassed = row.nextKey != 0 && row.nextKey <= dueKey;
         const bool answered = row.hasResult && row.resultMSecs >= row.handedMSecs;
         const bool unanswered = row.handedMSecs != 0 && !answered && row.handedMSecs <= dueBeforeMSecs;
-        const bool refused = answered && row.handedMSecs != 0 && row.result != 0;
+        const bool refused = answered && row.handedMSecs != 0 && row.refusal;
         figures.overdue += startPassed || unanswered ? 1 : 0;
         figures.refused += refused ? 1 : 0;
         figures.missed += row.missedMSecs != 0 ? 1 : 0;

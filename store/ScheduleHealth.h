@@ -63,17 +63,25 @@ private:
         qint64 handedMSecs = 0;
         qint64 resultMSecs = 0;
         qint64 missedMSecs = 0; // the last start missed since the last run, 0 when none
-        quint64 result = 0;
         quint64 triggerType = 0;
+        quint32 hash = 0; // of planUuid, for the index
         bool ended = false;
         bool hasResult = false;
+        bool refusal = false; // the agent's answer was not 0
     };
 
     Row& At(const QString& planUuid);
+    // The slot of the index that holds the plan's row, or the empty slot where
+    // it would go.
+    size_t SlotOf(const QString& planUuid, quint32 hash) const;
+    void GrowIndex();
+    void EraseSlot(size_t slot);
     static void Schedule(Row& row, const QString& nextStart, quint64 endFlag);
     static bool Troubled(const Row& row, quint64 dueKey, qint64 answerDueMSecs, Trouble& trouble);
 
     mutable std::mutex m_mutex;
     std::vector<Row> m_rows;
-    QHash<QString, quint32> m_index;
+    // Row number + 1 by plan, 0 for a free slot; open addressing, at most half
+    // full. Four to eight bytes a plan, where a hash node would take 48.
+    std::vector<quint32> m_index;
 };

@@ -118,6 +118,37 @@ TEST(ScheduleHealth, RemovalKeepsTheOtherPlans) {
     EXPECT_EQ(figures.trouble.front().planUuid, "c");
 }
 
+// Enough plans to grow the index several times and to make runs of taken
+// slots, removed in an order that leaves holes inside those runs: a plan the
+// index lost would come back as a second row.
+TEST(ScheduleHealth, FindsEveryPlanAfterRemovals) {
+    ScheduleHealth health;
+    constexpr int kPlans = 2000;
+    for (int i = 0; i < kPlans; ++i) {
+        health.Put(QString("plan-%1").arg(i), 2, At(kMinute), 0, 0, false, 0, 0);
+    }
+    int kept = 0;
+    for (int i = 0; i < kPlans; ++i) {
+        if (i % 3 == 0 || i % 7 == 0) {
+            health.Remove(QString("plan-%1").arg(i));
+        } else {
+            ++kept;
+        }
+    }
+    for (int i = 0; i < kPlans; ++i) {
+        if (i % 3 != 0 && i % 7 != 0) {
+            health.NoteMissed(QString("plan-%1").arg(i), Ago(kMinute));
+        }
+    }
+    ScheduleHealth::Figures figures = health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 0);
+    EXPECT_EQ(figures.plans.at({2, false}), static_cast<quint64>(kept));
+    EXPECT_EQ(figures.missed, static_cast<quint64>(kept));
+    for (int i = kPlans - 1; i >= 0; --i) {
+        health.Remove(QString("plan-%1").arg(i));
+    }
+    EXPECT_TRUE(health.Take(kNow.toMSecsSinceEpoch(), kOverdueAfter, 0).plans.empty());
+}
+
 // What the service records reaches the counts with the batch that writes it:
 // starts by outcome, missed ones by reason, lateness, the agent's answers.
 TEST(RunTally, CountsWhatTheRunStateRecords) {

@@ -20,6 +20,16 @@ void FrameReader::Append(const QByteArray& bytes) {
     m_buffer.append(bytes);
 }
 
+// A burst's buffer is let go once its last frame is taken: a QByteArray keeps
+// its largest size, and a start-up's answers from the agent come in bursts of
+// tens of megabytes.
+void FrameReader::ReleaseIfTaken() {
+    if (m_taken == m_buffer.size()) {
+        m_buffer.clear();
+        m_taken = 0;
+    }
+}
+
 bool FrameReader::Next(QByteArray& payload) {
     if (m_failed || m_buffer.size() - m_taken < kHeaderSize) {
         return false;
@@ -37,6 +47,7 @@ bool FrameReader::Next(QByteArray& payload) {
     }
     payload = m_buffer.mid(m_taken + kHeaderSize, static_cast<int>(length));
     m_taken += kHeaderSize + static_cast<int>(length);
+    ReleaseIfTaken();
     return true;
 }
 

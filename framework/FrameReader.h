@@ -20,6 +20,8 @@ public:
     static QByteArray PayloadOf(const QByteArray& frame);
 
 private:
+    void ReleaseIfTaken();
+
     QByteArray m_buffer;
     // Bytes at the front of m_buffer whose frames were taken.
     int m_taken = 0;

@@ -36,3 +36,8 @@ void HeapTrimmer::onQuiet() {
     m_items = 0;
     m_trim();
 }
+
+void HeapTrimmer::FixThresholds() {
+    mallopt(M_MMAP_THRESHOLD, kMmapThresholdBytes);
+    mallopt(M_TRIM_THRESHOLD, kTrimThresholdBytes);
+}

@@ -2,10 +2,12 @@
 #include "SchedulerService.h"
 
 #include "framework/Clock.h"
+#include "platform/HeapTrimmer.h"
 
 #include <QTextCodec>
 
 int main(int argc, char** argv) {
+    HeapTrimmer::FixThresholds();
     Clock::PinLocalTimeZone();
     CrashDumpExceptionFilter::Install();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));

@@ -2,6 +2,12 @@
 
 #include <malloc.h>
 
+namespace {
+// glibc's own starting values.
+constexpr int kMmapThresholdBytes = 128 * 1024;
+constexpr int kTrimThresholdBytes = 128 * 1024;
+} // namespace
+
 HeapTrimmer::HeapTrimmer(Trim trim, Elapsed elapsed, QObject* parent)
     : QObject(parent), m_trim(std::move(trim)), m_elapsed(std::move(elapsed)) {
     m_quiet.setSingleShot(true);

@@ -36,9 +36,6 @@ public:
     // after which a thread's arena keeps its free top for good, and no trim
     // gives it back: a timer-mode start-up left 200 bytes a plan that way.
     static void FixThresholds();
-    // glibc's own starting values.
-    static constexpr int kMmapThresholdBytes = 128 * 1024;
-    static constexpr int kTrimThresholdBytes = 128 * 1024;
 
 public Q_SLOTS:
     // Trims when the burst has been quiet long enough, else waits on.

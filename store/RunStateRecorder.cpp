@@ -6,6 +6,12 @@
 #include "triggers/LocalTime.h"
 #include "triggers/TriggerObject.h"
 
+void RunStateRecorder::Schedule::MakeNextStartText() {
+    if (nextStart.isEmpty() && nextStartMSecs != 0) {
+        nextStart = LocalTime::FormatAt(nextStartMSecs, nextStartOffsetSecs);
+    }
+}
+
 RunStateRecorder::Schedule RunStateRecorder::ScheduleOf(const TriggerObject& object) {
     Schedule schedule;
     schedule.endFlag = object.getTriggerAttribute().getTriggerEndFlag();

@@ -26,6 +26,10 @@ public:
         // Of the definition the rest was computed from; 0 when nothing of the
         // computation was kept (an event trigger, a row of an older file).
         quint64 fingerprint = 0;
+
+        // Makes the text of a computed start from its instant, when the
+        // recorder left it out.
+        void MakeNextStartText();
     };
 
     RunStateRecorder() = default;

@@ -29,9 +29,6 @@ struct RunStateUpdate {
 
     // A later change of the same plan on top of this one.
     void Apply(const RunStateUpdate& change);
-
-private:
-    void Take(const RunStateUpdate& change);
 };
 
 // The changes of a batch, merged per plan.

@@ -129,7 +129,12 @@ RunStateBatch RunStateWriter::Merged(const std::vector<Change>& changes) {
     RunStateBatch batch;
     batch.reserve(static_cast<int>(changes.size()));
     for (const Change& change : changes) {
-        batch[change.first].Apply(change.second);
+        RunStateUpdate& update = batch[change.first];
+        update.Apply(change.second);
+        // The recorder leaves the text of a computed start to this thread.
+        if (update.schedule) {
+            update.schedule->MakeNextStartText();
+        }
     }
     return batch;
 }

@@ -54,7 +54,7 @@ struct Candidate {
 ScheduleHealth::Row& ScheduleHealth::At(const QString& planUuid) {
     const quint32 hash = qHash(planUuid);
     size_t slot = SlotOf(planUuid, hash);
-    if (!m_index.empty() && m_index[slot] != 0) {
+    if (m_index[slot] != 0) {
         return m_rows[m_index[slot] - 1];
     }
     if ((m_rows.size() + 1) * 2 > m_index.size()) {
@@ -69,9 +69,6 @@ ScheduleHealth::Row& ScheduleHealth::At(const QString& planUuid) {
 }
 
 size_t ScheduleHealth::SlotOf(const QString& planUuid, quint32 hash) const {
-    if (m_index.empty()) {
-        return 0;
-    }
     const size_t mask = m_index.size() - 1;
     size_t slot = hash & mask;
     while (m_index[slot] != 0) {
@@ -85,7 +82,7 @@ size_t ScheduleHealth::SlotOf(const QString& planUuid, quint32 hash) const {
 }
 
 void ScheduleHealth::GrowIndex() {
-    m_index.assign(std::max<size_t>(64, m_index.size() * 2), 0);
+    m_index.assign(m_index.size() * 2, 0);
     const size_t mask = m_index.size() - 1;
     for (size_t i = 0; i < m_rows.size(); ++i) {
         size_t slot = m_rows[i].hash & mask;
@@ -162,7 +159,7 @@ void ScheduleHealth::NoteResult(const QString& planUuid, quint64 result, qint64 
 void ScheduleHealth::Remove(const QString& planUuid) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const size_t slot = SlotOf(planUuid, qHash(planUuid));
-    if (m_index.empty() || m_index[slot] == 0) {
+    if (m_index[slot] == 0) {
         return;
     }
     const quint32 at = m_index[slot] - 1;
@@ -177,7 +174,7 @@ void ScheduleHealth::Remove(const QString& planUuid) {
 void ScheduleHealth::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_rows.clear();
-    m_index.clear();
+    m_index.assign(kFirstSlots, 0);
 }
 
 ScheduleHealth::Figures ScheduleHealth::Take(qint64 nowMSecs, qint64 overdueAfterMSecs,

@@ -82,6 +82,8 @@ private:
     mutable std::mutex m_mutex;
     std::vector<Row> m_rows;
     // Row number + 1 by plan, 0 for a free slot; open addressing, at most half
-    // full. Four to eight bytes a plan, where a hash node would take 48.
-    std::vector<quint32> m_index;
+    // full, never empty. Four to eight bytes a plan, where a hash node would
+    // take 48.
+    static constexpr size_t kFirstSlots = 64;
+    std::vector<quint32> m_index = std::vector<quint32>(kFirstSlots, 0);
 };

@@ -90,6 +90,10 @@ QString LocalTime::FormatWall(qint64 wall) {
                 QTime::fromMSecsSinceStartOfDay(static_cast<int>(WallTime::TimeOfDay(wall))));
 }
 
+QString LocalTime::FormatAt(qint64 msecs, int offsetSecs) {
+    return FormatWall(msecs + offsetSecs * 1000LL);
+}
+
 QString LocalTime::Format(const QDateTime& t) {
     return Text(t.date(), t.time());
 }

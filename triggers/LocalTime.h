@@ -18,6 +18,8 @@ public:
     static bool IsWellFormed(const QString& text);
     static QString Format(const QDateTime& t);
     static QString FormatWall(qint64 wall);
+    // The reading of an instant at the UTC offset it had.
+    static QString FormatAt(qint64 msecs, int offsetSecs);
     // An instant as a date-time that carries its offset, so that the two
     // readings of a repeated hour stay apart.
     static QDateTime WithOffset(qint64 msecs);

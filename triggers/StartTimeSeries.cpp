@@ -8,7 +8,7 @@
 
 QString StartTimeSeries::Entry::Text() const {
     if (state == FireState::kScheduled) {
-        return LocalTime::FormatWall(msecs + offsetSecs * 1000LL);
+        return LocalTime::FormatAt(msecs, offsetSecs);
     }
     return state == FireState::kFinished ? "finished" : "error";
 }

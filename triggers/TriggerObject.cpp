@@ -38,7 +38,7 @@ QString TriggerObject::getNextStartTime() const {
     if (m_nextStartIsText) {
         return m_nextStartTime;
     }
-    return LocalTime::FormatWall(m_nextStartMSecs + static_cast<qint64>(m_nextStartOffsetSecs) * 1000);
+    return LocalTime::FormatAt(m_nextStartMSecs, m_nextStartOffsetSecs);
 }
 
 void TriggerObject::setNextStartTime(const QString& value) {

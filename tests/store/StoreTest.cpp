@@ -375,12 +375,8 @@ TEST(TriggerObjectRecord, CopiesAreIndependentAndStreamAllFields) {
     EXPECT_EQ(object.getObjectTriggerAttribute().getInterval(), 600u);
     EXPECT_EQ(object.getNextStartTime(), "2026-03-10 08:10:00");
 
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    object.Write(out);
-    TriggerObject read;
-    QDataStream in(bytes);
-    read.Read(in);
+    bool readToTheEnd = false;
+    const TriggerObject read = ThroughTheWire(object, &readToTheEnd);
     EXPECT_EQ(read.getPlanUuid(), "p");
     EXPECT_EQ(read.getPlanName(), "name");
     EXPECT_TRUE(read.getTriggerAttribute() == object.getTriggerAttribute());
@@ -388,6 +384,6 @@ TEST(TriggerObjectRecord, CopiesAreIndependentAndStreamAllFields) {
     EXPECT_EQ(read.getStartOffsetSecs(), 120u);
     EXPECT_EQ(read.getFirstSeekDone(), 1u);
     EXPECT_EQ(read.getNextStartTime(), "2026-03-10 08:10:00");
-    EXPECT_TRUE(in.atEnd());
+    EXPECT_TRUE(readToTheEnd);
 }
 } // namespace

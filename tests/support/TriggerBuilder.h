@@ -4,6 +4,7 @@
 
 #include "triggers/TriggerObject.h"
 
+#include <QDataStream>
 #include <QDateTime>
 
 // Short-hand for trigger definitions in test tables.
@@ -43,4 +44,19 @@ inline TriggerObject MakeTrigger(const QString& planUuid, const TriggerDefinitio
 inline QDateTime At(const char* text) {
     QDateTime t = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss.zzz");
     return t.isValid() ? t : QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
+}
+
+// The object as the other end of the wire reads it; `readToTheEnd` says
+// whether the reading took every byte the writing gave.
+inline TriggerObject ThroughTheWire(const TriggerObject& object, bool* readToTheEnd = nullptr) {
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    object.Write(out);
+    TriggerObject read;
+    QDataStream in(bytes);
+    read.Read(in);
+    if (readToTheEnd != nullptr) {
+        *readToTheEnd = in.atEnd();
+    }
+    return read;
 }

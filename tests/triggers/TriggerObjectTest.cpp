@@ -1,8 +1,9 @@
 // A computed next start is kept as its instant and offset; its text is made
 // when read. A text is kept only where it says something the instant does not.
+#include "support/TriggerBuilder.h"
+
 #include "triggers/TriggerObject.h"
 
-#include <QDataStream>
 #include <QDateTime>
 
 #include <gtest/gtest.h>
@@ -50,13 +51,7 @@ TEST(TriggerObject, NextStartReadsAsItsInstantOrItsText) {
         EXPECT_EQ(!object.getNextStartText().isEmpty(), c.textKept && *c.read != '\0') << c.name;
 
         // What goes over the wire is the text, whichever way it is kept.
-        QByteArray bytes;
-        QDataStream out(&bytes, QIODevice::WriteOnly);
-        object.Write(out);
-        TriggerObject read;
-        QDataStream in(bytes);
-        read.Read(in);
-        EXPECT_EQ(read.getNextStartTime(), c.read) << c.name;
+        EXPECT_EQ(ThroughTheWire(object).getNextStartTime(), c.read) << c.name;
     }
 }
 } // namespace

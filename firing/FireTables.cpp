@@ -4,9 +4,12 @@
 #include "triggers/EventerFire.h"
 #include "triggers/TriggerFire.h"
 
-#include <QThread>
+#include <QObject>
 
 namespace {
+// The kind every DateTimeFire, and only one, gives itself.
+constexpr quint64 kDateTimeKind = 1;
+
 template <typename Table> bool EndInTable(Table& table, const FireTables::Ends& ends) {
     for (auto it = table.begin(); it != table.end();) {
         TriggerFire* fire = it.value();
@@ -31,8 +34,8 @@ template <typename Table> void StopEach(Table* table) {
         if (fire == nullptr) {
             continue;
         }
-        if (auto* dateTimeFire = qobject_cast<DateTimeFire*>(fire)) {
-            dateTimeFire->onkillDateTimer();
+        if (fire->getFireKind() == kDateTimeKind) {
+            static_cast<DateTimeFire*>(fire)->onkillDateTimer();
         }
         fire->Stop();
     }
@@ -186,15 +189,16 @@ void FireTables::Dispose(TriggerFire* fire) {
     if (fire == nullptr) {
         return;
     }
-    if (fire->thread() == QThread::currentThread()) {
+    if (fire->OnHomeThread()) {
         delete fire;
-    } else {
-        fire->deleteLater();
+        return;
     }
+    QMetaObject::invokeMethod(
+        fire->home(), [fire] { delete fire; }, Qt::QueuedConnection);
 }
 
 void FireTables::Retire(TriggerFire* fire) {
-    if (fire != nullptr && fire->thread() == QThread::currentThread()) {
+    if (fire != nullptr && fire->OnHomeThread()) {
         fire->Stop();
     }
     Dispose(fire);

@@ -25,8 +25,8 @@ quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next)
 }
 } // namespace
 
-void TimerDispatch::TimedOutLocked(const QString& planUuid, const TimerFire* expired) {
-    TimerFire* fire = CurrentFireLocked(planUuid, expired);
+void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 expiredSerial) {
+    TimerFire* fire = CurrentFireLocked(planUuid, expiredSerial);
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
     if (fire != nullptr && object == nullptr) {
         Logger::Error("TriggerObject pointer is NULL in the onTimerTimeout.");
@@ -47,7 +47,7 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, const TimerFire* exp
     RearmLocked(planUuid, object, current, next);
 }
 
-TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, const TimerFire* expired) {
+TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint64 expiredSerial) {
     if (planUuid.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return nullptr;
@@ -58,13 +58,14 @@ TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, const Timer
                           .arg(LogText::Outside(planUuid)));
         return nullptr;
     }
-    auto* fire = qobject_cast<TimerFire*>(table->value(planUuid));
+    TriggerFire* entry = table->value(planUuid);
+    TimerFire* fire = entry != nullptr ? entry->AsTimerFire() : nullptr;
     if (fire == nullptr) {
         Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.")
                           .arg(LogText::Outside(planUuid)));
         return nullptr;
     }
-    if (fire != expired) {
+    if (fire->serial() != expiredSerial) {
         // Queued by a fire that a plan command has replaced since: the plan's
         // current fire keeps its own time.
         Logger::Info(QString("The TimerFire of scheduler[%1] time-out of a replaced fire is dropped.")
@@ -122,7 +123,8 @@ void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, 
                                current.toString(kPreciseFormat)));
     }
     m_context.tables.RemoveDateTimeLocked(planUuid);
-    auto* replacement = qobject_cast<TimerFire*>(m_context.NewDateTimeFireLocked(object));
+    TriggerFire* entry = m_context.NewDateTimeFireLocked(object);
+    TimerFire* replacement = entry != nullptr ? entry->AsTimerFire() : nullptr;
     if (replacement == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")

@@ -16,11 +16,11 @@ class TimerDispatch {
 public:
     explicit TimerDispatch(FiringContext& context) : m_context(context) {}
 
-    // `expired` is null when the fire that timed out is gone.
-    void TimedOutLocked(const QString& planUuid, const TimerFire* expired);
+    // `expiredSerial` names the fire that timed out.
+    void TimedOutLocked(const QString& planUuid, quint64 expiredSerial);
 
 private:
-    TimerFire* CurrentFireLocked(const QString& planUuid, const TimerFire* expired);
+    TimerFire* CurrentFireLocked(const QString& planUuid, quint64 expiredSerial);
     bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     void EndLocked(const QString& planUuid, TriggerObject* object, quint64 state);

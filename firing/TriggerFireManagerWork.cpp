@@ -14,8 +14,6 @@
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
-#include <QPointer>
-
 namespace {
 // The one worker of the process, created before main runs.
 [[maybe_unused]] TriggerFireManagerWork& g_work = TriggerFireManagerWork::Instance();
@@ -93,15 +91,20 @@ TriggerFire* TriggerFireManagerWork::NewTriggerFire(quint64 type, TriggerObject*
     }
     TriggerFire* fire = nullptr;
     if (TriggerTypes::IsDateTime(type)) {
-        fire = FiringContext::IsTimerMode() ? static_cast<TriggerFire*>(new TimerFire()) : new AtTimeFire();
+        fire = FiringContext::IsTimerMode() ? NewTimerFire() : new AtTimeFire();
     } else if (TriggerTypes::IsEvent(type)) {
         fire = new EventerFire();
     } else {
         return nullptr;
     }
     fire->setHost(this);
-    fire->moveToThread(thread());
     fire->SetTriggerObject(object);
+    return fire;
+}
+
+TriggerFire* TriggerFireManagerWork::NewTimerFire() {
+    auto* fire = new TimerFire();
+    fire->setSerial(++m_timerFireSerials);
     return fire;
 }
 
@@ -252,20 +255,23 @@ void TriggerFireManagerWork::onAtTimerOut() {
 }
 
 // A time-out is handled at a later turn of the event loop, never inside the
-// fire's own call: handling it may replace and delete that fire. The guard
-// turns null when the fire is deleted meanwhile, so that a time-out still
-// queued when a plan command replaced its fire is recognised as stale even if
-// the new fire took the old one's address.
+// fire's own call: handling it may replace and delete that fire. The serial
+// tells a time-out still queued when a plan command replaced its fire as stale,
+// even if the new fire took the old one's address.
 void TriggerFireManagerWork::TimerExpired(TimerFire& fire) {
     const QString planUuid = fire.planUuid();
-    const QPointer<TimerFire> expired(&fire);
+    const quint64 serial = fire.serial();
     QMetaObject::invokeMethod(
         this,
-        [this, planUuid, expired] {
+        [this, planUuid, serial] {
             QMutexLocker locker(&m_tables.dateTimeMutex());
-            m_timer.TimedOutLocked(planUuid, expired.data());
+            m_timer.TimedOutLocked(planUuid, serial);
         },
         Qt::QueuedConnection);
+}
+
+QObject* TriggerFireManagerWork::FireHome() {
+    return this;
 }
 
 bool TriggerFireManagerWork::Send(const TriggerObject& object, quint64 commandType) {
@@ -286,9 +292,9 @@ void TriggerFireManagerWork::LocalTimeZoneChanged() {
     }
     m_pollPass.NoteChangedLocked();
     for (TriggerFire* fire : qAsConst(*table)) {
-        if (auto* timerFire = qobject_cast<TimerFire*>(fire)) {
+        if (TimerFire* timerFire = fire->AsTimerFire()) {
             timerFire->RearmFromNextStartTime();
-        } else if (auto* atTimeFire = qobject_cast<AtTimeFire*>(fire)) {
+        } else if (AtTimeFire* atTimeFire = fire->AsAtTimeFire()) {
             // The wall-clock time is what the plan asked for: its instant is
             // taken again from the text, in the zone now in force.
             if (TriggerObject* object = atTimeFire->GetTriggerObject()) {

@@ -13,6 +13,7 @@
 #include <QObject>
 #include <QString>
 
+#include <atomic>
 #include <functional>
 
 class TriggerFire;
@@ -77,6 +78,7 @@ public:
 
     bool Send(const TriggerObject& object, quint64 commandType) override;
     void TimerExpired(TimerFire& fire) override;
+    QObject* FireHome() override;
 
 private Q_SLOTS:
     void onAtTimerOut();
@@ -87,6 +89,7 @@ private:
     TriggerFireManagerWork();
     bool InsertDateTimeFireLocked(const QString& planUuid, TriggerFire* fire);
     TriggerFire* NewDateTimeFireLocked(TriggerObject* object);
+    TriggerFire* NewTimerFire();
     bool StartAllTriggerFiresHeld();
 
     FireTables m_tables;
@@ -96,4 +99,6 @@ private:
     TimerDispatch m_timer{m_context};
     DowntimeCatchUp m_downtime{m_context};
     HandedRecorder m_handedRecorder;
+    // Fires are made on the command handler's thread as well as here.
+    std::atomic<quint64> m_timerFireSerials{0};
 };

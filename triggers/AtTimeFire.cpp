@@ -5,8 +5,6 @@
 #include "LocalTime.h"
 #include "TriggerObject.h"
 
-AtTimeFire::AtTimeFire(QObject* parent) : DateTimeFire(parent) {}
-
 quint64 AtTimeFire::Start() {
     return FireState::kScheduled;
 }

@@ -5,12 +5,10 @@
 // Calendar trigger fire of the polling mode: no timer; the fire manager's poll
 // reads the trigger's next start time and fires it when its minute has come.
 class AtTimeFire : public DateTimeFire {
-    Q_OBJECT
 public:
-    explicit AtTimeFire(QObject* parent = nullptr);
-
     quint64 Start() override;
     void Stop() override;
+    AtTimeFire* AsAtTimeFire() override { return this; }
 
     bool getAtTimeFlag() const { return m_atTime; }
     void setAtTimeFlag(bool value) { m_atTime = value; }

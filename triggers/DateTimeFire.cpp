@@ -9,7 +9,7 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 
-DateTimeFire::DateTimeFire(QObject* parent) : TriggerFire(parent) {
+DateTimeFire::DateTimeFire() {
     setFireKind(1);
 }
 

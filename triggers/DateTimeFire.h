@@ -11,9 +11,8 @@ struct ScheduleResult;
 // its trigger object and publishes it. Its two subclasses only decide how the
 // computed time is waited for.
 class DateTimeFire : public TriggerFire {
-    Q_OBJECT
 public:
-    explicit DateTimeFire(QObject* parent = nullptr);
+    DateTimeFire();
 
     quint64 Start() override;
     void Stop() override;
@@ -28,7 +27,6 @@ public:
     quint64 SeekLateStartTime(const QDateTime& now, QDateTime& next);
     quint64 getFireState() const { return m_fireState; }
 
-public Q_SLOTS:
     // Stops the fire's timer, if it has one; the fire keeps its trigger.
     virtual void onkillDateTimer();
 

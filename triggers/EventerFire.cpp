@@ -3,7 +3,7 @@
 #include "FireState.h"
 #include "TriggerObject.h"
 
-EventerFire::EventerFire(QObject* parent) : TriggerFire(parent) {
+EventerFire::EventerFire() {
     setFireKind(2);
 }
 

@@ -8,7 +8,7 @@
 // events, never by time; it never finishes by itself.
 class EventerFire : public TriggerFire {
 public:
-    explicit EventerFire(QObject* parent = nullptr);
+    EventerFire();
 
     void SetTriggerObject(TriggerObject* object) override;
     quint64 Start() override;

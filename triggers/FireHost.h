@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 
+class QObject;
 class TimerFire;
 class TriggerObject;
 
@@ -17,4 +18,6 @@ public:
     virtual bool Send(const TriggerObject& object, quint64 commandType) = 0;
     // On the fire's thread, inside the fire's own call.
     virtual void TimerExpired(TimerFire& fire) = 0;
+    // The object on whose thread the hosted fires live; null: the caller's.
+    virtual QObject* FireHome() { return nullptr; }
 };

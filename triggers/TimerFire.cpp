@@ -9,14 +9,13 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 
-#include <QThread>
+#include <QObject>
 
 namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 } // namespace
 
-TimerFire::TimerFire(QObject* parent)
-    : DateTimeFire(parent), m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }) {}
+TimerFire::TimerFire() : m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }) {}
 
 TimerFire::~TimerFire() = default;
 
@@ -84,11 +83,26 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     const qint64 dueMSecs = due.toMSecsSinceEpoch();
     const qint64 second = dueMSecs - dueMSecs % 1000;
     m_dueMSecs = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
-    if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(this, "Arm", Qt::QueuedConnection);
+    if (!OnHomeThread()) {
+        ArmAtHome();
         return;
     }
     Arm();
+}
+
+void TimerFire::ArmAtHome() {
+    if (m_alive == nullptr) {
+        m_alive = std::make_shared<TimerFire*>(this);
+    }
+    const std::weak_ptr<TimerFire*> alive = m_alive;
+    QMetaObject::invokeMethod(
+        home(),
+        [alive] {
+            if (const std::shared_ptr<TimerFire*> fire = alive.lock()) {
+                (*fire)->Arm();
+            }
+        },
+        Qt::QueuedConnection);
 }
 
 void TimerFire::Arm() {
@@ -111,7 +125,7 @@ void TimerFire::RearmFromNextStartTime() {
 void TimerFire::onTimerExpired(qint64 dueMSecs) {
     m_expiredDueMSecs = dueMSecs;
     if (m_connected) {
-        QMetaObject::invokeMethod(this, &TimerFire::ontimeout, Qt::QueuedConnection);
+        ontimeout();
     }
 }
 

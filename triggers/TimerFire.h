@@ -4,15 +4,16 @@
 
 #include "timing/DeadlineTimer.h"
 
+#include <memory>
+
 // Calendar trigger fire of the timer mode: a timer armed for the next start
 // time. The timer is a DeadlineTimer, aimed at the wall-clock instant itself,
 // so a suspend, a clock step or a wait beyond the 24.8 days of a Qt timer
 // cannot move the run.
 class TimerFire : public DateTimeFire {
-    Q_OBJECT
 public:
     // Its time-outs go to the fire's host.
-    explicit TimerFire(QObject* parent = nullptr);
+    TimerFire();
     ~TimerFire() override;
 
     void SetTriggerObject(TriggerObject* object) override;
@@ -27,6 +28,14 @@ public:
     // Aims an armed timer at the stored next start time again, read as local
     // time in the zone now in force. On the fire's own thread.
     void RearmFromNextStartTime();
+    // Hands the time-out to the host, unless the fire was stopped.
+    void ontimeout();
+    void onkillDateTimer() override;
+    TimerFire* AsTimerFire() override { return this; }
+
+    // Tells this fire from one that took its place, and its address, later.
+    quint64 serial() const { return m_serial; }
+    void setSerial(quint64 serial) { m_serial = serial; }
 
     // Kept when the fire is stopped and lets go of its trigger.
     const QString& planUuid() const { return m_planUuid; }
@@ -37,12 +46,9 @@ public:
     // well before the current time when a clock step or a sleep passed over it.
     qint64 expiredDueMSecs() const { return m_expiredDueMSecs; }
 
-private Q_SLOTS:
-    void ontimeout();
-    void onkillDateTimer() override;
-    void Arm();
-
 private:
+    void Arm();
+    void ArmAtHome();
     void onTimerExpired(qint64 dueMSecs);
     bool Resume(const QDateTime& current, QDateTime& next);
 
@@ -52,4 +58,8 @@ private:
     qint64 m_waitMSecs = 0;
     qint64 m_dueMSecs = 0;
     qint64 m_expiredDueMSecs = 0;
+    quint64 m_serial = 0;
+    // Made only when the fire is armed from another thread: the queued arming
+    // finds the fire gone if it was deleted first.
+    std::shared_ptr<TimerFire*> m_alive;
 };

@@ -5,7 +5,8 @@
 #include "JobTask.h"
 #include "framework/WireFormat.h"
 
-TriggerFire::TriggerFire(QObject* parent) : QObject(parent) {}
+#include <QObject>
+#include <QThread>
 
 TriggerFire::~TriggerFire() {
     m_triggerObject = nullptr;
@@ -17,6 +18,15 @@ void TriggerFire::SetTriggerObject(TriggerObject* object) {
 
 TriggerObject* TriggerFire::GetTriggerObject() {
     return m_triggerObject;
+}
+
+QObject* TriggerFire::home() const {
+    return m_host != nullptr ? m_host->FireHome() : nullptr;
+}
+
+bool TriggerFire::OnHomeThread() const {
+    const QObject* object = home();
+    return object == nullptr || object->thread() == QThread::currentThread();
 }
 
 quint64 TriggerFire::Start() {

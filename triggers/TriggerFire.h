@@ -1,19 +1,28 @@
 #pragma once
 
-#include <QObject>
+#include <QtGlobal>
 
 #include <atomic>
 
+class AtTimeFire;
 class FireHost;
+class QObject;
+class TimerFire;
 class TriggerObject;
 
 // Common base of the live objects that watch one trigger. A fire points to its
 // plan's registered trigger object without owning it.
-class TriggerFire : public QObject {
-    Q_OBJECT
+//
+// Not a QObject: a million fires would each carry a QObjectPrivate (about a
+// hundred and thirty bytes with its allocation) for a thread affinity that the
+// host already has. A hosted fire lives on its host's home thread; its timer is
+// armed and it is deleted there.
+class TriggerFire {
 public:
-    explicit TriggerFire(QObject* parent = nullptr);
-    ~TriggerFire() override;
+    TriggerFire() = default;
+    virtual ~TriggerFire();
+    TriggerFire(const TriggerFire&) = delete;
+    TriggerFire& operator=(const TriggerFire&) = delete;
 
     virtual void SetTriggerObject(TriggerObject* object);
     virtual TriggerObject* GetTriggerObject();
@@ -25,6 +34,14 @@ public:
     // Set once, before the fire starts; a fire without a host talks to the
     // agent link itself and has no one to tell of its time-outs.
     void setHost(FireHost* host) { m_host = host; }
+    // The object whose thread the fire lives on; null for a fire without a
+    // home, which lives on whichever thread uses it.
+    QObject* home() const;
+    bool OnHomeThread() const;
+
+    // Null unless the fire is of that class.
+    virtual AtTimeFire* AsAtTimeFire() { return nullptr; }
+    virtual TimerFire* AsTimerFire() { return nullptr; }
 
 protected:
     void setFireKind(quint64 kind) { m_fireKind = kind; }

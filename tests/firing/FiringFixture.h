@@ -17,7 +17,6 @@
 
 #include <QCoreApplication>
 #include <QMap>
-#include <QPointer>
 #include <QSet>
 #include <QTest>
 #include <QTimer>
@@ -29,6 +28,12 @@
 #include <atomic>
 #include <optional>
 #include <thread>
+
+// The plan's listed fire of the timer mode; null if it has none.
+inline TimerFire* TimerFireOf(const QString& planUuid) {
+    TriggerFire* fire = TriggerFireManagerWork::Instance().DateTimeFireOf(planUuid);
+    return fire != nullptr ? fire->AsTimerFire() : nullptr;
+}
 
 // Loading, polling, timer-mode and event firing over the real registry, with a
 // capturing client link and the process clock shifted instead of waited for.
@@ -90,9 +95,6 @@ protected:
     }
 
     static TriggerFireManagerWork& work() { return TriggerFireManagerWork::Instance(); }
-    static TimerFire* TimerFireOf(const QString& planUuid) {
-        return qobject_cast<TimerFire*>(work().DateTimeFireOf(planUuid));
-    }
 
     // Runs the event loop until every slice posted so far has had its turn: a
     // timer posted now comes due after them.

@@ -9,7 +9,9 @@ TEST_F(Firing, LoadsOneFirePerLiveTriggerOfTheConfiguredMode) {
     Register("ended", {2, "2026-03-01 09:30:00"})->getObjectTriggerAttribute().setTriggerEndFlag(1);
     ASSERT_TRUE(manager.Init());
     EXPECT_EQ(work().DateTimeFireCount(), 1);
-    EXPECT_NE(qobject_cast<AtTimeFire*>(work().DateTimeFireOf("daily")), nullptr);
+    TriggerFire* fire = work().DateTimeFireOf("daily");
+    ASSERT_NE(fire, nullptr);
+    EXPECT_NE(fire->AsAtTimeFire(), nullptr);
     EXPECT_EQ(work().DateTimeFireOf("ended"), nullptr);
     EXPECT_EQ(work().EventFireCount(257), 2);
 }

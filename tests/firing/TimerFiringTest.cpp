@@ -6,16 +6,17 @@ TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("t", {2, "2026-03-01 08:30:00"});
     ASSERT_TRUE(StartedInTimerMode());
-    QPointer<TimerFire> first = TimerFireOf("t");
-    ASSERT_FALSE(first.isNull());
+    TimerFire* first = TimerFireOf("t");
+    ASSERT_NE(first, nullptr);
+    const quint64 firstSerial = first->serial();
     EXPECT_NEAR(first->armedIntervalMSecs(), 90000, 50);
     clock.To(At("2026-03-10 08:30:00.000"));
-    QMetaObject::invokeMethod(first, "ontimeout", Qt::DirectConnection);
+    first->ontimeout();
     QCoreApplication::processEvents();
     EXPECT_EQ(link->CommandsOfType(600).size(), 1u);
     auto* second = TimerFireOf("t");
     ASSERT_NE(second, nullptr);
-    EXPECT_TRUE(first.isNull());
+    EXPECT_NE(second->serial(), firstSerial);
     EXPECT_TRUE(second->isArmed());
     EXPECT_NEAR(second->armedIntervalMSecs(), 24 * 3600 * 1000, 50);
 }
@@ -114,7 +115,8 @@ TEST_F(Firing, TimerModeTimeoutForARemovedPlanDoesNothingElse) {
     ASSERT_TRUE(StartedInTimerMode());
     auto* fire = TimerFireOf("gone");
     clock.To(At("2026-03-10 08:30:00"));
-    QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
+    ASSERT_NE(fire, nullptr);
+    fire->ontimeout();
     EXPECT_TRUE(TriggerFireManager::RemoveTriggerFire("gone", 2));
     log.Clear();
     link->Clear();
@@ -129,16 +131,18 @@ TEST_F(Firing, TimerModeKeepsTheFireWhenTheRunIsRefused) {
     ClockShift clock(At("2026-03-10 08:28:30"));
     Register("refused", {2, "2026-03-01 08:30:00"});
     ASSERT_TRUE(StartedInTimerMode());
-    QPointer<TimerFire> fire = TimerFireOf("refused");
-    ASSERT_FALSE(fire.isNull());
+    TimerFire* fire = TimerFireOf("refused");
+    ASSERT_NE(fire, nullptr);
+    const quint64 serial = fire->serial();
     // Without a live client link every command is refused.
     link.reset();
     clock.To(At("2026-03-10 08:30:00"));
-    QMetaObject::invokeMethod(fire, "ontimeout", Qt::DirectConnection);
+    fire->ontimeout();
     QCoreApplication::processEvents();
     EXPECT_EQ(
         log.Count("The TimerFire of scheduler[refused] NowFire execution failed in the onTimerTimeout."), 1);
-    EXPECT_EQ(work().DateTimeFireOf("refused"), fire.data());
+    ASSERT_NE(TimerFireOf("refused"), nullptr);
+    EXPECT_EQ(TimerFireOf("refused")->serial(), serial);
 }
 
 struct NewFireRow {
@@ -185,17 +189,20 @@ TEST_F(Firing, AStaleTimeoutDoesNotFireTheReplacement) {
     TimerFire* old = TimerFireOf("m");
     ASSERT_NE(old, nullptr);
     clock.To(At("2026-03-10 08:30:00"));
-    QMetaObject::invokeMethod(old, "ontimeout", Qt::DirectConnection);
+    old->ontimeout();
     // The plan is modified before the queued time-out is handled.
     ASSERT_TRUE(TriggerFireManager::RemoveTriggerFire("m", 2));
     object->getObjectTriggerAttribute().setStartTime("2026-03-01 18:00:00");
     object->setFirstSeekDone(0);
     ASSERT_EQ(TriggerFireManager::StartNewTriggerFire(object), 0u);
-    QPointer<TimerFire> replacement = TimerFireOf("m");
+    TimerFire* replacement = TimerFireOf("m");
+    ASSERT_NE(replacement, nullptr);
+    const quint64 replacementSerial = replacement->serial();
     link->Clear();
     QCoreApplication::processEvents();
     EXPECT_TRUE(link->CommandsOfType(600).empty());
-    EXPECT_EQ(work().DateTimeFireOf("m"), replacement.data());
+    ASSERT_NE(TimerFireOf("m"), nullptr);
+    EXPECT_EQ(TimerFireOf("m")->serial(), replacementSerial);
     EXPECT_EQ(object->getNextStartTime(), "2026-03-10 18:00:00");
     EXPECT_EQ(log.Count("The TimerFire of scheduler[m] time-out of a replaced fire is dropped."), 1);
 }
@@ -288,7 +295,9 @@ void ChurnWhileFiring(quint64 fireType) {
         Clock::freezeAt(now);
         if (fireType == 1) {
             for (const QString& planUuid : steady) {
-                QMetaObject::invokeMethod(work.DateTimeFireOf(planUuid), "ontimeout", Qt::DirectConnection);
+                if (TimerFire* fire = TimerFireOf(planUuid)) {
+                    fire->ontimeout();
+                }
             }
         } else {
             QMetaObject::invokeMethod(&work, "onAtTimerOut", Qt::DirectConnection);

@@ -210,10 +210,10 @@ TEST(TimerFire, TimeoutAfterStopSendsNothing) {
     fire.setHost(&timeouts);
     fire.SetTriggerObject(&object);
     fire.Stop();
-    QMetaObject::invokeMethod(&fire, "ontimeout", Qt::DirectConnection);
+    fire.ontimeout();
     EXPECT_TRUE(timeouts.seen.empty());
     EXPECT_TRUE(log.Has(log4cpp::Priority::ERROR, "Failed to send the timerFireTimeout signal."));
-    QMetaObject::invokeMethod(&fire, "onkillDateTimer", Qt::DirectConnection);
+    fire.onkillDateTimer();
     EXPECT_FALSE(fire.isArmed());
 }
 } // namespace

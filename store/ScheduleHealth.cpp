@@ -61,6 +61,11 @@ ScheduleHealth::Row& ScheduleHealth::At(const QString& planUuid) {
         GrowIndex();
         slot = SlotOf(planUuid, hash);
     }
+    if (m_rows.size() == m_rows.capacity()) {
+        // A quarter more, not twice: the rows are most of the health's bytes,
+        // and doubling would leave up to half of them unused for good.
+        m_rows.reserve(m_rows.size() + m_rows.size() / 4 + kFirstRows);
+    }
     m_rows.push_back(Row{});
     m_rows.back().planUuid = planUuid;
     m_rows.back().hash = hash;
@@ -118,7 +123,7 @@ void ScheduleHealth::Put(const QString& planUuid, quint64 triggerType, const QSt
                          qint64 resultMSecs) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Row& row = At(planUuid);
-    row.triggerType = triggerType;
+    row.triggerType = static_cast<quint16>(triggerType);
     Schedule(row, nextStart, endFlag);
     row.handedMSecs = handedMSecs;
     row.hasResult = hasResult;
@@ -129,7 +134,7 @@ void ScheduleHealth::Put(const QString& planUuid, quint64 triggerType, const QSt
 void ScheduleHealth::NoteRun(const QString& planUuid, quint64 triggerType, qint64 handedMSecs) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Row& row = At(planUuid);
-    row.triggerType = triggerType;
+    row.triggerType = static_cast<quint16>(triggerType);
     row.handedMSecs = handedMSecs;
     row.missedMSecs = 0;
 }
@@ -143,7 +148,7 @@ void ScheduleHealth::NoteSchedule(const QString& planUuid, quint64 triggerType, 
                                   quint64 endFlag) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Row& row = At(planUuid);
-    row.triggerType = triggerType;
+    row.triggerType = static_cast<quint16>(triggerType);
     Schedule(row, nextStart, endFlag);
 }
 

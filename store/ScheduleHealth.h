@@ -63,11 +63,13 @@ private:
         qint64 handedMSecs = 0;
         qint64 resultMSecs = 0;
         qint64 missedMSecs = 0; // the last start missed since the last run, 0 when none
-        quint64 triggerType = 0;
-        quint32 hash = 0; // of planUuid, for the index
-        bool ended = false;
-        bool hasResult = false;
-        bool refusal = false; // the agent's answer was not 0
+        // The narrow fields share one word: a million plans keep a row each.
+        quint32 hash = 0;        // of planUuid, for the index
+        quint16 triggerType = 0; // registered types are all below 262
+        bool ended : 1;
+        bool hasResult : 1;
+        bool refusal : 1; // the agent's answer was not 0
+        Row() : ended(false), hasResult(false), refusal(false) {}
     };
 
     Row& At(const QString& planUuid);
@@ -85,5 +87,6 @@ private:
     // full, never empty. Four to eight bytes a plan, where a hash node would
     // take 48.
     static constexpr size_t kFirstSlots = 64;
+    static constexpr size_t kFirstRows = 64;
     std::vector<quint32> m_index = std::vector<quint32>(kFirstSlots, 0);
 };

@@ -25,14 +25,24 @@ bool AtTimeFire::DueMinuteStart(const TriggerObject& object, qint64& minuteStart
 }
 
 bool AtTimeFire::CachedMinuteStart(const QString& text, qint64& minuteStartMSecs) {
-    if (text != m_cachedText || m_cachedText.isEmpty()) {
-        m_cachedText = text;
+    if (m_cached == nullptr) {
+        m_cached = std::make_unique<CachedMinute>();
+    }
+    CachedMinute& cached = *m_cached;
+    if (text != cached.text || cached.text.isEmpty()) {
+        cached.text = text;
         const QDateTime next = LocalTime::Parse(text);
-        m_cachedValid = next.isValid();
-        if (m_cachedValid) {
-            m_cachedMinuteStartMSecs = CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch();
+        cached.valid = next.isValid();
+        if (cached.valid) {
+            cached.minuteStartMSecs = CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch();
         }
     }
-    minuteStartMSecs = m_cachedMinuteStartMSecs;
-    return m_cachedValid;
+    minuteStartMSecs = cached.minuteStartMSecs;
+    return cached.valid;
+}
+
+void AtTimeFire::ForgetCachedMinute() {
+    if (m_cached != nullptr) {
+        m_cached->text.clear();
+    }
 }

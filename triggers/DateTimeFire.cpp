@@ -14,8 +14,8 @@ DateTimeFire::DateTimeFire() {
 }
 
 quint64 DateTimeFire::Start() {
-    m_fireState = FireState::kError;
-    return m_fireState;
+    setFireState(FireState::kError);
+    return getFireState();
 }
 
 void DateTimeFire::Stop() {}
@@ -53,16 +53,16 @@ template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, 
     TriggerObject* object = GetTriggerObject();
     if (object == nullptr) {
         Logger::Error("TriggerObject pointer is NULL in the DateTimeFire.");
-        m_fireState = FireState::kError;
-        return m_fireState;
+        setFireState(FireState::kError);
+        return getFireState();
     }
     const ScheduleResult result = compute(object->getCalendarRule(), ScheduleProgress::Of(*object));
     result.ApplyTo(*object);
-    m_fireState = result.state;
-    if (m_fireState == FireState::kScheduled) {
+    setFireState(result.state);
+    if (getFireState() == FireState::kScheduled) {
         Publish(result, next);
     }
-    return m_fireState;
+    return getFireState();
 }
 
 void DateTimeFire::Publish(const ScheduleResult& result, QDateTime& next) {

@@ -31,11 +31,12 @@ public:
     virtual void onkillDateTimer();
 
 protected:
-    void setFireState(quint64 state) { m_fireState = state; }
+    // The states of FireState, all below 256.
+    void setFireState(quint64 state) { m_fireState = static_cast<quint8>(state); }
 
 private:
     template <typename Computation> quint64 Seek(Computation compute, QDateTime& next);
     void Publish(const ScheduleResult& result, QDateTime& next);
 
-    quint64 m_fireState = 0;
+    quint8 m_fireState = 0;
 };

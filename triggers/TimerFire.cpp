@@ -77,37 +77,36 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
         setFireState(FireState::kError);
         return;
     }
-    m_waitMSecs = wait;
     // Start times are whole seconds to the agent and in the stored text; a
     // start computed a fraction after a second (now + 1 s) runs on its second.
     const qint64 dueMSecs = due.toMSecsSinceEpoch();
     const qint64 second = dueMSecs - dueMSecs % 1000;
-    m_dueMSecs = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
+    const qint64 aim = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
     if (!OnHomeThread()) {
-        ArmAtHome();
+        ArmAtHome(aim, wait);
         return;
     }
-    Arm();
+    Arm(aim, wait);
 }
 
-void TimerFire::ArmAtHome() {
+void TimerFire::ArmAtHome(qint64 dueMSecs, qint64 interval) {
     if (m_alive == nullptr) {
         m_alive = std::make_shared<TimerFire*>(this);
     }
     const std::weak_ptr<TimerFire*> alive = m_alive;
     QMetaObject::invokeMethod(
         home(),
-        [alive] {
+        [alive, dueMSecs, interval] {
             if (const std::shared_ptr<TimerFire*> fire = alive.lock()) {
-                (*fire)->Arm();
+                (*fire)->Arm(dueMSecs, interval);
             }
         },
         Qt::QueuedConnection);
 }
 
-void TimerFire::Arm() {
+void TimerFire::Arm(qint64 dueMSecs, qint64 interval) {
     m_connected = true;
-    m_timer.startAt(m_dueMSecs, m_waitMSecs);
+    m_timer.startAt(dueMSecs, interval);
 }
 
 void TimerFire::RearmFromNextStartTime() {
@@ -117,8 +116,7 @@ void TimerFire::RearmFromNextStartTime() {
     }
     const QDateTime next = LocalTime::Parse(object->getNextStartTime());
     if (next.isValid()) {
-        m_dueMSecs = next.toMSecsSinceEpoch();
-        m_timer.startAt(m_dueMSecs, m_waitMSecs);
+        m_timer.startAt(next.toMSecsSinceEpoch(), m_timer.interval());
     }
 }
 

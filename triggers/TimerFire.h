@@ -47,16 +47,15 @@ public:
     qint64 expiredDueMSecs() const { return m_expiredDueMSecs; }
 
 private:
-    void Arm();
-    void ArmAtHome();
+    void Arm(qint64 dueMSecs, qint64 interval);
+    void ArmAtHome(qint64 dueMSecs, qint64 interval);
     void onTimerExpired(qint64 dueMSecs);
     bool Resume(const QDateTime& current, QDateTime& next);
 
+    // First: it fills the padding behind the base's narrow fields.
+    bool m_connected = false;
     DeadlineTimer m_timer;
     QString m_planUuid;
-    bool m_connected = false;
-    qint64 m_waitMSecs = 0;
-    qint64 m_dueMSecs = 0;
     qint64 m_expiredDueMSecs = 0;
     quint64 m_serial = 0;
     // Made only when the fire is armed from another thread: the queued arming

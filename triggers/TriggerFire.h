@@ -44,15 +44,17 @@ public:
     virtual TimerFire* AsTimerFire() { return nullptr; }
 
 protected:
-    void setFireKind(quint64 kind) { m_fireKind = kind; }
+    void setFireKind(quint8 kind) { m_fireKind = kind; }
     FireHost* host() const { return m_host; }
     // Hands the agent link a command built from a copy of the trigger.
     bool Send(TriggerObject* object, quint64 commandType) const;
 
 private:
-    quint64 m_fireKind = 0;
-    FireHost* m_host = nullptr;
     // Atomic because a fire may be stopped from the command handler's thread
     // while a queued time-out of it is delivered on the application thread.
     std::atomic<TriggerObject*> m_triggerObject{nullptr};
+    FireHost* m_host = nullptr;
+    // Last and narrow: the subclasses' own small fields fill the padding
+    // behind it, which a million fires would each carry.
+    quint8 m_fireKind = 0;
 };

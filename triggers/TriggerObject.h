@@ -85,10 +85,11 @@ private:
     // Only while m_nextStartIsText: no instant stands behind it, or it differs.
     QString m_nextStartTime;
     CalendarRule m_calendarRule;
+    qint64 m_nextStartMSecs = 0;
+    // Together, so that a million records carry no padding between them.
+    int m_nextStartOffsetSecs = 0;
     bool m_calendarRuleStale = true;
     bool m_nextStartIsText = true;
-    qint64 m_nextStartMSecs = 0;
-    int m_nextStartOffsetSecs = 0;
     quint64 m_definitionFingerprint = 0;
     QString m_filledStartTime;
 };

@@ -295,7 +295,7 @@ void BM_ArmDeadlineTimers(benchmark::State& state) {
         std::vector<std::unique_ptr<DeadlineTimer>> timers;
         timers.reserve(static_cast<size_t>(count));
         for (int i = 0; i < count; ++i) {
-            timers.push_back(std::make_unique<DeadlineTimer>([](qint64) {}));
+            timers.push_back(std::make_unique<DeadlineTimer>([](void*, qint64) {}, nullptr));
             timers.back()->startAt(now + within(random), 60000);
         }
         state.PauseTiming();

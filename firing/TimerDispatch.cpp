@@ -25,7 +25,7 @@ quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next)
 }
 } // namespace
 
-void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 expiredSerial) {
+void TimerDispatch::TimedOutLocked(const QString& planUuid, quint32 expiredSerial) {
     TimerFire* fire = CurrentFireLocked(planUuid, expiredSerial);
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
     if (fire != nullptr && object == nullptr) {
@@ -47,7 +47,7 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, quint64 expiredSeria
     RearmLocked(planUuid, object, current, next);
 }
 
-TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint64 expiredSerial) {
+TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint32 expiredSerial) {
     if (planUuid.isEmpty()) {
         Logger::Error("The planName is empty in the onTimerTimeout.");
         return nullptr;

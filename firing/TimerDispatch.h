@@ -17,10 +17,10 @@ public:
     explicit TimerDispatch(FiringContext& context) : m_context(context) {}
 
     // `expiredSerial` names the fire that timed out.
-    void TimedOutLocked(const QString& planUuid, quint64 expiredSerial);
+    void TimedOutLocked(const QString& planUuid, quint32 expiredSerial);
 
 private:
-    TimerFire* CurrentFireLocked(const QString& planUuid, quint64 expiredSerial);
+    TimerFire* CurrentFireLocked(const QString& planUuid, quint32 expiredSerial);
     bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
     void EndLocked(const QString& planUuid, TriggerObject* object, quint64 state);

@@ -260,7 +260,7 @@ void TriggerFireManagerWork::onAtTimerOut() {
 // even if the new fire took the old one's address.
 void TriggerFireManagerWork::TimerExpired(TimerFire& fire) {
     const QString planUuid = fire.planUuid();
-    const quint64 serial = fire.serial();
+    const quint32 serial = fire.serial();
     QMetaObject::invokeMethod(
         this,
         [this, planUuid, serial] {

@@ -100,5 +100,5 @@ private:
     DowntimeCatchUp m_downtime{m_context};
     HandedRecorder m_handedRecorder;
     // Fires are made on the command handler's thread as well as here.
-    std::atomic<quint64> m_timerFireSerials{0};
+    std::atomic<quint32> m_timerFireSerials{0};
 };

@@ -239,7 +239,7 @@ void DeadlineQueue::Recheck() {
     m_inTimeouts = &expired;
     for (const Entry& entry : expired) {
         if (entry.timer != nullptr) {
-            entry.timer->m_onTimeout(entry.dueMSecs);
+            entry.timer->m_expiry(entry.timer->m_owner, entry.dueMSecs);
         }
     }
     m_inTimeouts = nullptr;

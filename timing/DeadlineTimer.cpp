@@ -3,8 +3,6 @@
 #include "DeadlineQueue.h"
 #include "framework/Clock.h"
 
-DeadlineTimer::DeadlineTimer(std::function<void(qint64)> onTimeout) : m_onTimeout(std::move(onTimeout)) {}
-
 DeadlineTimer::~DeadlineTimer() {
     stop();
 }

@@ -3,7 +3,6 @@
 #include <QtGlobal>
 
 #include <cstddef>
-#include <functional>
 
 class DeadlineQueue;
 
@@ -15,9 +14,14 @@ class DeadlineQueue;
 // one thread only.
 class DeadlineTimer {
 public:
-    // `onTimeout` receives the due instant that expired, which lies in the
-    // past by more than the usual moment when a step or a sleep passed over it.
-    explicit DeadlineTimer(std::function<void(qint64 expiredDueMSecs)> onTimeout);
+    // Called with the owner and the due instant that expired, which lies in
+    // the past by more than the usual moment when a step or a sleep passed
+    // over it. A plain function and its owner rather than a std::function:
+    // each of a million timer-mode fires holds a timer, and a std::function
+    // would be twice the size.
+    using Expiry = void (*)(void* owner, qint64 expiredDueMSecs);
+
+    DeadlineTimer(Expiry expiry, void* owner) : m_expiry(expiry), m_owner(owner) {}
     ~DeadlineTimer();
     DeadlineTimer(const DeadlineTimer&) = delete;
     DeadlineTimer& operator=(const DeadlineTimer&) = delete;
@@ -35,7 +39,8 @@ public:
 private:
     friend class DeadlineQueue;
 
-    std::function<void(qint64)> m_onTimeout;
+    Expiry m_expiry;
+    void* m_owner;
     DeadlineQueue* m_queue = nullptr;
     std::size_t m_heapIndex = 0;
     qint64 m_dueMSecs = 0;

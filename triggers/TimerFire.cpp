@@ -15,9 +15,16 @@ namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 } // namespace
 
-TimerFire::TimerFire() : m_timer([this](qint64 dueMSecs) { onTimerExpired(dueMSecs); }) {}
+TimerFire::TimerFire()
+    : m_timer([](void* fire, qint64 dueMSecs) { static_cast<TimerFire*>(fire)->onTimerExpired(dueMSecs); },
+              this) {}
 
-TimerFire::~TimerFire() = default;
+// On the home thread, as a queued arming is: the arming then finds the fire gone.
+TimerFire::~TimerFire() {
+    if (m_armToken) {
+        m_armToken->fire = nullptr;
+    }
+}
 
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
@@ -90,15 +97,16 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
 }
 
 void TimerFire::ArmAtHome(qint64 dueMSecs, qint64 interval) {
-    if (m_alive == nullptr) {
-        m_alive = std::make_shared<TimerFire*>(this);
+    if (!m_armToken) {
+        m_armToken = new ArmToken;
+        m_armToken->fire = this;
     }
-    const std::weak_ptr<TimerFire*> alive = m_alive;
+    const QExplicitlySharedDataPointer<ArmToken> token = m_armToken;
     QMetaObject::invokeMethod(
         home(),
-        [alive, dueMSecs, interval] {
-            if (const std::shared_ptr<TimerFire*> fire = alive.lock()) {
-                (*fire)->Arm(dueMSecs, interval);
+        [token, dueMSecs, interval] {
+            if (token->fire != nullptr) {
+                token->fire->Arm(dueMSecs, interval);
             }
         },
         Qt::QueuedConnection);

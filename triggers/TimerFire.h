@@ -4,7 +4,7 @@
 
 #include "timing/DeadlineTimer.h"
 
-#include <memory>
+#include <QSharedData>
 
 // Calendar trigger fire of the timer mode: a timer armed for the next start
 // time. The timer is a DeadlineTimer, aimed at the wall-clock instant itself,
@@ -34,8 +34,9 @@ public:
     TimerFire* AsTimerFire() override { return this; }
 
     // Tells this fire from one that took its place, and its address, later.
-    quint64 serial() const { return m_serial; }
-    void setSerial(quint64 serial) { m_serial = serial; }
+    // It repeats only after four billion fires.
+    quint32 serial() const { return m_serial; }
+    void setSerial(quint32 serial) { m_serial = serial; }
 
     // Kept when the fire is stopped and lets go of its trigger.
     const QString& planUuid() const { return m_planUuid; }
@@ -47,18 +48,23 @@ public:
     qint64 expiredDueMSecs() const { return m_expiredDueMSecs; }
 
 private:
+    // Shared with the armings queued from another thread; null once the fire
+    // is gone.
+    struct ArmToken : QSharedData {
+        TimerFire* fire = nullptr;
+    };
+
     void Arm(qint64 dueMSecs, qint64 interval);
     void ArmAtHome(qint64 dueMSecs, qint64 interval);
     void onTimerExpired(qint64 dueMSecs);
     bool Resume(const QDateTime& current, QDateTime& next);
 
-    // First: it fills the padding behind the base's narrow fields.
+    // First: they fill the padding behind the base's narrow fields.
     bool m_connected = false;
+    quint32 m_serial = 0;
     DeadlineTimer m_timer;
     QString m_planUuid;
     qint64 m_expiredDueMSecs = 0;
-    quint64 m_serial = 0;
-    // Made only when the fire is armed from another thread: the queued arming
-    // finds the fire gone if it was deleted first.
-    std::shared_ptr<TimerFire*> m_alive;
+    // Made only when the fire is armed from another thread.
+    QExplicitlySharedDataPointer<ArmToken> m_armToken;
 };

@@ -8,7 +8,7 @@ TEST_F(Firing, TimerModeReplacesTheFireAfterEachRun) {
     ASSERT_TRUE(StartedInTimerMode());
     TimerFire* first = TimerFireOf("t");
     ASSERT_NE(first, nullptr);
-    const quint64 firstSerial = first->serial();
+    const quint32 firstSerial = first->serial();
     EXPECT_NEAR(first->armedIntervalMSecs(), 90000, 50);
     clock.To(At("2026-03-10 08:30:00.000"));
     first->ontimeout();
@@ -133,7 +133,7 @@ TEST_F(Firing, TimerModeKeepsTheFireWhenTheRunIsRefused) {
     ASSERT_TRUE(StartedInTimerMode());
     TimerFire* fire = TimerFireOf("refused");
     ASSERT_NE(fire, nullptr);
-    const quint64 serial = fire->serial();
+    const quint32 serial = fire->serial();
     // Without a live client link every command is refused.
     link.reset();
     clock.To(At("2026-03-10 08:30:00"));
@@ -197,7 +197,7 @@ TEST_F(Firing, AStaleTimeoutDoesNotFireTheReplacement) {
     ASSERT_EQ(TriggerFireManager::StartNewTriggerFire(object), 0u);
     TimerFire* replacement = TimerFireOf("m");
     ASSERT_NE(replacement, nullptr);
-    const quint64 replacementSerial = replacement->serial();
+    const quint32 replacementSerial = replacement->serial();
     link->Clear();
     QCoreApplication::processEvents();
     EXPECT_TRUE(link->CommandsOfType(600).empty());

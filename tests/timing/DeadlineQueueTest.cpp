@@ -24,7 +24,8 @@ qint64 Ms(const char* text) {
 // A timer that records the due instants it expired for.
 struct Recorder {
     std::vector<qint64> expired;
-    DeadlineTimer timer{[this](qint64 due) { expired.push_back(due); }};
+    DeadlineTimer timer{[](void* self, qint64 due) { static_cast<Recorder*>(self)->expired.push_back(due); },
+                        this};
 };
 
 DeadlineQueue& Queue() {
@@ -109,7 +110,8 @@ TEST(DeadlineQueue, ExpiresInDueOrderAfterArbitraryChanges) {
     std::vector<std::unique_ptr<DeadlineTimer>> timers;
     std::vector<qint64> due(500, -1);
     for (size_t i = 0; i < due.size(); ++i) {
-        timers.push_back(std::make_unique<DeadlineTimer>([&order](qint64 d) { order.push_back(d); }));
+        timers.push_back(std::make_unique<DeadlineTimer>(
+            [](void* list, qint64 d) { static_cast<std::vector<qint64>*>(list)->push_back(d); }, &order));
     }
     std::mt19937 random(7);
     std::uniform_int_distribution<qint64> when(1, 86400000);
@@ -145,7 +147,8 @@ TEST(DeadlineQueue, ExpiresInDueOrderAfterArbitraryChanges) {
 TEST(DeadlineQueue, ATimerStoppedByAnEarlierTimeoutIsSkipped) {
     ClockShift clock(At("2026-03-10 08:00:00"));
     auto victim = std::make_unique<Recorder>();
-    DeadlineTimer killer([&victim](qint64) { victim.reset(); });
+    DeadlineTimer killer(
+        [](void* doomed, qint64) { static_cast<std::unique_ptr<Recorder>*>(doomed)->reset(); }, &victim);
     killer.startAt(Ms("2026-03-10 08:01:00"), 60000);
     victim->timer.startAt(Ms("2026-03-10 08:02:00"), 60000);
     clock.To(At("2026-03-10 08:05:00"));

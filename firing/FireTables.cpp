@@ -2,14 +2,12 @@
 
 #include "triggers/DateTimeFire.h"
 #include "triggers/EventerFire.h"
+#include "triggers/FireState.h"
 #include "triggers/TriggerFire.h"
 
 #include <QObject>
 
 namespace {
-// The kind every DateTimeFire, and only one, gives itself.
-constexpr quint64 kDateTimeKind = 1;
-
 template <typename Table> bool EndInTable(Table& table, const FireTables::Ends& ends) {
     for (auto it = table.begin(); it != table.end();) {
         TriggerFire* fire = it.value();
@@ -34,7 +32,7 @@ template <typename Table> void StopEach(Table* table) {
         if (fire == nullptr) {
             continue;
         }
-        if (fire->getFireKind() == kDateTimeKind) {
+        if (fire->getFireKind() == FireKinds::kDateTime) {
             static_cast<DateTimeFire*>(fire)->onkillDateTimer();
         }
         fire->Stop();

@@ -10,7 +10,7 @@
 #include "framework/Logger.h"
 
 DateTimeFire::DateTimeFire() {
-    setFireKind(1);
+    setFireKind(FireKinds::kDateTime);
 }
 
 quint64 DateTimeFire::Start() {

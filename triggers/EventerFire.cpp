@@ -4,7 +4,7 @@
 #include "TriggerObject.h"
 
 EventerFire::EventerFire() {
-    setFireKind(2);
+    setFireKind(FireKinds::kEvent);
 }
 
 void EventerFire::SetTriggerObject(TriggerObject* object) {

@@ -9,6 +9,12 @@ constexpr quint64 kFinished = 2;
 constexpr quint64 kScheduled = 3;
 } // namespace FireState
 
+// What getFireKind() returns: 0 for the plain base.
+namespace FireKinds {
+constexpr quint8 kDateTime = 1;
+constexpr quint8 kEvent = 2;
+} // namespace FireKinds
+
 namespace TriggerTypes {
 constexpr quint64 kOnce = 1;
 constexpr quint64 kDaily = 2;

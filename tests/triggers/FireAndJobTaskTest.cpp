@@ -15,6 +15,8 @@
 
 #include <QCoreApplication>
 
+#include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -30,8 +32,10 @@ struct RecordingHost : FireHost {
         return true;
     }
     void TimerExpired(TimerFire& fire) override { seen.emplace_back(fire.planUuid(), &fire); }
+    QObject* FireHome() override { return &home; }
     std::vector<std::pair<QString, TimerFire*>> seen;
     std::vector<std::pair<QString, quint64>> sent;
+    QObject home;
 };
 
 TEST(JobTask, BuildsTheExecuteTriggerCommand) {
@@ -233,5 +237,37 @@ TEST(Fires, AHostedFireSendsThroughItsHost) {
     ASSERT_EQ(host.sent.size(), 1u);
     EXPECT_EQ(host.sent[0], std::make_pair(QString("hosted"), quint64{600}));
     EXPECT_EQ(link.Commands().size(), 1u);
+}
+
+struct ArmElsewhereRow {
+    const char* name;
+    bool deletedFirst;
+};
+
+// A fire started on another thread (a plan command's) is armed on its home
+// thread at a later turn of its loop; a fire deleted before that turn is not
+// touched by it (a use after free under AddressSanitizer).
+TEST(TimerFire, AnArmingFromAnotherThreadWaitsForTheHomeThread) {
+    const ArmElsewhereRow rows[] = {{"armed_at_home", false}, {"deleted_first", true}};
+    ClockShift clock(At("2026-03-10 08:00:00"));
+    for (const ArmElsewhereRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        const size_t queued = DeadlineQueue::ForCurrentThread().size();
+        TriggerObject object = MakeTrigger("T", {1, "2026-03-10 09:00:00"});
+        RecordingHost host;
+        auto fire = std::make_unique<TimerFire>();
+        fire->setHost(&host);
+        fire->SetTriggerObject(&object);
+        std::thread([&fire] { fire->StartWaitTimer(3600 * 1000); }).join();
+        EXPECT_FALSE(fire->isArmed());
+        if (row.deletedFirst) {
+            fire.reset();
+        }
+        QCoreApplication::processEvents();
+        EXPECT_EQ(DeadlineQueue::ForCurrentThread().size(), queued + (row.deletedFirst ? 0 : 1));
+        if (!row.deletedFirst) {
+            EXPECT_EQ(fire->armedDueMSecs(), At("2026-03-10 09:00:00").toMSecsSinceEpoch());
+        }
+    }
 }
 } // namespace

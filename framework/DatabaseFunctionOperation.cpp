@@ -65,7 +65,7 @@ QString ColumnText(sqlite3_stmt* statement, int column) {
 
 // As Qt SQL's SQLite driver hands a column over: an integer as a 64-bit
 // number, a real as a double, a blob as bytes, NULL as a null value.
-void ReadRow(sqlite3_stmt* statement, QVariantList& row) {
+void ReadRow(sqlite3_stmt* statement, TriggerRow::Values& row) {
     row.clear();
     for (int column = 0; column < TriggerRow::kColumns; ++column) {
         switch (sqlite3_column_type(statement, column)) {
@@ -205,7 +205,7 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
         Logger::Debug(QString("Cannot read the trigger table: %1").arg(LogText::Outside(m_lastError.text())));
         return false;
     }
-    QVariantList row;
+    TriggerRow::Values row;
     row.reserve(TriggerRow::kColumns);
     QSet<QString> texts;
     while (sqlite3_step(statement) == SQLITE_ROW) {
@@ -221,8 +221,9 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
             continue;
         }
         ShareEqualTexts(*attribute, texts);
-        delete attributes.value(planUuid, nullptr);
-        attributes.insert(planUuid, attribute.release());
+        TriggerAttribute*& kept = attributes[planUuid];
+        delete kept;
+        kept = attribute.release();
     }
     sqlite3_finalize(statement);
     return true;

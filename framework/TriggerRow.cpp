@@ -76,7 +76,7 @@ bool TriggerRow::ReadText(const QVariant& value, QString& out) {
     return true;
 }
 
-QString TriggerRow::Read(const QVariantList& row, QString& planUuid, TriggerAttribute& attribute) {
+QString TriggerRow::Read(const Values& row, QString& planUuid, TriggerAttribute& attribute) {
     if (row.size() != kColumns) {
         return QString("it has %1 columns, not %2").arg(row.size()).arg(kColumns);
     }

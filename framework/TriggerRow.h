@@ -1,7 +1,8 @@
 #pragma once
 
 #include <QString>
-#include <QVariantList>
+#include <QVariant>
+#include <QVector>
 
 class TriggerAttribute;
 
@@ -17,7 +18,11 @@ public:
     static constexpr int kColumns = 11;
 
     // Empty when every field could be read; otherwise names the column at fault.
-    static QString Read(const QVariantList& row, QString& planUuid, TriggerAttribute& attribute);
+    // One row's values in column order. A vector, not a QVariantList: a list
+    // allocates each QVariant on its own, twelve blocks a row of a million.
+    using Values = QVector<QVariant>;
+
+    static QString Read(const Values& row, QString& planUuid, TriggerAttribute& attribute);
 
 private:
     static bool ReadUnsigned(const QVariant& value, quint64& out);

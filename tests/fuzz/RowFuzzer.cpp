@@ -61,7 +61,7 @@ QVariant Column(Cursor& cursor) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Cursor cursor(data, size);
-    QVariantList row;
+    TriggerRow::Values row;
     const int columns = TriggerRow::kColumns + (cursor.Byte() == 0xff ? 1 : 0);
     for (int i = 0; i < columns; ++i) {
         row.append(Column(cursor));

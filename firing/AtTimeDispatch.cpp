@@ -15,7 +15,7 @@ constexpr qint64 kMinuteMSecs = 60000;
 } // namespace
 
 bool AtTimeDispatch::Poll(TriggerFire* entry, qint64& earliestDueMSecs) {
-    AtTimeFire* fire = entry != nullptr ? entry->AsAtTimeFire() : nullptr;
+    AtTimeFire* fire = TriggerFire::AtTimeOf(entry);
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
     const qint64 nowMSecs = Clock::nowMSecsSinceEpoch();
     if (object == nullptr) {

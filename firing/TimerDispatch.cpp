@@ -53,13 +53,14 @@ TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint32 exp
         return nullptr;
     }
     FireTables::DateTimeTable* table = m_context.tables.dateTimeLocked();
-    if (table == nullptr || !table->contains(planUuid)) {
+    const auto found =
+        table != nullptr ? table->constFind(planUuid) : FireTables::DateTimeTable::const_iterator();
+    if (table == nullptr || found == table->constEnd()) {
         Logger::Error(QString("The TimerFire of scheduler[%1] is not find  in the list.")
                           .arg(LogText::Outside(planUuid)));
         return nullptr;
     }
-    TriggerFire* entry = table->value(planUuid);
-    TimerFire* fire = entry != nullptr ? entry->AsTimerFire() : nullptr;
+    TimerFire* fire = TriggerFire::TimerOf(found.value());
     if (fire == nullptr) {
         Logger::Error(QString("The TimerFire of scheduler[%1] pointer is NULL  in the onTimerTimeout.")
                           .arg(LogText::Outside(planUuid)));
@@ -123,8 +124,7 @@ void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, 
                                current.toString(kPreciseFormat)));
     }
     m_context.tables.RemoveDateTimeLocked(planUuid);
-    TriggerFire* entry = m_context.NewDateTimeFireLocked(object);
-    TimerFire* replacement = entry != nullptr ? entry->AsTimerFire() : nullptr;
+    TimerFire* replacement = TriggerFire::TimerOf(m_context.NewDateTimeFireLocked(object));
     if (replacement == nullptr) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NewTriggerFireCommand failed in the onTimerTimeout.")

@@ -42,6 +42,11 @@ public:
     // Null unless the fire is of that class.
     virtual AtTimeFire* AsAtTimeFire() { return nullptr; }
     virtual TimerFire* AsTimerFire() { return nullptr; }
+    // The same for an entry of a table, which may be null.
+    static AtTimeFire* AtTimeOf(TriggerFire* fire) {
+        return fire != nullptr ? fire->AsAtTimeFire() : nullptr;
+    }
+    static TimerFire* TimerOf(TriggerFire* fire) { return fire != nullptr ? fire->AsTimerFire() : nullptr; }
 
 protected:
     void setFireKind(quint8 kind) { m_fireKind = kind; }

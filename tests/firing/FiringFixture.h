@@ -31,8 +31,7 @@
 
 // The plan's listed fire of the timer mode; null if it has none.
 inline TimerFire* TimerFireOf(const QString& planUuid) {
-    TriggerFire* fire = TriggerFireManagerWork::Instance().DateTimeFireOf(planUuid);
-    return fire != nullptr ? fire->AsTimerFire() : nullptr;
+    return TriggerFire::TimerOf(TriggerFireManagerWork::Instance().DateTimeFireOf(planUuid));
 }
 
 // Loading, polling, timer-mode and event firing over the real registry, with a

@@ -31,15 +31,20 @@ CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
     return command;
 }
 
+// A stream grows its array a few bytes at a time, and every command of a
+// start-up report would otherwise move through five reallocations; the spare
+// room is given back because the bytes may wait in the link's queue a while.
 QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
     QByteArray bytes;
     if (command == nullptr) {
         return bytes;
     }
+    bytes.reserve(kUsualCommandBytes);
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setVersion(WireFormat::kStreamVersion);
     out << command->getCommandType();
     command->Write(out);
+    bytes.squeeze();
     return bytes;
 }
 
@@ -68,6 +73,7 @@ bool CommandBuilder::DataToBytearray(const CommandObj* data, QByteArray& bytes) 
         return false;
     }
     bytes.clear();
+    bytes.reserve(kUsualDataBytes);
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setVersion(WireFormat::kStreamVersion);
     data->Write(out);

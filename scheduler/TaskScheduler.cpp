@@ -90,9 +90,10 @@ bool TaskScheduler::Init(const QString& appDir) {
 void TaskScheduler::OpenRunState(const QString& appDir) {
     QMutexLocker locker(SchedulerDataStoreManager::GetTriggerObjectMutex());
     const QHash<QString, TriggerObject*>* registry = SchedulerDataStoreManager::GetTriggerObjectHash();
-    const QSet<QString> livePlans =
-        registry != nullptr ? QSet<QString>(registry->keyBegin(), registry->keyEnd()) : QSet<QString>();
-    if (m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), livePlans) && registry != nullptr) {
+    const auto isLive = [registry](const QString& planUuid) {
+        return registry != nullptr && registry->contains(planUuid);
+    };
+    if (m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), isLive) && registry != nullptr) {
         const int resumed = m_runState.Resume(*registry);
         Logger::Info(QString("%1 of %2 plans resume their schedule from the run state.")
                          .arg(resumed)

@@ -209,7 +209,7 @@ void RunStateFile::Close() {
     m_open = false;
 }
 
-QHash<QString, RunStateFile::StoredRun> RunStateFile::LoadAndPrune(const QSet<QString>& livePlans) {
+QHash<QString, RunStateFile::StoredRun> RunStateFile::LoadAndPrune(const IsLivePlan& isLive) {
     QHash<QString, StoredRun> runs;
     QSqlQuery query(QSqlDatabase::database(m_connectionName, false));
     query.setForwardOnly(true);
@@ -222,7 +222,7 @@ QHash<QString, RunStateFile::StoredRun> RunStateFile::LoadAndPrune(const QSet<QS
     QStringList gone;
     while (query.next()) {
         const QString planUuid = query.value(0).toString();
-        if (livePlans.contains(planUuid)) {
+        if (isLive && isLive(planUuid)) {
             runs.insert(planUuid, StoredRunOf(query));
         } else {
             gone << planUuid;

@@ -3,8 +3,9 @@
 #include "RunStateRecorder.h"
 
 #include <QHash>
-#include <QSet>
 #include <QString>
+
+#include <functional>
 
 struct sqlite3;
 
@@ -13,6 +14,10 @@ struct sqlite3;
 // one aside, and reading what it knew of the plans when the service started.
 class RunStateFile {
 public:
+    // Asked once for each stored row: the service asks its registry, which it
+    // would otherwise copy into a set of every plan's UUID at each start.
+    using IsLivePlan = std::function<bool(const QString& planUuid)>;
+
     static constexpr int kSchemaVersion = 2;
 
     // What the state file knew of a plan when the service started.
@@ -34,10 +39,10 @@ public:
     // damaged (the damaged file is renamed aside, never deleted). False only
     // when no state file can be used at all; it has said why.
     bool Open(const QString& path);
-    // The rows of the plans in `livePlans`; the rows of the others are
-    // deleted. A file that cannot be read or pruned gives what could be read,
-    // with one line saying what failed.
-    QHash<QString, StoredRun> LoadAndPrune(const QSet<QString>& livePlans);
+    // The rows of the plans for which `isLive` is true; the rows of the others
+    // are deleted, and all of them when `isLive` is empty. A file that cannot be
+    // read or pruned gives what could be read, with one line saying what failed.
+    QHash<QString, StoredRun> LoadAndPrune(const IsLivePlan& isLive);
     // The connection's own SQLite handle; null while closed.
     sqlite3* Handle() const;
     const QString& Path() const { return m_path; }

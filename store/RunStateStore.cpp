@@ -55,12 +55,12 @@ RunStateStore::~RunStateStore() {
     Close();
 }
 
-bool RunStateStore::Open(const QString& path, const QSet<QString>& livePlans) {
+bool RunStateStore::Open(const QString& path, const IsLivePlan& isLive) {
     Close();
     if (!m_file.Open(path)) {
         return false;
     }
-    m_storedRuns = m_file.LoadAndPrune(livePlans);
+    m_storedRuns = m_file.LoadAndPrune(isLive);
     m_tables.Attach(m_file.Handle(), path,
                     {ConfigReader::getHistoryKeepPerPlan(), ConfigReader::getHistoryKeepDays()});
     m_writer.Start(EarliestOf(m_storedRuns));

@@ -9,7 +9,6 @@
 
 #include <QHash>
 #include <QObject>
-#include <QSet>
 #include <QString>
 
 class TriggerObject;
@@ -25,6 +24,7 @@ class RunStateStore : public QObject, public RunStateRecorder {
     Q_OBJECT
 public:
     using StoredRun = RunStateFile::StoredRun;
+    using IsLivePlan = RunStateFile::IsLivePlan;
     using Summary = RunStateTables::Summary;
 
     explicit RunStateStore(QObject* parent = nullptr);
@@ -32,9 +32,9 @@ public:
 
     // Opens the state file, or starts a fresh one when it is missing, locked or
     // damaged (the damaged file is renamed aside, never deleted), and forgets
-    // the rows of plans that are not in `livePlans`. False only when no state
+    // the rows of plans for which `isLive` is not true. False only when no state
     // file can be used at all; the service then runs without one.
-    bool Open(const QString& path, const QSet<QString>& livePlans);
+    bool Open(const QString& path, const IsLivePlan& isLive);
     // Writes what is pending, stops recording and the writer thread, and
     // closes the file. Must run on the thread that called Open.
     void Close();

@@ -11,6 +11,9 @@
 // qHash, seeded per process, would not.
 quint64 TriggerFingerprint::Of(const TriggerAttribute& attribute) {
     QByteArray bytes;
+    // Room for the usual definition, so that the stream does not grow the
+    // array field by field.
+    bytes.reserve(kUsualBytes);
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setVersion(QDataStream::Qt_5_6);
     attribute.Write(out);

@@ -22,6 +22,10 @@
 #include <optional>
 
 namespace {
+bool IsThePlan(const QString& planUuid) {
+    return planUuid == "plan";
+}
+
 const char* const kNow = "2026-03-10 10:20:00";
 // Hourly from 09:00.
 const TriggerDefinition kHourly{2, "2026-03-01 09:00:00", "", 3600};
@@ -78,7 +82,7 @@ public:
         }
         c.spoil(path, kept);
         RunStateStore previous;
-        ASSERT_TRUE(previous.Open(path, {"plan"}));
+        ASSERT_TRUE(previous.Open(path, IsThePlan));
         if (c.row) {
             previous.RecordSchedule("plan", 2, kept);
             if (*c.row->lastDue != '\0') {
@@ -118,7 +122,7 @@ TEST_P(Resume, GoesOnFromTheRunStateOrComputesAfresh) {
     ASSERT_TRUE(registry->InsertTriggerObject("plan", object));
     Clock::freezeAt(At(kNow));
 
-    ASSERT_TRUE(store.Open(path, {"plan"}));
+    ASSERT_TRUE(store.Open(path, IsThePlan));
     store.Resume(*registry->GetTriggerObjectHash());
     ASSERT_TRUE(manager.Init());
     ASSERT_TRUE(manager.Start());

@@ -15,7 +15,7 @@ using namespace RunStateTestData;
 
 class HeldBatch : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(store.Open(path, Plans(2))); }
+    void SetUp() override { ASSERT_TRUE(store.Open(path, LiveAmong(Plans(2)))); }
 
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
@@ -27,7 +27,7 @@ protected:
 // held batch stays.
 TEST_F(HeldBatch, WaitsForItsRelease) {
     RunStateStore pace;
-    ASSERT_TRUE(pace.Open(dir.filePath("pace.db"), Plans(2)));
+    ASSERT_TRUE(pace.Open(dir.filePath("pace.db"), LiveAmong(Plans(2))));
     {
         const RunStateBatchHold hold(&store);
         for (const char* plan : {"plan-0", "plan-1"}) {

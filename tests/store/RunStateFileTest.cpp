@@ -38,7 +38,7 @@ TEST_P(RunStateStoreBadFile, IsSetAsideWithOneWarningAndAFreshFileStarts) {
 
     LogCapture log;
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     ASSERT_EQ(log.Lines().size(), 1u) << log.Messages().join('\n').toStdString();
     EXPECT_EQ(log.Lines().front().priority, log4cpp::Priority::WARN);
     EXPECT_TRUE(log.Lines().front().message.contains("cannot be used"));
@@ -79,7 +79,7 @@ TEST(RunStateStore, ALockedFileIsSetAsideToo) {
     ASSERT_TRUE(other.Exec("INSERT INTO t VALUES (1)"));
     LogCapture log;
     RunStateStore store;
-    EXPECT_TRUE(store.Open(path, Plans(1)));
+    EXPECT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     EXPECT_EQ(log.CountContaining("cannot be used"), 1);
     EXPECT_EQ(QDir(dir.path()).entryList({"state.db.bad-*"}).size(), 1);
 }
@@ -109,7 +109,7 @@ TEST(RunStateStore, AFileOfTheFirstVersionIsMigratedInPlace) {
              "PRAGMA user_version = 1"});
     LogCapture log;
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     EXPECT_EQ(log.CountContaining("cannot be used"), 0);
     TriggerObject object;
     object.setDefinitionFingerprint(1);
@@ -144,11 +144,11 @@ TEST_P(RunStateResume, TakesBackOnlyAWholeRowOfTheSameDefinition) {
     GetParam().change(kept, object);
     {
         RunStateStore first;
-        ASSERT_TRUE(first.Open(path, Plans(1)));
+        ASSERT_TRUE(first.Open(path, LiveAmong(Plans(1))));
         first.RecordSchedule("plan-0", 2, kept);
     }
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     EXPECT_EQ(store.Resume({{object.getPlanUuid(), &object}}), GetParam().resumes ? 1 : 0);
     EXPECT_EQ(store.TakeStoredRuns().value(object.getPlanUuid()).resumed, GetParam().resumes);
     if (!GetParam().resumes) {
@@ -205,7 +205,7 @@ TEST(RunStateStore, RowsThatCannotBePrunedStayWithOneLine) {
     ASSERT_TRUE(other.Exec("BEGIN IMMEDIATE"));
     LogCapture log;
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     EXPECT_EQ(log.CountContaining("deleted plans cannot be removed"), 1);
     EXPECT_EQ(store.TakeStoredRuns().keys(), QStringList{"plan-0"});
     ASSERT_TRUE(other.Exec("ROLLBACK"));

@@ -23,7 +23,7 @@ TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
     const QString path = dir.filePath("state.db");
     RunStateStore store;
     {
-        ASSERT_TRUE(store.Open(path, Plans(3)));
+        ASSERT_TRUE(store.Open(path, LiveAmong(Plans(3))));
         store.RecordSchedule("plan-0", 2, "2026-03-10 08:00:00", 0);
         store.RecordRun("plan-0", 2, "2026-03-10 08:00:00", 1000);
         store.RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
@@ -43,7 +43,7 @@ TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
                                        "plan-1  1 - - -", "plan-2 - - 2026-03-10 09:00:00 3000 -"}));
 
     RunStateStore reopened;
-    ASSERT_TRUE(reopened.Open(path, {"plan-0", "plan-2"}));
+    ASSERT_TRUE(reopened.Open(path, LiveAmong({"plan-0", "plan-2"})));
     const QHash<QString, RunStateStore::StoredRun> runs = reopened.TakeStoredRuns();
     EXPECT_EQ(runs.value("plan-0").lastDue, "2026-03-10 08:00:00");
     EXPECT_EQ(runs.value("plan-0").nextStart, "2026-03-11 08:00:00");
@@ -59,7 +59,7 @@ TEST(RunStateStore, WritesBatchesThatAReopenedStoreReadsBack) {
 TEST(RunStateStore, ABatchIsWrittenSoonAfterItsFirstChange) {
     QTemporaryDir dir;
     RunStateStore store;
-    ASSERT_TRUE(store.Open(dir.filePath("state.db"), Plans(1)));
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), LiveAmong(Plans(1))));
     store.RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0);
     EXPECT_TRUE(QTest::qWaitFor([&] { return Rows(dir.filePath("state.db")).size() == 1; }, 10000));
 }
@@ -70,7 +70,7 @@ TEST_P(RunStateStoreRecorder, ABatchIsWrittenWhileTheApplicationThreadIsBusy) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(1)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(1))));
     const auto record = [&store] { store.RecordSchedule("plan-0", 2, "2026-03-11 08:00:00", 0); };
     if (GetParam()) {
         std::thread(record).join();
@@ -139,7 +139,7 @@ TEST(RunStateStore, AFailingWriteIsSaidOncePerStreakAndLosesNothing) {
     QTemporaryDir dir;
     const QString path = dir.filePath("state.db");
     RunStateStore store;
-    ASSERT_TRUE(store.Open(path, Plans(3)));
+    ASSERT_TRUE(store.Open(path, LiveAmong(Plans(3))));
     LogCapture log;
     OtherConnection other(path);
     const auto fails = [&](const QString& plan) {
@@ -167,7 +167,7 @@ TEST(RunStateStore, AFailingWriteIsSaidOncePerStreakAndLosesNothing) {
 TEST(RunStateStore, FollowsTheEarliestNextStart) {
     QTemporaryDir dir;
     RunStateStore store;
-    ASSERT_TRUE(store.Open(dir.filePath("state.db"), Plans(3)));
+    ASSERT_TRUE(store.Open(dir.filePath("state.db"), LiveAmong(Plans(3))));
     QSignalSpy changes(&store, &RunStateStore::summaryChanged);
     store.RecordSchedule("plan-0", 2, "2026-03-10 09:00:00", 0);
     store.RecordSchedule("plan-1", 2, "2026-03-10 10:00:00", 0);

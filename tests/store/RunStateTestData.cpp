@@ -22,6 +22,10 @@ QSet<QString> Plans(int count) {
     return plans;
 }
 
+RunStateStore::IsLivePlan LiveAmong(const QSet<QString>& plans) {
+    return [plans](const QString& planUuid) { return plans.contains(planUuid); };
+}
+
 QStringList Rows(const QString& path) {
     QStringList rows;
     {

@@ -12,6 +12,8 @@
 namespace RunStateTestData {
 // "plan-0" to "plan-<count - 1>".
 QSet<QString> Plans(int count);
+// True for the plans of the set, as the registry answers the store.
+RunStateStore::IsLivePlan LiveAmong(const QSet<QString>& plans);
 // Rows as "plan next end due handed result", read by a second connection as
 // orvelctl reads them.
 QStringList Rows(const QString& path);

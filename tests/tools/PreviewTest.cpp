@@ -126,7 +126,7 @@ TEST_F(StoredPlanPreview, WithoutARunStateStartsWithTheFirstComputation) {
 
 TEST_F(StoredPlanPreview, GoesOnFromTheNextStartOfItsRunState) {
     RunStateStore store;
-    ASSERT_TRUE(store.Open(Path("state.db"), {"span"}));
+    ASSERT_TRUE(store.Open(Path("state.db"), [](const QString&) { return true; }));
     store.RecordSchedule("span", 3, "2029-10-28 01:30:00", 0);
     ASSERT_TRUE(store.Flush());
     store.Close();

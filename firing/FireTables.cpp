@@ -82,6 +82,7 @@ void FireTables::Destroy() {
 void FireTables::DeleteAllFires() {
     {
         QMutexLocker locker(&m_dateTimeMutex);
+        BeforeDateTimeChangeLocked();
         DisposeAll(m_dateTime);
     }
     QMutexLocker locker(&m_eventMutex);
@@ -92,6 +93,7 @@ bool FireTables::InsertDateTimeLocked(const QString& planUuid, TriggerFire* fire
     if (m_dateTime == nullptr || m_dateTime->contains(planUuid)) {
         return false;
     }
+    BeforeDateTimeChangeLocked();
     m_dateTime->insert(planUuid, fire);
     return true;
 }
@@ -112,6 +114,7 @@ void FireTables::RemoveDateTime(const QString& planUuid) {
 
 void FireTables::RemoveDateTimeLocked(const QString& planUuid) {
     if (m_dateTime != nullptr) {
+        BeforeDateTimeChangeLocked();
         Retire(m_dateTime->take(planUuid));
     }
 }
@@ -138,6 +141,7 @@ void FireTables::RemoveEvent(quint64 type, const QString& planUuid) {
 bool FireTables::EndWhere(const Ends& ends) {
     {
         QMutexLocker locker(&m_dateTimeMutex);
+        BeforeDateTimeChangeLocked();
         if (m_dateTime != nullptr && !EndInTable(*m_dateTime, ends)) {
             return false;
         }
@@ -181,6 +185,14 @@ int FireTables::EventCount(quint64 type) {
 TriggerFire* FireTables::DateTimeFireOf(const QString& planUuid) {
     QMutexLocker locker(&m_dateTimeMutex);
     return m_dateTime != nullptr ? m_dateTime->value(planUuid, nullptr) : nullptr;
+}
+
+void FireTables::BeforeDateTimeChangeLocked() {
+    if (m_beforeDateTimeChange) {
+        const BeforeChange beforeChange = std::move(m_beforeDateTimeChange);
+        m_beforeDateTimeChange = nullptr;
+        beforeChange();
+    }
 }
 
 void FireTables::Dispose(TriggerFire* fire) {

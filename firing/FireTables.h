@@ -23,6 +23,7 @@ public:
     using DateTimeTable = QHash<QString, TriggerFire*>;
     using EventTable = QMultiHash<quint64, TriggerFire*>;
     using Ends = std::function<bool(TriggerFire*)>;
+    using BeforeChange = std::function<void()>;
 
     FireTables() = default;
     ~FireTables();
@@ -37,6 +38,13 @@ public:
     // Null before Create and after Destroy; read and change under the mutex.
     DateTimeTable* dateTimeLocked() { return m_dateTime; }
     QMutex& dateTimeMutex() { return m_dateTimeMutex; }
+
+    // Called once, under the lock, before the date-time table next changes,
+    // then forgotten: a walk that was cut short keeps an iterator into the
+    // table, and an insertion or a removal may rehash it.
+    void SetBeforeDateTimeChangeLocked(BeforeChange beforeChange) {
+        m_beforeDateTimeChange = std::move(beforeChange);
+    }
 
     bool InsertDateTimeLocked(const QString& planUuid, TriggerFire* fire);
     bool InsertEvent(quint64 type, TriggerFire* fire);
@@ -66,7 +74,10 @@ public:
     static void Retire(TriggerFire* fire);
 
 private:
+    void BeforeDateTimeChangeLocked();
+
     DateTimeTable* m_dateTime = nullptr;
+    BeforeChange m_beforeDateTimeChange;
     QMutex m_dateTimeMutex;
     EventTable* m_events = nullptr;
     QMutex m_eventMutex;

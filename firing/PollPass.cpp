@@ -9,6 +9,11 @@
 PollPass::PollPass(FireTables& tables, PollOne pollOne, QObject* parent)
     : QObject(parent), m_tables(tables), m_pollOne(std::move(pollOne)) {}
 
+PollPass::~PollPass() {
+    QMutexLocker locker(&m_tables.dateTimeMutex());
+    ForgetPlaceLocked();
+}
+
 void PollPass::Tick() {
     QMutexLocker locker(&m_tables.dateTimeMutex());
     if (m_tables.dateTimeLocked() == nullptr || m_open || Clock::nowMSecsSinceEpoch() < m_idleUntilMSecs) {
@@ -16,6 +21,7 @@ void PollPass::Tick() {
     }
     m_open = true;
     m_hold.emplace(m_runState);
+    m_place = m_tables.dateTimeLocked()->begin();
     m_keys.clear();
     m_keyIndex = 0;
     m_earliestDueMSecs = std::numeric_limits<qint64>::max();
@@ -44,6 +50,9 @@ void PollPass::EndLocked() {
         m_open = false;
         m_hold.reset();
     }
+    ForgetPlaceLocked();
+    m_keys.clear();
+    m_keys.squeeze();
 }
 
 void PollPass::Continue() {
@@ -72,13 +81,7 @@ void PollPass::RunSliceLocked() {
 bool PollPass::SliceLocked() {
     QElapsedTimer slice;
     slice.start();
-    // Only a pass cut short has keys left to visit.
-    const bool done = m_keys.isEmpty() ? FirstSliceLocked(slice) : LaterSliceLocked(slice);
-    if (done) {
-        m_keys.clear();
-        m_keys.squeeze();
-    }
-    return done;
+    return m_place ? WalkSliceLocked(slice) : KeySliceLocked(slice);
 }
 
 bool PollPass::SliceUsedUp(int& visited, const QElapsedTimer& slice) const {
@@ -89,17 +92,16 @@ bool PollPass::Visit(TriggerFire* fire) {
     return fire == nullptr || m_pollOne(fire, m_earliestDueMSecs);
 }
 
-// Walks the table itself; a pass cut short keeps the keys it has not reached.
-bool PollPass::FirstSliceLocked(const QElapsedTimer& slice) {
+// Walks the table itself from the place kept; a walk cut short keeps its
+// place until the table is about to change.
+bool PollPass::WalkSliceLocked(const QElapsedTimer& slice) {
     FireTables::DateTimeTable& table = *m_tables.dateTimeLocked();
     int visited = 0;
-    auto it = table.begin();
+    auto it = *m_place;
+    ForgetPlaceLocked();
     while (it != table.end()) {
         if (SliceUsedUp(visited, slice)) {
-            m_keys.reserve(table.size());
-            for (; it != table.end(); ++it) {
-                m_keys.append(it.key());
-            }
+            KeepPlaceLocked(it);
             return false;
         }
         TriggerFire* fire = it.value();
@@ -113,7 +115,29 @@ bool PollPass::FirstSliceLocked(const QElapsedTimer& slice) {
     return true;
 }
 
-bool PollPass::LaterSliceLocked(const QElapsedTimer& slice) {
+void PollPass::KeepPlaceLocked(FireTables::DateTimeTable::iterator place) {
+    m_place = place;
+    m_tables.SetBeforeDateTimeChangeLocked([this] { TakeRemainingKeysLocked(); });
+}
+
+void PollPass::TakeRemainingKeysLocked() {
+    FireTables::DateTimeTable& table = *m_tables.dateTimeLocked();
+    m_keys.reserve(table.size());
+    for (auto it = *m_place; it != table.end(); ++it) {
+        m_keys.append(it.key());
+    }
+    m_keyIndex = 0;
+    m_place.reset();
+}
+
+void PollPass::ForgetPlaceLocked() {
+    if (m_place) {
+        m_place.reset();
+        m_tables.SetBeforeDateTimeChangeLocked(nullptr);
+    }
+}
+
+bool PollPass::KeySliceLocked(const QElapsedTimer& slice) {
     FireTables::DateTimeTable& table = *m_tables.dateTimeLocked();
     int visited = 0;
     while (m_keyIndex < m_keys.size()) {

@@ -20,12 +20,13 @@ class TriggerFire;
 // A pass that does more than one slice of work (the first poll after start-up
 // computes and reports every trigger) goes on where it stopped on a later turn
 // of the event loop, so that plan commands waiting for the table lock are
-// served in between. Those commands change the table, and a QHash iterator
-// does not survive a change (an insertion or a removal may rehash it), so a
-// pass cut short keeps the keys it has still to visit and goes on by key: a
-// plan removed meanwhile is skipped, one replaced is polled in its new fire,
-// one added waits for the next pass, which comes at once. A pass holds the run
-// state's batch until it ends, so that its changes go in one transaction.
+// served in between. A pass cut short keeps its place in the table; when a
+// command is about to change the table (an insertion or a removal may rehash
+// it, and the place with it), the pass first takes the keys it has still to
+// visit and goes on by key: a plan removed meanwhile is skipped, one replaced
+// is polled in its new fire, one added waits for the next pass, which comes at
+// once. A pass holds the run state's batch until it ends, so that its changes
+// go in one transaction.
 //
 // All state is guarded by the table's date-time mutex. Lives on the
 // application thread.
@@ -41,6 +42,7 @@ public:
     static constexpr qint64 kSliceNSecs = 10 * 1000 * 1000;
 
     PollPass(FireTables& tables, PollOne pollOne, QObject* parent = nullptr);
+    ~PollPass() override;
 
     // A poll tick: opens a pass unless one is open or no fire is due yet.
     void Tick();
@@ -58,8 +60,11 @@ private:
     void RunSliceLocked();
     void EndLocked();
     bool SliceLocked();
-    bool FirstSliceLocked(const QElapsedTimer& slice);
-    bool LaterSliceLocked(const QElapsedTimer& slice);
+    bool WalkSliceLocked(const QElapsedTimer& slice);
+    bool KeySliceLocked(const QElapsedTimer& slice);
+    void KeepPlaceLocked(FireTables::DateTimeTable::iterator place);
+    void TakeRemainingKeysLocked();
+    void ForgetPlaceLocked();
     bool SliceUsedUp(int& visited, const QElapsedTimer& slice) const;
     bool Visit(TriggerFire* fire);
 
@@ -69,6 +74,8 @@ private:
     // not walk the table. Any insertion clears it.
     qint64 m_idleUntilMSecs = 0;
     bool m_open = false;
+    // Where a walk cut short goes on, as long as the table has not changed.
+    std::optional<FireTables::DateTimeTable::iterator> m_place;
     QVector<QString> m_keys;
     int m_keyIndex = 0;
     qint64 m_earliestDueMSecs = 0;

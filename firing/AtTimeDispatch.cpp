@@ -66,20 +66,22 @@ void AtTimeDispatch::NoteMissed(const QString& planUuid, const QString& text, qi
 bool AtTimeDispatch::FollowUp(AtTimeFire& fire, TriggerObject& object, bool fired, qint64 nowMSecs,
                               qint64& earliestDueMSecs) {
     const QString planUuid = object.getPlanUuid();
-    const QDateTime current = QDateTime::fromMSecsSinceEpoch(nowMSecs);
-    const QDateTime minuteStart = CalendarSchedule::MinuteStart(current);
+    // Kept in instants: every plan of a pass goes through here, and a local
+    // QDateTime costs a zone conversion each time it is made or compared.
+    const QDateTime minuteStart = LocalTime::WithOffset(CalendarSchedule::MinuteStart(nowMSecs));
     QDateTime next;
     const quint64 state = fired ? fire.SeekNextPolledStartTime(minuteStart, true, next)
                                 : fire.SeekLateStartTime(minuteStart, next);
     if (state == FireState::kScheduled) {
-        if (next < current) {
+        const qint64 nextMSecs = next.toMSecsSinceEpoch();
+        if (nextMSecs < nowMSecs) {
             Logger::Error(
                 QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                         "onAtTimerOut.")
                     .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
-                         current.toString(kPreciseFormat)));
+                         QDateTime::fromMSecsSinceEpoch(nowMSecs).toString(kPreciseFormat)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(next).toMSecsSinceEpoch());
+        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(nextMSecs));
         return true;
     }
     if (state == FireState::kFinished) {

@@ -15,19 +15,25 @@ std::atomic<quint64> g_traceSequence{0};
 QString NewTraceFlag(quint64 commandType) {
     return QString("[%1#%2]").arg(commandType).arg(++g_traceSequence);
 }
-} // namespace
 
-CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
+// Without a trace text: a decoded command reads its own, so making one for it
+// would only be thrown away, once for every answer of the agent.
+CommCommand* NewCommand(quint64 commandType) {
     if (commandType == 0) {
         return nullptr;
     }
-    CommCommand* command = nullptr;
     if (commandType == ResultCommand::kType) {
-        command = new ResultCommand();
-    } else {
-        command = new RequestCommand(commandType);
+        return new ResultCommand();
     }
-    command->setTraceFlag(NewTraceFlag(commandType));
+    return new RequestCommand(commandType);
+}
+} // namespace
+
+CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
+    CommCommand* command = NewCommand(commandType);
+    if (command != nullptr) {
+        command->setTraceFlag(NewTraceFlag(commandType));
+    }
     return command;
 }
 
@@ -56,7 +62,7 @@ CommCommand* CommandBuilder::BytearrayToCommand(QByteArray bytes) {
     if (in.status() != QDataStream::Ok) {
         return nullptr;
     }
-    CommCommand* command = BuilderCommand(commandType);
+    CommCommand* command = NewCommand(commandType);
     if (command == nullptr) {
         return nullptr;
     }

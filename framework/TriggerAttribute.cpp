@@ -3,13 +3,15 @@
 #include "BoundedRead.h"
 
 void TriggerAttribute::Read(QDataStream& in) {
-    in >> m_triggerType >> BoundedRead(m_startTime) >> BoundedRead(m_endTime) >> m_interval >> m_duration >>
+    QString startTime;
+    in >> m_triggerType >> BoundedRead(startTime) >> BoundedRead(m_endTime) >> m_interval >> m_duration >>
         BoundedRead(m_weekDays) >> BoundedRead(m_whichMoths) >> BoundedRead(m_monthDays) >> m_dayLastFlag >>
         m_triggerEndFlag;
+    m_startTime = PackedDateTimeText(startTime);
 }
 
 void TriggerAttribute::Write(QDataStream& out) const {
-    out << m_triggerType << m_startTime << m_endTime << m_interval << m_duration << m_weekDays << m_whichMoths
+    out << m_triggerType << m_startTime.text() << m_endTime << m_interval << m_duration << m_weekDays << m_whichMoths
         << m_monthDays << m_dayLastFlag << m_triggerEndFlag;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommandObj.h"
+#include "PackedDateTimeText.h"
 
 #include <QString>
 
@@ -9,8 +10,8 @@ class TriggerAttribute : public CommandObj {
 public:
     quint64 getTriggerType() const { return m_triggerType; }
     void setTriggerType(quint64 value) { m_triggerType = value; }
-    QString getStartTime() const { return m_startTime; }
-    void setStartTime(const QString& value) { m_startTime = value; }
+    QString getStartTime() const { return m_startTime.text(); }
+    void setStartTime(const QString& value) { m_startTime = PackedDateTimeText(value); }
     QString getEndTime() const { return m_endTime; }
     void setEndTime(const QString& value) { m_endTime = value; }
     quint64 getInterval() const { return m_interval; }
@@ -35,7 +36,7 @@ public:
 
 private:
     quint64 m_triggerType = 0;
-    QString m_startTime;
+    PackedDateTimeText m_startTime;
     QString m_endTime;
     quint64 m_interval = 0;
     quint64 m_duration = 0;

@@ -11,8 +11,8 @@ void TriggerAttribute::Read(QDataStream& in) {
 }
 
 void TriggerAttribute::Write(QDataStream& out) const {
-    out << m_triggerType << m_startTime.text() << m_endTime << m_interval << m_duration << m_weekDays << m_whichMoths
-        << m_monthDays << m_dayLastFlag << m_triggerEndFlag;
+    out << m_triggerType << m_startTime.text() << m_endTime << m_interval << m_duration << m_weekDays
+        << m_whichMoths << m_monthDays << m_dayLastFlag << m_triggerEndFlag;
 }
 
 bool TriggerAttribute::operator==(const TriggerAttribute& other) const {

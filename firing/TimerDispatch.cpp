@@ -14,9 +14,8 @@ const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 // An on-time run computes its follow-up from the instant it was due, so that
 // repetitions do not drift by the moments the runs took to fire; a run that a
 // clock step or a sleep passed over goes on with the plan's series after the
-// current time.
-quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next) {
-    const qint64 due = fire.expiredDueMSecs();
+// current time. A time-out of no known due instant (0) counts as late.
+quint64 SeekFollowUp(TimerFire& fire, qint64 due, const QDateTime& current, QDateTime& next) {
     const qint64 late = current.toMSecsSinceEpoch() - due;
     if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
         return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
@@ -25,7 +24,7 @@ quint64 SeekFollowUp(TimerFire& fire, const QDateTime& current, QDateTime& next)
 }
 } // namespace
 
-void TimerDispatch::TimedOutLocked(const QString& planUuid, quint32 expiredSerial) {
+void TimerDispatch::TimedOutLocked(const QString& planUuid, quint32 expiredSerial, qint64 expiredDueMSecs) {
     TimerFire* fire = CurrentFireLocked(planUuid, expiredSerial);
     TriggerObject* object = fire != nullptr ? fire->GetTriggerObject() : nullptr;
     if (fire != nullptr && object == nullptr) {
@@ -34,12 +33,13 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, quint32 expiredSeria
     if (object == nullptr) {
         return;
     }
-    if (!CaughtUpLater(planUuid, *fire, *object) && !Run(planUuid, *fire, *object)) {
+    if (!CaughtUpLater(planUuid, expiredDueMSecs, *object) &&
+        !Run(planUuid, *fire, *object, expiredDueMSecs)) {
         return;
     }
     const QDateTime current = Clock::now();
     QDateTime next;
-    const quint64 state = SeekFollowUp(*fire, current, next);
+    const quint64 state = SeekFollowUp(*fire, expiredDueMSecs, current, next);
     if (state != FireState::kScheduled) {
         EndLocked(planUuid, object, state);
         return;
@@ -80,25 +80,26 @@ TimerFire* TimerDispatch::CurrentFireLocked(const QString& planUuid, quint32 exp
 // the queue notices, under either policy, as a late timer always did. With
 // policy once that run is the plan's catch-up instead: spread, and named as
 // such.
-bool TimerDispatch::CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object) {
+bool TimerDispatch::CaughtUpLater(const QString& planUuid, qint64 expiredDueMSecs, TriggerObject& object) {
     MissedRunCatchUp* catchUp = m_context.catchUp.get();
     if (catchUp == nullptr || !catchUp->CatchesUp() ||
-        Clock::nowMSecsSinceEpoch() - fire.expiredDueMSecs() <= DeadlineQueue::kStepToleranceMSecs) {
+        Clock::nowMSecsSinceEpoch() - expiredDueMSecs <= DeadlineQueue::kStepToleranceMSecs) {
         return false;
     }
     return catchUp->NoteMissed(planUuid, object.getNextStartTime());
 }
 
-bool TimerDispatch::Run(const QString& planUuid, TimerFire& fire, TriggerObject& object) {
+bool TimerDispatch::Run(const QString& planUuid, TimerFire& fire, TriggerObject& object,
+                        qint64 expiredDueMSecs) {
     if (!fire.NowFire(&object)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] NowFire execution failed in the onTimerTimeout.")
                 .arg(LogText::Outside(planUuid)));
         return false;
     }
-    const qint64 due = fire.expiredDueMSecs();
-    m_context.occurrences.Ran(object, due,
-                              Clock::nowMSecsSinceEpoch() - due <= DeadlineQueue::kStepToleranceMSecs);
+    m_context.occurrences.Ran(object, expiredDueMSecs,
+                              Clock::nowMSecsSinceEpoch() - expiredDueMSecs <=
+                                  DeadlineQueue::kStepToleranceMSecs);
     m_context.NoteRun(planUuid);
     return true;
 }

@@ -17,12 +17,12 @@ public:
     explicit TimerDispatch(FiringContext& context) : m_context(context) {}
 
     // `expiredSerial` names the fire that timed out.
-    void TimedOutLocked(const QString& planUuid, quint32 expiredSerial);
+    void TimedOutLocked(const QString& planUuid, quint32 expiredSerial, qint64 expiredDueMSecs);
 
 private:
     TimerFire* CurrentFireLocked(const QString& planUuid, quint32 expiredSerial);
-    bool CaughtUpLater(const QString& planUuid, TimerFire& fire, TriggerObject& object);
-    bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object);
+    bool CaughtUpLater(const QString& planUuid, qint64 expiredDueMSecs, TriggerObject& object);
+    bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object, qint64 expiredDueMSecs);
     void EndLocked(const QString& planUuid, TriggerObject* object, quint64 state);
     void RearmLocked(const QString& planUuid, TriggerObject* object, const QDateTime& current,
                      const QDateTime& next);

@@ -258,14 +258,33 @@ void TriggerFireManagerWork::onAtTimerOut() {
 // fire's own call: handling it may replace and delete that fire. The serial
 // tells a time-out still queued when a plan command replaced its fire as stale,
 // even if the new fire took the old one's address.
-void TriggerFireManagerWork::TimerExpired(TimerFire& fire) {
+void TriggerFireManagerWork::TimerExpired(TimerFire& fire, qint64 expiredDueMSecs) {
     const QString planUuid = fire.planUuid();
     const quint32 serial = fire.serial();
     QMetaObject::invokeMethod(
         this,
-        [this, planUuid, serial] {
+        [this, planUuid, serial, expiredDueMSecs] {
             QMutexLocker locker(&m_tables.dateTimeMutex());
-            m_timer.TimedOutLocked(planUuid, serial);
+            m_timer.TimedOutLocked(planUuid, serial, expiredDueMSecs);
+        },
+        Qt::QueuedConnection);
+}
+
+// A plan command starts its fire on the command handler's thread; the fire is
+// found again by its plan and serial, which no longer match once the fire was
+// replaced or deleted meanwhile.
+void TriggerFireManagerWork::ArmAtHome(TimerFire& fire, qint64 dueMSecs, qint64 interval) {
+    const QString planUuid = fire.planUuid();
+    const quint32 serial = fire.serial();
+    QMetaObject::invokeMethod(
+        this,
+        [this, planUuid, serial, dueMSecs, interval] {
+            QMutexLocker locker(&m_tables.dateTimeMutex());
+            const FireTables::DateTimeTable* table = m_tables.dateTimeLocked();
+            TimerFire* fire = TriggerFire::TimerOf(table != nullptr ? table->value(planUuid) : nullptr);
+            if (fire != nullptr && fire->serial() == serial) {
+                fire->Arm(dueMSecs, interval);
+            }
         },
         Qt::QueuedConnection);
 }

@@ -77,7 +77,8 @@ public:
     TriggerFire* DateTimeFireOf(const QString& planUuid) { return m_tables.DateTimeFireOf(planUuid); }
 
     bool Send(const TriggerObject& object, quint64 commandType) override;
-    void TimerExpired(TimerFire& fire) override;
+    void TimerExpired(TimerFire& fire, qint64 expiredDueMSecs) override;
+    void ArmAtHome(TimerFire& fire, qint64 dueMSecs, qint64 interval) override;
     QObject* FireHome() override;
 
 private Q_SLOTS:

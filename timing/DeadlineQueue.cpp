@@ -13,8 +13,6 @@
 #include <unistd.h>
 
 namespace {
-constexpr std::size_t kNotQueued = static_cast<std::size_t>(-1);
-
 // Owned by the thread: destroyed when the thread ends, detaching what is left.
 thread_local std::unique_ptr<DeadlineQueue> t_queue;
 } // namespace
@@ -42,8 +40,7 @@ DeadlineQueue::DeadlineQueue() : m_wakeFd(::timerfd_create(CLOCK_MONOTONIC, TFD_
 
 DeadlineQueue::~DeadlineQueue() {
     for (const Entry& entry : m_heap) {
-        entry.timer->m_queue = nullptr;
-        entry.timer->m_heapIndex = kNotQueued;
+        entry.timer->m_heapIndex = DeadlineTimer::kNotQueued;
     }
     m_wakeNotifier.reset();
     if (m_wakeFd >= 0) {
@@ -58,16 +55,11 @@ qint64 DeadlineQueue::headDueMSecs() const {
 void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
     const bool wasEmpty = m_heap.empty();
     const qint64 headBefore = headDueMSecs();
-    timer->m_dueMSecs = dueMSecs;
-    if (timer->m_queue == this) {
+    if (timer->isActive()) {
         m_heap[timer->m_heapIndex].dueMSecs = dueMSecs;
         Place(timer->m_heapIndex);
     } else {
-        if (timer->m_queue != nullptr) {
-            timer->m_queue->Cancel(timer);
-        }
-        timer->m_queue = this;
-        timer->m_heapIndex = m_heap.size();
+        timer->m_heapIndex = static_cast<quint32>(m_heap.size());
         m_heap.push_back({dueMSecs, timer});
         SiftUp(timer->m_heapIndex);
     }
@@ -80,7 +72,7 @@ void DeadlineQueue::Schedule(DeadlineTimer* timer, qint64 dueMSecs) {
 }
 
 void DeadlineQueue::Cancel(DeadlineTimer* timer) {
-    if (timer->m_queue != this) {
+    if (!timer->isActive()) {
         return;
     }
     if (m_inTimeouts != nullptr) {
@@ -92,8 +84,7 @@ void DeadlineQueue::Cancel(DeadlineTimer* timer) {
     }
     const bool wasHead = timer->m_heapIndex == 0;
     RemoveAt(timer->m_heapIndex);
-    timer->m_queue = nullptr;
-    timer->m_heapIndex = kNotQueued;
+    timer->m_heapIndex = DeadlineTimer::kNotQueued;
     if (wasHead && !m_expiring) {
         LookAndArm(false);
     }
@@ -148,8 +139,8 @@ void DeadlineQueue::SiftDown(std::size_t index) {
 
 void DeadlineQueue::Swap(std::size_t a, std::size_t b) {
     std::swap(m_heap[a], m_heap[b]);
-    m_heap[a].timer->m_heapIndex = a;
-    m_heap[b].timer->m_heapIndex = b;
+    m_heap[a].timer->m_heapIndex = static_cast<quint32>(a);
+    m_heap[b].timer->m_heapIndex = static_cast<quint32>(b);
 }
 
 // An empty queue has not looked at the clock for a while, and the drift since
@@ -231,7 +222,6 @@ void DeadlineQueue::Recheck() {
         expired.push_back({head.dueMSecs, timer});
         const qint64 next = head.dueMSecs + timer->m_interval;
         head.dueMSecs = next > now ? next : now + timer->m_interval;
-        timer->m_dueMSecs = head.dueMSecs;
         SiftDown(0);
     }
     m_expiring = false;
@@ -239,7 +229,7 @@ void DeadlineQueue::Recheck() {
     m_inTimeouts = &expired;
     for (const Entry& entry : expired) {
         if (entry.timer != nullptr) {
-            entry.timer->m_expiry(entry.timer->m_owner, entry.dueMSecs);
+            entry.timer->Expired(entry.dueMSecs);
         }
     }
     m_inTimeouts = nullptr;

@@ -39,6 +39,8 @@ public:
 
     void Schedule(DeadlineTimer* timer, qint64 dueMSecs);
     void Cancel(DeadlineTimer* timer);
+    // The due instant of a timer in this queue.
+    qint64 DueOf(const DeadlineTimer* timer) const { return m_heap[timer->m_heapIndex].dueMSecs; }
     std::size_t size() const { return m_heap.size(); }
     // Due instant of the earliest timer; 0 when there is none.
     qint64 headDueMSecs() const;

@@ -17,7 +17,11 @@ void DeadlineTimer::startAt(qint64 dueMSecs, qint64 interval) {
 }
 
 void DeadlineTimer::stop() {
-    if (m_queue != nullptr) {
-        m_queue->Cancel(this);
+    if (isActive()) {
+        DeadlineQueue::ForCurrentThread().Cancel(this);
     }
+}
+
+qint64 DeadlineTimer::dueMSecs() const {
+    return isActive() ? DeadlineQueue::ForCurrentThread().DueOf(this) : 0;
 }

@@ -11,18 +11,15 @@ class DeadlineQueue;
 // every interval after that until it is stopped. Unlike a QTimer it is not
 // measured on the monotonic clock, so a suspend or a clock step cannot shift
 // it, and its wait has no 24.8-day ceiling. Started, stopped and destroyed on
-// one thread only.
+// one thread only, whose queue it is in while it is active.
+//
+// The owner derives from it and is told of each expiry by a virtual call: a
+// million timer-mode fires each hold a timer, and a function and an owner
+// pointer, or a queue pointer, would each cost every one of them eight bytes.
 class DeadlineTimer {
 public:
-    // Called with the owner and the due instant that expired, which lies in
-    // the past by more than the usual moment when a step or a sleep passed
-    // over it. A plain function and its owner rather than a std::function:
-    // each of a million timer-mode fires holds a timer, and a std::function
-    // would be twice the size.
-    using Expiry = void (*)(void* owner, qint64 expiredDueMSecs);
-
-    DeadlineTimer(Expiry expiry, void* owner) : m_expiry(expiry), m_owner(owner) {}
-    ~DeadlineTimer();
+    DeadlineTimer() = default;
+    virtual ~DeadlineTimer();
     DeadlineTimer(const DeadlineTimer&) = delete;
     DeadlineTimer& operator=(const DeadlineTimer&) = delete;
 
@@ -32,17 +29,21 @@ public:
     // `interval` ms (at least 1).
     void startAt(qint64 dueMSecs, qint64 interval);
     void stop();
-    bool isActive() const { return m_queue != nullptr; }
+    bool isActive() const { return m_heapIndex != kNotQueued; }
     qint64 interval() const { return m_interval; }
-    qint64 dueMSecs() const { return m_dueMSecs; }
+    // The instant it expires next; 0 while it is not active.
+    qint64 dueMSecs() const;
+
+protected:
+    // Called with the due instant that expired, which lies in the past by more
+    // than the usual moment when a step or a sleep passed over it.
+    virtual void Expired(qint64 expiredDueMSecs) = 0;
 
 private:
     friend class DeadlineQueue;
+    static constexpr quint32 kNotQueued = 0xffffffffU;
 
-    Expiry m_expiry;
-    void* m_owner;
-    DeadlineQueue* m_queue = nullptr;
-    std::size_t m_heapIndex = 0;
-    qint64 m_dueMSecs = 0;
     qint64 m_interval = 0;
+    // Its place in its thread's queue; at most four billion timers a thread.
+    quint32 m_heapIndex = kNotQueued;
 };

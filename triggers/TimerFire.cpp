@@ -15,17 +15,6 @@ namespace {
 const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 } // namespace
 
-TimerFire::TimerFire()
-    : m_timer([](void* fire, qint64 dueMSecs) { static_cast<TimerFire*>(fire)->onTimerExpired(dueMSecs); },
-              this) {}
-
-// On the home thread, as a queued arming is: the arming then finds the fire gone.
-TimerFire::~TimerFire() {
-    if (m_armToken) {
-        m_armToken->fire = nullptr;
-    }
-}
-
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
     if (object != nullptr) {
@@ -89,49 +78,32 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     const qint64 dueMSecs = due.toMSecsSinceEpoch();
     const qint64 second = dueMSecs - dueMSecs % 1000;
     const qint64 aim = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
-    if (!OnHomeThread()) {
-        ArmAtHome(aim, wait);
+    if (!OnHomeThread() && host() != nullptr) {
+        host()->ArmAtHome(*this, aim, wait);
         return;
     }
     Arm(aim, wait);
 }
 
-void TimerFire::ArmAtHome(qint64 dueMSecs, qint64 interval) {
-    if (!m_armToken) {
-        m_armToken = new ArmToken;
-        m_armToken->fire = this;
-    }
-    const QExplicitlySharedDataPointer<ArmToken> token = m_armToken;
-    QMetaObject::invokeMethod(
-        home(),
-        [token, dueMSecs, interval] {
-            if (token->fire != nullptr) {
-                token->fire->Arm(dueMSecs, interval);
-            }
-        },
-        Qt::QueuedConnection);
-}
-
 void TimerFire::Arm(qint64 dueMSecs, qint64 interval) {
     m_connected = true;
-    m_timer.startAt(dueMSecs, interval);
+    startAt(dueMSecs, interval);
 }
 
 void TimerFire::RearmFromNextStartTime() {
     TriggerObject* object = GetTriggerObject();
-    if (!m_timer.isActive() || object == nullptr) {
+    if (!isActive() || object == nullptr) {
         return;
     }
     const QDateTime next = LocalTime::Parse(object->getNextStartTime());
     if (next.isValid()) {
-        m_timer.startAt(next.toMSecsSinceEpoch(), m_timer.interval());
+        startAt(next.toMSecsSinceEpoch(), interval());
     }
 }
 
-void TimerFire::onTimerExpired(qint64 dueMSecs) {
-    m_expiredDueMSecs = dueMSecs;
+void TimerFire::Expired(qint64 expiredDueMSecs) {
     if (m_connected) {
-        ontimeout();
+        HandOver(expiredDueMSecs);
     }
 }
 
@@ -141,17 +113,21 @@ void TimerFire::Stop() {
 }
 
 void TimerFire::ontimeout() {
+    HandOver(0);
+}
+
+void TimerFire::HandOver(qint64 expiredDueMSecs) {
     if (GetTriggerObject() == nullptr) {
         Logger::Error("Failed to send the timerFireTimeout signal.");
         return;
     }
     if (host() != nullptr) {
-        host()->TimerExpired(*this);
+        host()->TimerExpired(*this, expiredDueMSecs);
     }
 }
 
 void TimerFire::onkillDateTimer() {
-    if (m_timer.isActive()) {
-        m_timer.stop();
+    if (isActive()) {
+        stop();
     }
 }

@@ -324,4 +324,47 @@ TEST_F(Firing, PollingSurvivesPlanChurn) {
 TEST_F(Firing, TimerModeSurvivesPlanChurn) {
     ChurnWhileFiring(1);
 }
+struct CommandArmingRow {
+    const char* name;
+    bool removed;
+    bool startedAgain;
+};
+
+// A plan command starts its timer fire on the command handler's thread; the
+// fire is armed on the application thread at a later turn, and an arming that
+// finds its fire removed or replaced by then arms nothing: the replacement
+// keeps its own start.
+TEST_F(Firing, APlanCommandsFireIsArmedAtHomeUnlessRemovedFirst) {
+    const CommandArmingRow rows[] = {
+        {"armed_at_home", false, false}, {"removed_first", true, false}, {"replaced_first", true, true}};
+    ClockShift clock(At("2026-03-10 08:00:00"));
+    ASSERT_TRUE(StartedInTimerMode());
+    for (const CommandArmingRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        const QString plan = QString("cmd-%1").arg(row.name);
+        TriggerObject* object = Register(plan, {1, "2026-03-10 09:00:00"});
+        const size_t queued = DeadlineQueue::ForCurrentThread().size();
+        quint64 started = 1;
+        std::thread([object, &started] { started = TriggerFireManager::StartNewTriggerFire(object); }).join();
+        ASSERT_EQ(started, 0u);
+        ASSERT_NE(TimerFireOf(plan), nullptr);
+        EXPECT_FALSE(TimerFireOf(plan)->isArmed());
+        if (row.removed) {
+            ASSERT_TRUE(TriggerFireManager::RemoveTriggerFire(plan, 1));
+        }
+        if (row.startedAgain) {
+            object->getObjectTriggerAttribute().setStartTime("2026-03-10 10:00:00");
+            object->setFirstSeekDone(0);
+            ASSERT_EQ(TriggerFireManager::StartNewTriggerFire(object), 0u);
+        }
+        QCoreApplication::processEvents();
+        const bool live = !row.removed || row.startedAgain;
+        EXPECT_EQ(DeadlineQueue::ForCurrentThread().size(), queued + (live ? 1 : 0));
+        if (live) {
+            ASSERT_NE(TimerFireOf(plan), nullptr);
+            const char* due = row.startedAgain ? "2026-03-10 10:00:00" : "2026-03-10 09:00:00";
+            EXPECT_EQ(TimerFireOf(plan)->armedDueMSecs(), At(due).toMSecsSinceEpoch());
+        }
+    }
+}
 } // namespace

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <random>
 #include <vector>
@@ -21,11 +22,17 @@ qint64 Ms(const char* text) {
     return At(text).toMSecsSinceEpoch();
 }
 
+// A timer that hands each due instant it expired for to a function.
+struct CallingTimer : DeadlineTimer {
+    explicit CallingTimer(std::function<void(qint64)> expiry) : expiry(std::move(expiry)) {}
+    void Expired(qint64 due) override { expiry(due); }
+    std::function<void(qint64)> expiry;
+};
+
 // A timer that records the due instants it expired for.
 struct Recorder {
     std::vector<qint64> expired;
-    DeadlineTimer timer{[](void* self, qint64 due) { static_cast<Recorder*>(self)->expired.push_back(due); },
-                        this};
+    CallingTimer timer{[this](qint64 due) { expired.push_back(due); }};
 };
 
 DeadlineQueue& Queue() {
@@ -107,11 +114,10 @@ TEST(DeadlineQueue, ExpiresInDueOrderAfterArbitraryChanges) {
     ClockShift clock(At("2026-03-10 00:00:00"));
     const qint64 origin = Ms("2026-03-10 00:00:00");
     std::vector<qint64> order;
-    std::vector<std::unique_ptr<DeadlineTimer>> timers;
+    std::vector<std::unique_ptr<CallingTimer>> timers;
     std::vector<qint64> due(500, -1);
     for (size_t i = 0; i < due.size(); ++i) {
-        timers.push_back(std::make_unique<DeadlineTimer>(
-            [](void* list, qint64 d) { static_cast<std::vector<qint64>*>(list)->push_back(d); }, &order));
+        timers.push_back(std::make_unique<CallingTimer>([&order](qint64 d) { order.push_back(d); }));
     }
     std::mt19937 random(7);
     std::uniform_int_distribution<qint64> when(1, 86400000);
@@ -147,8 +153,7 @@ TEST(DeadlineQueue, ExpiresInDueOrderAfterArbitraryChanges) {
 TEST(DeadlineQueue, ATimerStoppedByAnEarlierTimeoutIsSkipped) {
     ClockShift clock(At("2026-03-10 08:00:00"));
     auto victim = std::make_unique<Recorder>();
-    DeadlineTimer killer(
-        [](void* doomed, qint64) { static_cast<std::unique_ptr<Recorder>*>(doomed)->reset(); }, &victim);
+    CallingTimer killer([&victim](qint64) { victim.reset(); });
     killer.startAt(Ms("2026-03-10 08:01:00"), 60000);
     victim->timer.startAt(Ms("2026-03-10 08:02:00"), 60000);
     clock.To(At("2026-03-10 08:05:00"));

@@ -203,11 +203,13 @@ TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     fire.SetTriggerObject(&object);
     fire.StartWaitTimer(At("2026-01-01 00:00:00"), At("2026-06-01 00:00:00"));
     EXPECT_EQ(fire.armedDueMSecs(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
-    clock.To(At("2026-05-31 23:59:59.999"));
+    // Frozen: a shifted clock moves on with the real one, and a millisecond
+    // would make the first look come at the due instant itself.
+    Clock::freezeAt(At("2026-05-31 23:59:59.999"));
     DeadlineQueue::ForCurrentThread().Recheck();
     QCoreApplication::processEvents();
     EXPECT_TRUE(timeouts.seen.empty());
-    clock.To(At("2026-06-01 00:00:00"));
+    Clock::freezeAt(At("2026-06-01 00:00:00"));
     DeadlineQueue::ForCurrentThread().Recheck();
     QCoreApplication::processEvents();
     ASSERT_EQ(timeouts.seen.size(), 1u);

@@ -226,6 +226,9 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
         kept = attribute.release();
     }
     sqlite3_finalize(statement);
+    // The table is read whole once a start; its pages would otherwise stay in
+    // the connection's cache (two megabytes by default) for the service's life.
+    sqlite3_db_release_memory(handle);
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "LogText.h"
 #include "Logger.h"
 #include "SqliteHandle.h"
+#include "StoredRowReader.h"
 #include "TriggerAttribute.h"
 #include "TriggerRow.h"
 
@@ -38,6 +39,12 @@ QString Text(const QString& text) {
     return text.isNull() ? QStringLiteral("") : text;
 }
 
+// A text of the row reader's, copied on this thread to be kept (a null text
+// stays null).
+QString OwnCopy(const QString& text) {
+    return text.isNull() ? QString() : QString(text.constData(), text.size());
+}
+
 // Stored plans repeat the same calendar lists and end times; every plan keeps
 // one shared copy of each equal text instead of its own.
 void ShareEqualTexts(TriggerAttribute& attribute, QSet<QString>& pool) {
@@ -46,8 +53,9 @@ void ShareEqualTexts(TriggerAttribute& attribute, QSet<QString>& pool) {
         if (found != pool.constEnd()) {
             return *found;
         }
-        pool.insert(text);
-        return text;
+        const QString kept = OwnCopy(text);
+        pool.insert(kept);
+        return kept;
     };
     attribute.setEndTime(shared(attribute.getEndTime()));
     attribute.setWeekDays(shared(attribute.getWeekDays()));
@@ -55,37 +63,24 @@ void ShareEqualTexts(TriggerAttribute& attribute, QSet<QString>& pool) {
     attribute.setMonthDays(shared(attribute.getMonthDays()));
 }
 
-// Through SQLite's UTF-16 form, as Qt's driver reads a text: the string then
-// holds exactly its size, where QString::fromLatin1 or fromUtf8 left room that
-// cost 27 bytes a plan.
-QString ColumnText(sqlite3_stmt* statement, int column) {
-    const auto* text = static_cast<const QChar*>(sqlite3_column_text16(statement, column));
-    return QString(text, sqlite3_column_bytes16(statement, column) / 2);
-}
-
-// As Qt SQL's SQLite driver hands a column over: an integer as a 64-bit
-// number, a real as a double, a blob as bytes, NULL as a null value.
-void ReadRow(sqlite3_stmt* statement, TriggerRow::Values& row) {
-    row.clear();
-    for (int column = 0; column < TriggerRow::kColumns; ++column) {
-        switch (sqlite3_column_type(statement, column)) {
-        case SQLITE_INTEGER:
-            row.append(QVariant(static_cast<qlonglong>(sqlite3_column_int64(statement, column))));
-            break;
-        case SQLITE_FLOAT:
-            row.append(QVariant(sqlite3_column_double(statement, column)));
-            break;
-        case SQLITE_TEXT:
-            row.append(QVariant(ColumnText(statement, column)));
-            break;
-        case SQLITE_BLOB:
-            row.append(QVariant(QByteArray(static_cast<const char*>(sqlite3_column_blob(statement, column)),
-                                           sqlite3_column_bytes(statement, column))));
-            break;
-        default:
-            row.append(QVariant());
-        }
+// Checked and kept on the caller's thread: the check logs, and the pool of
+// shared texts and the result are the caller's. What lasts is copied here, so
+// that the reader's rows go back whole to its own heap arena.
+void Keep(const StoredRowReader::Row& row, const DatabaseFunctionOperation::RowCheck& check,
+          QSet<QString>& texts, QHash<QString, TriggerAttribute*>& attributes) {
+    QString fault = row.fault;
+    if (fault.isEmpty() && check) {
+        fault = check(row.planUuid, *row.attribute);
     }
+    if (!fault.isEmpty()) {
+        Logger::Warn(QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(row.planUuid), fault));
+        return;
+    }
+    auto attribute = std::make_unique<TriggerAttribute>(*row.attribute);
+    ShareEqualTexts(*attribute, texts);
+    TriggerAttribute*& kept = attributes[OwnCopy(row.planUuid)];
+    delete kept;
+    kept = attribute.release();
 }
 } // namespace
 
@@ -205,25 +200,15 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
         Logger::Debug(QString("Cannot read the trigger table: %1").arg(LogText::Outside(m_lastError.text())));
         return false;
     }
-    TriggerRow::Values row;
-    row.reserve(TriggerRow::kColumns);
     QSet<QString> texts;
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        ReadRow(statement, row);
-        QString planUuid;
-        auto attribute = std::make_unique<TriggerAttribute>();
-        QString fault = TriggerRow::Read(row, planUuid, *attribute);
-        if (fault.isEmpty() && check) {
-            fault = check(planUuid, *attribute);
+    {
+        StoredRowReader reader(statement);
+        std::vector<StoredRowReader::Row> batch;
+        while (reader.Next(batch)) {
+            for (const StoredRowReader::Row& row : batch) {
+                Keep(row, check, texts, attributes);
+            }
         }
-        if (!fault.isEmpty()) {
-            Logger::Warn(QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(planUuid), fault));
-            continue;
-        }
-        ShareEqualTexts(*attribute, texts);
-        TriggerAttribute*& kept = attributes[planUuid];
-        delete kept;
-        kept = attribute.release();
     }
     sqlite3_finalize(statement);
     // The table is read whole once a start; its pages would otherwise stay in

@@ -208,25 +208,6 @@ TEST_F(DataStore, SkipsRowsThatCannotBecomeWorkingTriggers) {
     EXPECT_EQ(log.CountContaining("Skipped the stored plan"), static_cast<int>(std::size(rows)) + 1);
 }
 
-// A table of many read-ahead batches loads whole, and each refused row among
-// them is skipped with its own line.
-TEST_F(DataStore, LoadsATableOfManyBatchesWithTheRefusedRowsAmongThem) {
-    StoreDatabase(Path("alldb.db"), 0);
-    Execute(
-        Path("alldb.db"),
-        {"WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 2999) "
-         "INSERT INTO triggers (plan_uuid, trigger_type, start_time, week_days) "
-         "SELECT 'bulk-' || i, CASE i % 7 WHEN 3 THEN 3 ELSE 2 END, '2026-03-10 08:00:00', '1,8' FROM n"});
-    ASSERT_TRUE(store.Init(Path("alldb.db")));
-    const int refused = 429; // every seventh row from the fourth on: a weekly plan on day 8
-    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObjectHash()->size(), 3000 - refused);
-    EXPECT_EQ(log.CountContaining("Skipped the stored plan [bulk-"), refused);
-    EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObject("bulk-3"), nullptr);
-    TriggerObject* last = SchedulerDataStoreManager::GetTriggerObject("bulk-2998");
-    ASSERT_NE(last, nullptr);
-    EXPECT_EQ(last->getObjectTriggerAttribute().getStartTime(), "2026-03-10 08:00:00");
-}
-
 // A writer that died inside a transaction leaves its changes in the file and
 // the originals in the journal; the committed plans are what loads.
 TEST_F(DataStore, RollsBackTheHotJournalOfACrashedWriter) {

@@ -184,6 +184,10 @@ int FireTables::EventCount(quint64 type) {
 
 TriggerFire* FireTables::DateTimeFireOf(const QString& planUuid) {
     QMutexLocker locker(&m_dateTimeMutex);
+    return DateTimeFireOfLocked(planUuid);
+}
+
+TriggerFire* FireTables::DateTimeFireOfLocked(const QString& planUuid) {
     return m_dateTime != nullptr ? m_dateTime->value(planUuid, nullptr) : nullptr;
 }
 

@@ -64,6 +64,7 @@ public:
     int DateTimeCount();
     int EventCount(quint64 type);
     TriggerFire* DateTimeFireOf(const QString& planUuid);
+    TriggerFire* DateTimeFireOfLocked(const QString& planUuid);
 
     // Fires are deleted on the thread they belong to (the application
     // thread); from another thread they are handed over to be deleted there.

@@ -22,8 +22,6 @@ void PollPass::Tick() {
     m_open = true;
     m_hold.emplace(m_runState);
     m_place = m_tables.dateTimeLocked()->begin();
-    m_keys.clear();
-    m_keyIndex = 0;
     m_earliestDueMSecs = std::numeric_limits<qint64>::max();
     RunSliceLocked();
 }

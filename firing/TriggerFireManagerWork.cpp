@@ -280,8 +280,7 @@ void TriggerFireManagerWork::ArmAtHome(TimerFire& fire, qint64 dueMSecs, qint64 
         this,
         [this, planUuid, serial, dueMSecs, interval] {
             QMutexLocker locker(&m_tables.dateTimeMutex());
-            const FireTables::DateTimeTable* table = m_tables.dateTimeLocked();
-            TimerFire* fire = TriggerFire::TimerOf(table != nullptr ? table->value(planUuid) : nullptr);
+            TimerFire* fire = TriggerFire::TimerOf(m_tables.DateTimeFireOfLocked(planUuid));
             if (fire != nullptr && fire->serial() == serial) {
                 fire->Arm(dueMSecs, interval);
             }

@@ -10,6 +10,11 @@
 #include <atomic>
 
 namespace {
+// Room made before serialising, enough for the usual command (a plan's
+// trigger-info is about 300 bytes) and payload; a longer one still grows.
+constexpr int kUsualCommandBytes = 512;
+constexpr int kUsualDataBytes = 128;
+
 std::atomic<quint64> g_traceSequence{0};
 
 QString NewTraceFlag(quint64 commandType) {

@@ -9,11 +9,6 @@ class CommandObj;
 // trusts its input: any byte sequence gives either a command or null.
 class CommandBuilder {
 public:
-    // Room made before serialising, enough for the usual command (a plan's
-    // trigger-info is about 300 bytes) and payload; a longer one still grows.
-    static constexpr int kUsualCommandBytes = 512;
-    static constexpr int kUsualDataBytes = 128;
-
     // Command type 2000 gives a ResultCommand, any other non-zero type a
     // RequestCommand; 0 gives null. Each command gets a fresh trace text.
     static CommCommand* BuilderCommand(quint64 commandType);

@@ -108,6 +108,6 @@ void PackedDateTimeText::CopyFrom(const PackedDateTimeText& other) {
 
 void PackedDateTimeText::Release() {
     if (!IsPacked()) {
-        std::launder(reinterpret_cast<QString*>(m_storage))->~QString();
+        String().~QString();
     }
 }

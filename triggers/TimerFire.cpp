@@ -78,7 +78,8 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     const qint64 dueMSecs = due.toMSecsSinceEpoch();
     const qint64 second = dueMSecs - dueMSecs % 1000;
     const qint64 aim = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
-    if (!OnHomeThread() && host() != nullptr) {
+    // Off its home thread a fire always has a host: the home is the host's.
+    if (!OnHomeThread()) {
         host()->ArmAtHome(*this, aim, wait);
         return;
     }
@@ -127,7 +128,5 @@ void TimerFire::HandOver(qint64 expiredDueMSecs) {
 }
 
 void TimerFire::onkillDateTimer() {
-    if (isActive()) {
-        stop();
-    }
+    stop();
 }

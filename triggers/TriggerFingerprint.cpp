@@ -6,13 +6,17 @@
 #include <QDataStream>
 #include <QtEndian>
 
+namespace {
+// Room for the usual definition, so that the stream does not grow the array
+// field by field.
+constexpr int kUsualBytes = 1024;
+} // namespace
+
 // The stream form covers every field and is fixed by its stream version, so
 // the digest stays the same from one build of the service to the next, which
 // qHash, seeded per process, would not.
 quint64 TriggerFingerprint::Of(const TriggerAttribute& attribute) {
     QByteArray bytes;
-    // Room for the usual definition, so that the stream does not grow the
-    // array field by field.
     bytes.reserve(kUsualBytes);
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setVersion(QDataStream::Qt_5_6);

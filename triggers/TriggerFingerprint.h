@@ -9,7 +9,6 @@ class TriggerAttribute;
 // the progress was computed from.
 class TriggerFingerprint {
 public:
-    static constexpr int kUsualBytes = 1024;
     // Never 0, which stands for "unknown".
     static quint64 Of(const TriggerAttribute& attribute);
 };

@@ -10,7 +10,6 @@
 #include "triggers/TriggerObject.h"
 
 namespace {
-const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
 constexpr qint64 kMinuteMSecs = 60000;
 } // namespace
 
@@ -68,18 +67,16 @@ bool AtTimeDispatch::FollowUp(AtTimeFire& fire, TriggerObject& object, bool fire
     const QString planUuid = object.getPlanUuid();
     // Kept in instants: every plan of a pass goes through here, and a local
     // QDateTime costs a zone conversion each time it is made or compared.
-    const QDateTime minuteStart = LocalTime::WithOffset(CalendarSchedule::MinuteStart(nowMSecs));
-    QDateTime next;
-    const quint64 state = fired ? fire.SeekNextPolledStartTime(minuteStart, true, next)
-                                : fire.SeekLateStartTime(minuteStart, next);
+    const qint64 minuteStart = CalendarSchedule::MinuteStart(nowMSecs);
+    qint64 nextMSecs = 0;
+    const quint64 state = fired ? fire.SeekNextPolledStartTimeAt(minuteStart, true, nextMSecs)
+                                : fire.SeekLateStartTimeAt(minuteStart, nextMSecs);
     if (state == FireState::kScheduled) {
-        const qint64 nextMSecs = next.toMSecsSinceEpoch();
         if (nextMSecs < nowMSecs) {
             Logger::Error(
                 QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                         "onAtTimerOut.")
-                    .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
-                         QDateTime::fromMSecsSinceEpoch(nowMSecs).toString(kPreciseFormat)));
+                    .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(nextMSecs), LocalTime::FormatPrecise(nowMSecs)));
         }
         earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(nextMSecs));
         return true;

@@ -5,22 +5,21 @@
 #include "framework/Logger.h"
 #include "timing/DeadlineQueue.h"
 #include "triggers/FireState.h"
+#include "triggers/LocalTime.h"
 #include "triggers/TimerFire.h"
 #include "triggers/TriggerObject.h"
 
 namespace {
-const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-
 // An on-time run computes its follow-up from the instant it was due, so that
 // repetitions do not drift by the moments the runs took to fire; a run that a
 // clock step or a sleep passed over goes on with the plan's series after the
 // current time. A time-out of no known due instant (0) counts as late.
-quint64 SeekFollowUp(TimerFire& fire, qint64 due, const QDateTime& current, QDateTime& next) {
-    const qint64 late = current.toMSecsSinceEpoch() - due;
+quint64 SeekFollowUp(TimerFire& fire, qint64 due, qint64 current, qint64& next) {
+    const qint64 late = current - due;
     if (due != 0 && late >= 0 && late < DeadlineQueue::kStepToleranceMSecs) {
-        return fire.SeekNextStartTime(QDateTime::fromMSecsSinceEpoch(due), next);
+        return fire.SeekNextStartTimeAt(due, next);
     }
-    return fire.SeekLateStartTime(current, next);
+    return fire.SeekLateStartTimeAt(current, next);
 }
 } // namespace
 
@@ -37,8 +36,8 @@ void TimerDispatch::TimedOutLocked(const QString& planUuid, quint32 expiredSeria
         !Run(planUuid, *fire, *object, expiredDueMSecs)) {
         return;
     }
-    const QDateTime current = Clock::now();
-    QDateTime next;
+    const qint64 current = Clock::nowMSecsSinceEpoch();
+    qint64 next = 0;
     const quint64 state = SeekFollowUp(*fire, expiredDueMSecs, current, next);
     if (state != FireState::kScheduled) {
         EndLocked(planUuid, object, state);
@@ -116,13 +115,11 @@ void TimerDispatch::EndLocked(const QString& planUuid, TriggerObject* object, qu
 
 // The follow-up gets a fire of its own, so that a time-out of the old one
 // still queued is recognised as stale.
-void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, const QDateTime& current,
-                                const QDateTime& next) {
+void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, qint64 current, qint64 next) {
     if (next < current) {
         Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "onTimerFireTimeout.")
-                          .arg(LogText::Outside(planUuid), next.toString(kPreciseFormat),
-                               current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(next), LocalTime::FormatPrecise(current)));
     }
     m_context.tables.RemoveDateTimeLocked(planUuid);
     TimerFire* replacement = TriggerFire::TimerOf(m_context.NewDateTimeFireLocked(object));

@@ -2,7 +2,6 @@
 
 #include "FiringContext.h"
 
-#include <QDateTime>
 #include <QString>
 
 class TimerFire;
@@ -24,8 +23,7 @@ private:
     bool CaughtUpLater(const QString& planUuid, qint64 expiredDueMSecs, TriggerObject& object);
     bool Run(const QString& planUuid, TimerFire& fire, TriggerObject& object, qint64 expiredDueMSecs);
     void EndLocked(const QString& planUuid, TriggerObject* object, quint64 state);
-    void RearmLocked(const QString& planUuid, TriggerObject* object, const QDateTime& current,
-                     const QDateTime& next);
+    void RearmLocked(const QString& planUuid, TriggerObject* object, qint64 current, qint64 next);
 
     FiringContext& m_context;
 };

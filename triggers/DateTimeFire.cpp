@@ -2,6 +2,7 @@
 
 #include "CalendarSchedule.h"
 #include "FireState.h"
+#include "LocalTime.h"
 #include "TriggerObject.h"
 #include "framework/WireFormat.h"
 
@@ -23,33 +24,40 @@ void DateTimeFire::Stop() {}
 void DateTimeFire::onkillDateTimer() {}
 
 quint64 DateTimeFire::SeekNextStartTime(const QDateTime& now, QDateTime& next) {
-    return Seek(
-        [&now](const CalendarRule& rule, const ScheduleProgress& progress) {
-            return CalendarSchedule::Compute(rule, progress, now.toMSecsSinceEpoch(),
-                                             Clock::nowMSecsSinceEpoch());
-        },
-        next);
+    qint64 nextMSecs = 0;
+    const quint64 state = SeekNextStartTimeAt(now.toMSecsSinceEpoch(), nextMSecs);
+    if (state == FireState::kScheduled) {
+        next = LocalTime::WithOffset(nextMSecs);
+    }
+    return state;
 }
 
-quint64 DateTimeFire::SeekNextPolledStartTime(const QDateTime& minuteStart, bool afterRun, QDateTime& next) {
+quint64 DateTimeFire::SeekNextStartTimeAt(qint64 nowMSecs, qint64& nextMSecs) {
     return Seek(
-        [&minuteStart, afterRun](const CalendarRule& rule, const ScheduleProgress& progress) {
-            return CalendarSchedule::ComputePolled(rule, progress, minuteStart.toMSecsSinceEpoch(),
-                                                   Clock::nowMSecsSinceEpoch(), afterRun);
+        [nowMSecs](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::Compute(rule, progress, nowMSecs, Clock::nowMSecsSinceEpoch());
         },
-        next);
+        nextMSecs);
 }
 
-quint64 DateTimeFire::SeekLateStartTime(const QDateTime& now, QDateTime& next) {
+quint64 DateTimeFire::SeekNextPolledStartTimeAt(qint64 minuteStartMSecs, bool afterRun, qint64& nextMSecs) {
     return Seek(
-        [&now](const CalendarRule& rule, const ScheduleProgress& progress) {
-            return CalendarSchedule::ComputeLate(rule, progress, now.toMSecsSinceEpoch(),
-                                                 Clock::nowMSecsSinceEpoch());
+        [minuteStartMSecs, afterRun](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputePolled(rule, progress, minuteStartMSecs, Clock::nowMSecsSinceEpoch(),
+                                                   afterRun);
         },
-        next);
+        nextMSecs);
 }
 
-template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, QDateTime& next) {
+quint64 DateTimeFire::SeekLateStartTimeAt(qint64 nowMSecs, qint64& nextMSecs) {
+    return Seek(
+        [nowMSecs](const CalendarRule& rule, const ScheduleProgress& progress) {
+            return CalendarSchedule::ComputeLate(rule, progress, nowMSecs, Clock::nowMSecsSinceEpoch());
+        },
+        nextMSecs);
+}
+
+template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, qint64& nextMSecs) {
     TriggerObject* object = GetTriggerObject();
     if (object == nullptr) {
         Logger::Error("TriggerObject pointer is NULL in the DateTimeFire.");
@@ -60,14 +68,14 @@ template <typename Computation> quint64 DateTimeFire::Seek(Computation compute, 
     result.ApplyTo(*object);
     setFireState(result.state);
     if (getFireState() == FireState::kScheduled) {
-        Publish(result, next);
+        Publish(result, nextMSecs);
     }
     return getFireState();
 }
 
-void DateTimeFire::Publish(const ScheduleResult& result, QDateTime& next) {
+void DateTimeFire::Publish(const ScheduleResult& result, qint64& nextMSecs) {
     TriggerObject* object = GetTriggerObject();
-    next = result.Next();
+    nextMSecs = result.nextMSecs;
     if (!Send(object, CommandTypes::kTriggerInfo)) {
         Logger::Error(
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")

@@ -85,6 +85,10 @@ QDateTime LocalTime::WithOffset(qint64 msecs) {
     return QDateTime::fromMSecsSinceEpoch(msecs, Qt::OffsetFromUTC, WallTime::OffsetAt(msecs));
 }
 
+QString LocalTime::FormatPrecise(qint64 msecs) {
+    return WithOffset(msecs).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
 QString LocalTime::FormatWall(qint64 wall) {
     return Text(WallTime::DateOf(wall),
                 QTime::fromMSecsSinceStartOfDay(static_cast<int>(WallTime::TimeOfDay(wall))));

@@ -23,4 +23,6 @@ public:
     // An instant as a date-time that carries its offset, so that the two
     // readings of a repeated hour stay apart.
     static QDateTime WithOffset(qint64 msecs);
+    // An instant's reading to the millisecond, as the error lines give it.
+    static QString FormatPrecise(qint64 msecs);
 };

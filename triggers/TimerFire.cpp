@@ -9,11 +9,6 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 
-#include <QObject>
-
-namespace {
-const QString kPreciseFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz");
-} // namespace
 
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
@@ -22,20 +17,20 @@ void TimerFire::SetTriggerObject(TriggerObject* object) {
     }
 }
 
+// Kept in instants: a start-up starts every plan here.
 quint64 TimerFire::Start() {
-    const QDateTime current = Clock::now();
-    QDateTime next;
+    const qint64 current = Clock::nowMSecsSinceEpoch();
+    qint64 next = 0;
     if (!Resume(current, next)) {
-        SeekNextStartTime(current, next);
+        SeekNextStartTimeAt(current, next);
     }
     if (getFireState() != FireState::kScheduled) {
         return getFireState();
     }
-    if (current.msecsTo(next) < 1) {
+    if (next - current < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
-                          .arg(LogText::Outside(m_planUuid), next.toString(kPreciseFormat),
-                               current.toString(kPreciseFormat)));
+                          .arg(LogText::Outside(m_planUuid), LocalTime::FormatPrecise(next), LocalTime::FormatPrecise(current)));
     }
     StartWaitTimer(current, next);
     return getFireState();
@@ -45,27 +40,27 @@ quint64 TimerFire::Start() {
 // was waiting for, with no first computation. A start that passed meanwhile is
 // a missed start: the plan goes on with its series after now, and the catch-up
 // decides about the missed run.
-bool TimerFire::Resume(const QDateTime& current, QDateTime& next) {
+bool TimerFire::Resume(qint64 current, qint64& next) {
     const TriggerObject* object = GetTriggerObject();
     if (object == nullptr || object->getFirstSeekDone() == 0 || object->getNextStartMSecs() == 0) {
         return false;
     }
-    if (object->getNextStartMSecs() <= current.toMSecsSinceEpoch()) {
-        SeekLateStartTime(current, next);
+    if (object->getNextStartMSecs() <= current) {
+        SeekLateStartTimeAt(current, next);
         return true;
     }
-    next = QDateTime::fromMSecsSinceEpoch(object->getNextStartMSecs());
+    next = object->getNextStartMSecs();
     setFireState(FireState::kScheduled);
     return true;
 }
 
 void TimerFire::StartWaitTimer(qint64 wait) {
-    const QDateTime current = Clock::now();
-    StartWaitTimer(current, current.addMSecs(wait));
+    const qint64 current = Clock::nowMSecsSinceEpoch();
+    StartWaitTimer(current, current + wait);
 }
 
-void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
-    const qint64 wait = current.msecsTo(due);
+void TimerFire::StartWaitTimer(qint64 currentMSecs, qint64 dueMSecs) {
+    const qint64 wait = dueMSecs - currentMSecs;
     if (wait <= 0) {
         TriggerObject* object = GetTriggerObject();
         Logger::Error(QString("The TimerFire of scheduler[%1] waittime is less than or equal to 0.")
@@ -75,9 +70,8 @@ void TimerFire::StartWaitTimer(const QDateTime& current, const QDateTime& due) {
     }
     // Start times are whole seconds to the agent and in the stored text; a
     // start computed a fraction after a second (now + 1 s) runs on its second.
-    const qint64 dueMSecs = due.toMSecsSinceEpoch();
     const qint64 second = dueMSecs - dueMSecs % 1000;
-    const qint64 aim = second > current.toMSecsSinceEpoch() ? second : dueMSecs;
+    const qint64 aim = second > currentMSecs ? second : dueMSecs;
     // Off its home thread a fire always has a host: the home is the host's.
     if (!OnHomeThread()) {
         host()->ArmAtHome(*this, aim, wait);

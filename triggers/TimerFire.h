@@ -26,7 +26,7 @@ public:
     void StartWaitTimer(qint64 wait);
     // The same, for a wait that was measured from `current` to `due`: the
     // timer aims at `due` itself, whatever time passed since `current`.
-    void StartWaitTimer(const QDateTime& current, const QDateTime& due);
+    void StartWaitTimer(qint64 currentMSecs, qint64 dueMSecs);
     // Aims the timer at `dueMSecs`, then every `interval` ms; on the fire's
     // own thread, where the host hands an arming made on another.
     void Arm(qint64 dueMSecs, qint64 interval);
@@ -53,7 +53,7 @@ public:
 private:
     void Expired(qint64 expiredDueMSecs) override;
     void HandOver(qint64 expiredDueMSecs);
-    bool Resume(const QDateTime& current, QDateTime& next);
+    bool Resume(qint64 current, qint64& next);
 
     bool m_connected = false;
     quint32 m_serial = 0;

@@ -76,7 +76,8 @@ bool AtTimeDispatch::FollowUp(AtTimeFire& fire, TriggerObject& object, bool fire
             Logger::Error(
                 QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                         "onAtTimerOut.")
-                    .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(nextMSecs), LocalTime::FormatPrecise(nowMSecs)));
+                    .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(nextMSecs),
+                         LocalTime::FormatPrecise(nowMSecs)));
         }
         earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(nextMSecs));
         return true;

@@ -119,7 +119,8 @@ void TimerDispatch::RearmLocked(const QString& planUuid, TriggerObject* object, 
     if (next < current) {
         Logger::Error(QString("Time trigger[%1] error NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "onTimerFireTimeout.")
-                          .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(next), LocalTime::FormatPrecise(current)));
+                          .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(next),
+                               LocalTime::FormatPrecise(current)));
     }
     m_context.tables.RemoveDateTimeLocked(planUuid);
     TimerFire* replacement = TriggerFire::TimerOf(m_context.NewDateTimeFireLocked(object));

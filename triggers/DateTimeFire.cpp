@@ -43,8 +43,8 @@ quint64 DateTimeFire::SeekNextStartTimeAt(qint64 nowMSecs, qint64& nextMSecs) {
 quint64 DateTimeFire::SeekNextPolledStartTimeAt(qint64 minuteStartMSecs, bool afterRun, qint64& nextMSecs) {
     return Seek(
         [minuteStartMSecs, afterRun](const CalendarRule& rule, const ScheduleProgress& progress) {
-            return CalendarSchedule::ComputePolled(rule, progress, minuteStartMSecs, Clock::nowMSecsSinceEpoch(),
-                                                   afterRun);
+            return CalendarSchedule::ComputePolled(rule, progress, minuteStartMSecs,
+                                                   Clock::nowMSecsSinceEpoch(), afterRun);
         },
         nextMSecs);
 }

@@ -9,7 +9,6 @@
 #include "framework/LogText.h"
 #include "framework/Logger.h"
 
-
 void TimerFire::SetTriggerObject(TriggerObject* object) {
     DateTimeFire::SetTriggerObject(object);
     if (object != nullptr) {
@@ -30,7 +29,8 @@ quint64 TimerFire::Start() {
     if (next - current < 1) {
         Logger::Error(QString("Time trigger[%1] error,NextTime[%2] less than or equal to CurrentTime[%3] in "
                               "TimerFire::Start.")
-                          .arg(LogText::Outside(m_planUuid), LocalTime::FormatPrecise(next), LocalTime::FormatPrecise(current)));
+                          .arg(LogText::Outside(m_planUuid), LocalTime::FormatPrecise(next),
+                               LocalTime::FormatPrecise(current)));
     }
     StartWaitTimer(current, next);
     return getFireState();

@@ -201,7 +201,8 @@ TEST(TimerFire, LongWaitsAreAimedAtTheirInstant) {
     RecordingHost timeouts;
     fire.setHost(&timeouts);
     fire.SetTriggerObject(&object);
-    fire.StartWaitTimer(At("2026-01-01 00:00:00").toMSecsSinceEpoch(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
+    fire.StartWaitTimer(At("2026-01-01 00:00:00").toMSecsSinceEpoch(),
+                        At("2026-06-01 00:00:00").toMSecsSinceEpoch());
     EXPECT_EQ(fire.armedDueMSecs(), At("2026-06-01 00:00:00").toMSecsSinceEpoch());
     // Frozen: a shifted clock moves on with the real one, and a millisecond
     // would make the first look come at the due instant itself.

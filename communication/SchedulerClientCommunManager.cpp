@@ -101,7 +101,7 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
                 .arg(trace, 0));
         return;
     }
-    Logger::Info(QString("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
+    Logger::Info(QStringLiteral("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
                      .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
     // The agent closes the link on a frame above the limit, and every command

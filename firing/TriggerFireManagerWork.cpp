@@ -179,7 +179,7 @@ quint64 TriggerFireManagerWork::StartTriggerFire(TriggerFire* fire) {
     }
     const quint64 state = fire->Start();
     if (state == FireState::kScheduled) {
-        Logger::Info(QString("The TriggerFire of scheduler[%1] start success.")
+        Logger::Info(QStringLiteral("The TriggerFire of scheduler[%1] start success.")
                          .arg(LogText::Outside(object->getPlanUuid())));
         // A calendar trigger's schedule reaches the run state with its
         // trigger-info; an event trigger has no other moment to be listed.

@@ -8,6 +8,7 @@
 #include <QIODevice>
 
 #include <atomic>
+#include <cstdio>
 
 namespace {
 // Room made before serialising, enough for the usual command (a plan's
@@ -17,8 +18,14 @@ constexpr int kUsualDataBytes = 128;
 
 std::atomic<quint64> g_traceSequence{0};
 
+// Made once for every command the service sends: one formatting pass and one
+// allocation.
 QString NewTraceFlag(quint64 commandType) {
-    return QString("[%1#%2]").arg(commandType).arg(++g_traceSequence);
+    char text[48];
+    const int length =
+        std::snprintf(text, sizeof(text), "[%llu#%llu]", static_cast<unsigned long long>(commandType),
+                      static_cast<unsigned long long>(++g_traceSequence));
+    return QString::fromLatin1(text, length);
 }
 
 // Without a trace text: a decoded command reads its own, so making one for it

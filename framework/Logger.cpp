@@ -13,7 +13,9 @@
 #include <iostream>
 
 namespace {
-constexpr const char* kCategoryName = "schedulerservice";
+// Short enough for the standard string's own room: log4cpp copies the name
+// into every event.
+constexpr const char* kCategoryName = "scheduler";
 // Owned by the category; set and cleared with the appenders, on the thread
 // that initialises the log.
 RollingLogFile* g_file = nullptr;
@@ -26,6 +28,22 @@ log4cpp::Category& Category() {
         return c;
     }();
     return category;
+}
+
+// Lines are nearly always ASCII, which needs no UTF-8 encoding pass and no
+// intermediate byte array.
+std::string StandardText(const QString& line) {
+    const QString text = LogText::OneLine(line);
+    std::string out(static_cast<size_t>(text.size()), '\0');
+    const QChar* in = text.constData();
+    for (int i = 0; i < text.size(); ++i) {
+        const ushort code = in[i].unicode();
+        if (code >= 0x80) {
+            return text.toStdString();
+        }
+        out[static_cast<size_t>(i)] = static_cast<char>(code);
+    }
+    return out;
 }
 
 // Under systemd the journal reads standard error; each line then carries its
@@ -89,17 +107,17 @@ log4cpp::Category& Logger::GetFileLogHandle() {
 }
 
 void Logger::Debug(const QString& line) {
-    Category().debug(LogText::OneLine(line).toStdString());
+    Category().debug(StandardText(line));
 }
 
 void Logger::Info(const QString& line) {
-    Category().info(LogText::OneLine(line).toStdString());
+    Category().info(StandardText(line));
 }
 
 void Logger::Warn(const QString& line) {
-    Category().warn(LogText::OneLine(line).toStdString());
+    Category().warn(StandardText(line));
 }
 
 void Logger::Error(const QString& line) {
-    Category().error(LogText::OneLine(line).toStdString());
+    Category().error(StandardText(line));
 }

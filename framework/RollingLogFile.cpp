@@ -74,7 +74,7 @@ void RollingLogFile::_append(const log4cpp::LoggingEvent& event) {
     bool wake = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        wake = m_buffer.empty();
+        wake = m_flusherIdle && m_buffer.empty();
         FormatLine(event);
         if (event.priority <= log4cpp::Priority::WARN || m_buffer.size() >= kBlockBytes) {
             WriteBufferLocked();
@@ -153,7 +153,9 @@ void RollingLogFile::RollLocked() {
 void RollingLogFile::RunFlusher() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stopping) {
+        m_flusherIdle = true;
         m_wake.wait(lock, [this] { return m_stopping || !m_buffer.empty(); });
+        m_flusherIdle = false;
         m_wake.wait_for(lock, std::chrono::milliseconds(kFlushDelayMSecs), [this] { return m_stopping; });
         WriteBufferLocked();
     }

@@ -60,5 +60,8 @@ private:
     long m_stampSecond = -1;
     char m_stamp[24] = {};
     bool m_stopping = false;
+    // The flusher waits for a first line rather than for its delay to pass:
+    // only then is a line worth a wake-up, which costs a system call.
+    bool m_flusherIdle = false;
     std::thread m_flusher;
 };

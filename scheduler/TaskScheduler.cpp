@@ -219,7 +219,7 @@ void TaskScheduler::onClientRequestCommandResult(QByteArray blocks) {
     if (code != 0) {
         Logger::Error(QString("Client requested command%1 unsuccessfully.").arg(trace, 0));
     } else {
-        Logger::Info(QString("Client request command%1 was successful.").arg(trace, 0));
+        Logger::Info(QStringLiteral("Client request command%1 was successful.").arg(trace, 0));
     }
     CommandBuilder::DestroyCommand(command);
 }

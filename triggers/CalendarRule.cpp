@@ -16,19 +16,15 @@ constexpr quint32 kAllMonthDays = ~1u;  // bits 1 to 31
 // The list's values from 1 to `highest` as bits; `all` when the text holds no
 // value at all.
 quint32 Bits(const QString& text, quint64 highest, quint32 all, bool& empty) {
-    QList<quint64> values;
-    CommonTools::StringToList(text, values);
-    empty = values.isEmpty();
-    if (empty) {
-        return all;
-    }
+    empty = true;
     quint32 bits = 0;
-    for (quint64 value : values) {
+    CommonTools::ForEachListValue(text, [&](quint64 value) {
+        empty = false;
         if (value >= 1 && value <= highest) {
             bits |= 1u << value;
         }
-    }
-    return bits;
+    });
+    return empty ? all : bits;
 }
 
 quint32 Span(quint64 secs) {

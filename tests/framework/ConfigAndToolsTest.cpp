@@ -95,6 +95,9 @@ TEST(StringToList, ReadsUnsignedDecimalsAndSkipsTheRest) {
         {"1,x,-2,+3,4.5,7", {1, 7}},
         {"18446744073709551615", {18446744073709551615ULL}},
         {"18446744073709551616", {}},
+        {"\t2\n,\xc2\xa0" "4", {2, 4}},
+        {"1 2,\xd9\xa3,5,", {5}},
+        {",", {}},
     };
     for (const ListCase& c : cases) {
         SCOPED_TRACE(c.text);

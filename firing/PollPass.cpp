@@ -14,12 +14,13 @@ PollPass::~PollPass() {
     ForgetPlaceLocked();
 }
 
-void PollPass::Tick() {
+void PollPass::Tick(Cut cut) {
     QMutexLocker locker(&m_tables.dateTimeMutex());
     if (m_tables.dateTimeLocked() == nullptr || m_open || Clock::nowMSecsSinceEpoch() < m_idleUntilMSecs) {
         return;
     }
     m_open = true;
+    m_whole = cut == Cut::Whole;
     m_hold.emplace(m_runState);
     m_place = m_tables.dateTimeLocked()->begin();
     m_earliestDueMSecs = std::numeric_limits<qint64>::max();
@@ -83,7 +84,7 @@ bool PollPass::SliceLocked() {
 }
 
 bool PollPass::SliceUsedUp(int& visited, const QElapsedTimer& slice) const {
-    return (++visited & 15) == 0 && slice.nsecsElapsed() >= m_sliceNSecs;
+    return !m_whole && (++visited & 15) == 0 && slice.nsecsElapsed() >= m_sliceNSecs;
 }
 
 bool PollPass::Visit(TriggerFire* fire) {

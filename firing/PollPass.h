@@ -17,8 +17,8 @@ class TriggerFire;
 // The polling mode's walk over the date-time table, once a poll tick finds a
 // fire due.
 //
-// A pass that does more than one slice of work (the first poll after start-up
-// computes and reports every trigger) goes on where it stopped on a later turn
+// A pass that does more than one slice of work (a clock step or a zone change
+// can make every plan due at once) goes on where it stopped on a later turn
 // of the event loop, so that plan commands waiting for the table lock are
 // served in between. A pass cut short keeps its place in the table; when a
 // command is about to change the table (an insertion or a removal may rehash
@@ -44,8 +44,15 @@ public:
     PollPass(FireTables& tables, PollOne pollOne, QObject* parent = nullptr);
     ~PollPass() override;
 
+    // How an opened pass gives the event loop its turns.
+    enum class Cut { Slices, Whole };
+
     // A poll tick: opens a pass unless one is open or no fire is due yet.
-    void Tick();
+    // A whole pass is not cut: the start-up's first pass, like the timer
+    // mode's start, computes and reports every plan in one go, so that the
+    // agent's answers, which arrive meanwhile, wait until it ends instead of
+    // taking turns with it.
+    void Tick(Cut cut = Cut::Slices);
     // Closes the open pass, if any, and forgets when the next fire is due.
     void ResetLocked();
     // The table changed behind the open pass's back: a fire joined it, or
@@ -81,6 +88,7 @@ private:
     qint64 m_earliestDueMSecs = 0;
     bool m_sliceScheduled = false;
     qint64 m_sliceNSecs = kSliceNSecs;
+    bool m_whole = false;
     RunStateRecorder* m_runState = nullptr;
     // Held from the start of a pass to its end, over all its slices.
     std::optional<RunStateBatchHold> m_hold;

@@ -33,7 +33,7 @@ bool TriggerFireManager::Start() {
     // The first poll computes and reports every plan; it need not wait half a
     // second for the timer's first tick. Queued, so that it comes after the
     // start has been logged as a success.
-    QMetaObject::invokeMethod(&work, &TriggerFireManagerWork::onAtTimerOut, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&work, &TriggerFireManagerWork::PollWhole, Qt::QueuedConnection);
     return true;
 }
 

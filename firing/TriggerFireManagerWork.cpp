@@ -254,6 +254,10 @@ void TriggerFireManagerWork::onAtTimerOut() {
     m_pollPass.Tick();
 }
 
+void TriggerFireManagerWork::PollWhole() {
+    m_pollPass.Tick(PollPass::Cut::Whole);
+}
+
 // A time-out is handled at a later turn of the event loop, never inside the
 // fire's own call: handling it may replace and delete that fire. The serial
 // tells a time-out still queued when a plan command replaced its fire as stale,

@@ -83,6 +83,8 @@ public:
 
 private Q_SLOTS:
     void onAtTimerOut();
+    // The start-up's first poll, as one pass that is not cut into slices.
+    void PollWhole();
 
 private:
     friend class TriggerFireManager;

@@ -128,6 +128,22 @@ TEST_F(Firing, APassCutIntoSlicesFiresEveryDueTriggerOnce) {
     }
 }
 
+// The start-up's first poll is one pass, whatever the slice: every due plan
+// fires before the event loop has another turn.
+TEST_F(Firing, TheStartUpsFirstPollIsOneWholePass) {
+    const int plans = 200;
+    for (int i = 0; i < plans; ++i) {
+        RegisterDue(QString("p%1").arg(i), {2, "2026-03-01 08:30:00"}, "2026-03-10 08:30:00");
+    }
+    ASSERT_TRUE(manager.Init());
+    work().setPollSliceNSecs(0);
+    Clock::freezeAt(At("2026-03-10 08:30:00.200"));
+    ASSERT_TRUE(manager.Start());
+    QCoreApplication::sendPostedEvents(&work(), QEvent::MetaCall);
+    EXPECT_EQ(link->CommandsOfType(600).size(), static_cast<size_t>(plans));
+    EXPECT_FALSE(runState.Held());
+}
+
 // Plan commands between two slices remove, replace and add fires, and the
 // additions grow the table past a rehash: the pass goes on by key, so no fire
 // is skipped, none runs twice, a removed one never runs and an added one runs

@@ -52,7 +52,9 @@ void CommunClientWork::onreconnectServer() {
 }
 
 void CommunClientWork::Post(const QByteArray& blocks) {
+    QVector<QByteArray> spent;
     QMutexLocker locker(&m_inboxMutex);
+    spent.swap(m_spent);
     m_inbox.push_back(blocks);
     if (m_inbox.size() > 1) {
         return; // the drain already on its way takes this frame too
@@ -77,6 +79,25 @@ void CommunClientWork::DrainInbox() {
     for (const QByteArray& blocks : qAsConst(batch)) {
         onRequestData(blocks);
     }
+    ReturnSpent(batch);
+}
+
+// The frames were made on the posting thread. While it goes on posting, they
+// go back to be freed there, with its next frame: freed here, each would take
+// the lock of that thread's heap arena against it, and at start-up it makes a
+// frame every few microseconds. Once it stops, they are freed here.
+void CommunClientWork::ReturnSpent(QVector<QByteArray>& batch) {
+    QVector<QByteArray> spent;
+    QMutexLocker locker(&m_inboxMutex);
+    if (m_inbox.isEmpty()) {
+        spent.swap(m_spent);
+        return;
+    }
+    if (m_spent.isEmpty()) {
+        m_spent.swap(batch);
+        return;
+    }
+    m_spent += batch;
 }
 
 void CommunClientWork::onRequestData(QByteArray blocks) {

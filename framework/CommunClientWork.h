@@ -63,6 +63,7 @@ public Q_SLOTS:
 private:
     void ScheduleDrain();
     void DrainInbox();
+    void ReturnSpent(QVector<QByteArray>& batch);
     void EnsureSocket();
     void Connect();
     void Flush();
@@ -99,5 +100,7 @@ private:
 
     QMutex m_inboxMutex;
     QVector<QByteArray> m_inbox;
+    // Frames sent, kept for the posting thread to free with its next frame.
+    QVector<QByteArray> m_spent;
     int m_gatherMSecs = 0;
 };

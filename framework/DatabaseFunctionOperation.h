@@ -1,5 +1,7 @@
 #pragma once
 
+#include "StoredRowReader.h"
+
 #include <QHash>
 #include <QSqlError>
 #include <QString>
@@ -30,8 +32,9 @@ public:
     // SQLite database. Never writes a row; a hot journal of a crashed writer
     // is rolled back.
     bool Init(const QString& path);
-    // Empty when a stored plan can be used; otherwise why not, for its log line.
-    using RowCheck = std::function<QString(const QString& planUuid, const TriggerAttribute& attribute)>;
+    // Empty when a stored plan can be used; otherwise why not, for its log
+    // line. Called on the thread that reads the table.
+    using RowCheck = StoredRowReader::RowCheck;
 
     // Fills the hash with heap attributes the caller owns; false when the
     // trigger table cannot be read. A row that cannot be read, or that the

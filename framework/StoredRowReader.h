@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -34,8 +35,11 @@ public:
         // Why the row cannot become a trigger; empty when it can.
         QString fault;
     };
+    // Why a row that reads well still cannot become a trigger; empty when it
+    // can. Called on the reader's thread, so it must not touch shared state.
+    using RowCheck = std::function<QString(const QString& planUuid, const TriggerAttribute& attribute)>;
 
-    explicit StoredRowReader(sqlite3_stmt* statement);
+    StoredRowReader(sqlite3_stmt* statement, RowCheck check);
     ~StoredRowReader();
     StoredRowReader(const StoredRowReader&) = delete;
     StoredRowReader& operator=(const StoredRowReader&) = delete;
@@ -62,5 +66,6 @@ private:
     std::vector<std::vector<Row>> m_spent;
     bool m_readAll = false;
     bool m_callerGone = false;
+    const RowCheck m_check;
     std::thread m_thread;
 };

@@ -2,6 +2,8 @@
 
 #include "platform/SignalStack.h"
 
+#include <algorithm>
+
 #include <pthread.h>
 
 #include <malloc.h>
@@ -61,7 +63,23 @@ void RunStateWriter::Record(const QString& planUuid, RunStateUpdate change) {
         m_changes.back().second.Apply(change);
         return;
     }
+    if (m_changes.size() == m_changes.capacity()) {
+        GrowChangesLocked();
+    }
     m_changes.emplace_back(planUuid, std::move(change));
+}
+
+// The vector would copy every change when it grows, because a change's history
+// (a QVarLengthArray) cannot be moved without a possible throw; moved one by
+// one here, a change's strings keep their blocks and only the history, nearly
+// always empty, is copied.
+void RunStateWriter::GrowChangesLocked() {
+    std::vector<Change> grown;
+    grown.reserve(std::max<size_t>(kFirstChangesCapacity, m_changes.capacity() * 2));
+    for (Change& change : m_changes) {
+        grown.push_back(std::move(change));
+    }
+    m_changes.swap(grown);
 }
 
 void RunStateWriter::Hold() {

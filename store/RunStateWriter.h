@@ -63,7 +63,10 @@ private:
     // give back.
     using Change = std::pair<QString, RunStateUpdate>;
 
+    static constexpr size_t kFirstChangesCapacity = 64;
+
     void Run();
+    void GrowChangesLocked();
     std::vector<Change> TakeChanges();
     bool WriteTaken(const RunStateBatch& taken);
     void RefreshSummary(const RunStateBatch& batch);

@@ -15,6 +15,8 @@
 
 #include <QFileInfo>
 
+#include <vector>
+
 DatabaseFunctionOperation SchedulerDataStoreManager::m_databaseOperation;
 
 namespace {
@@ -83,19 +85,22 @@ bool SchedulerDataStoreManager::LoadDatabaseTriggerObjects() {
         return false;
     }
     registry->reserve(registry->size() + attributes.size());
+    std::vector<TriggerObject*> loaded;
+    loaded.reserve(static_cast<size_t>(attributes.size()));
     for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
         if (it.value() == nullptr) {
             continue;
         }
-        if (!registry->contains(it.key())) {
-            auto* object = new TriggerObject();
-            object->setPlanUuid(it.key());
-            object->setTriggerAttribute(*it.value());
-            object->setDefinitionFingerprint(TriggerFingerprint::Of(*it.value()));
-            registry->insert(it.key(), object);
+        TriggerObject*& registered = (*registry)[it.key()];
+        if (registered == nullptr) {
+            registered = new TriggerObject();
+            registered->setPlanUuid(it.key());
+            registered->setTriggerAttribute(*it.value());
+            loaded.push_back(registered);
         }
         delete it.value();
     }
+    TriggerFingerprint::SetEach(loaded);
     return true;
 }
 

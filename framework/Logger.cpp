@@ -30,16 +30,15 @@ log4cpp::Category& Category() {
     return category;
 }
 
-// Lines are nearly always ASCII, which needs no UTF-8 encoding pass and no
-// intermediate byte array.
+// Lines are nearly always printable ASCII, which needs neither escaping nor a
+// UTF-8 encoding pass: one look at each character settles both.
 std::string StandardText(const QString& line) {
-    const QString text = LogText::OneLine(line);
-    std::string out(static_cast<size_t>(text.size()), '\0');
-    const QChar* in = text.constData();
-    for (int i = 0; i < text.size(); ++i) {
+    std::string out(static_cast<size_t>(line.size()), '\0');
+    const QChar* in = line.constData();
+    for (int i = 0; i < line.size(); ++i) {
         const ushort code = in[i].unicode();
-        if (code >= 0x80) {
-            return text.toStdString();
+        if (code < 0x20 || code >= 0x7f) {
+            return LogText::OneLine(line).toStdString();
         }
         out[static_cast<size_t>(i)] = static_cast<char>(code);
     }

@@ -8,12 +8,6 @@ void CommonTools::StringToList(const QString& text, QList<quint64>& values) {
 }
 
 bool CommonTools::ReadValue(const QChar* begin, const QChar* end, quint64& value) {
-    while (begin < end && begin->isSpace()) {
-        ++begin;
-    }
-    while (end > begin && (end - 1)->isSpace()) {
-        --end;
-    }
     if (begin == end) {
         return false;
     }

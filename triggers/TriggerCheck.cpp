@@ -4,6 +4,7 @@
 #include "LocalTime.h"
 
 #include "framework/CommandBuilder.h"
+#include "framework/CommonTools.h"
 #include "framework/LogText.h"
 #include "framework/RequestCommand.h"
 #include "framework/RequestNewOperationData.h"
@@ -105,19 +106,16 @@ QString TriggerCheck::SpanFault(const char* field, quint64 secs) {
 
 // Values are unsigned decimal numbers, blanks around them allowed.
 QString TriggerCheck::ListFault(const char* field, const QString& text, quint64 highest) {
-    const QStringList tokens = text.split(',', Qt::SkipEmptyParts);
-    for (const QString& token : tokens) {
-        const QString trimmed = token.trimmed();
-        if (trimmed.isEmpty()) {
-            continue;
+    QString fault;
+    CommonTools::ForEachListToken(text, [&](const QChar* begin, const QChar* end) {
+        quint64 value = 0;
+        if (!fault.isNull() || begin == end ||
+            (CommonTools::ReadValue(begin, end, value) && value >= 1 && value <= highest)) {
+            return;
         }
-        bool ok = false;
-        const quint64 value = trimmed.toULongLong(&ok, 10);
-        if (!trimmed.front().isDigit() || !ok || value < 1 || value > highest) {
-            return QString("%1 %2 hold %3, not a value from 1 to %4")
-                .arg(field, Quoted(text), Quoted(trimmed))
-                .arg(highest);
-        }
-    }
-    return QString();
+        fault = QString("%1 %2 hold %3, not a value from 1 to %4")
+                    .arg(field, Quoted(text), Quoted(QString(begin, static_cast<int>(end - begin))))
+                    .arg(highest);
+    });
+    return fault;
 }

@@ -63,14 +63,17 @@ void ShareEqualTexts(TriggerAttribute& attribute, QSet<QString>& pool) {
     attribute.setMonthDays(shared(attribute.getMonthDays()));
 }
 
-// Kept on the caller's thread, which logs and owns the pool of shared texts
-// and the result. What lasts is copied here, so that the reader's rows go
-// back whole to its own heap arena.
-void Keep(const StoredRowReader::Row& row, QSet<QString>& texts,
-          QHash<QString, TriggerAttribute*>& attributes) {
-    if (!row.fault.isEmpty()) {
-        Logger::Warn(
-            QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(row.planUuid), row.fault));
+// Checked and kept on the caller's thread: the check logs, and the pool of
+// shared texts and the result are the caller's. What lasts is copied here, so
+// that the reader's rows go back whole to its own heap arena.
+void Keep(const StoredRowReader::Row& row, const DatabaseFunctionOperation::RowCheck& check,
+          QSet<QString>& texts, QHash<QString, TriggerAttribute*>& attributes) {
+    QString fault = row.fault;
+    if (fault.isEmpty() && check) {
+        fault = check(row.planUuid, *row.attribute);
+    }
+    if (!fault.isEmpty()) {
+        Logger::Warn(QString("Skipped the stored plan [%1]: %2.").arg(LogText::Outside(row.planUuid), fault));
         return;
     }
     auto attribute = std::make_unique<TriggerAttribute>(*row.attribute);
@@ -199,11 +202,11 @@ bool DatabaseFunctionOperation::LoadTriggerAttributes(QHash<QString, TriggerAttr
     }
     QSet<QString> texts;
     {
-        StoredRowReader reader(statement, check);
+        StoredRowReader reader(statement);
         std::vector<StoredRowReader::Row> batch;
         while (reader.Next(batch)) {
             for (const StoredRowReader::Row& row : batch) {
-                Keep(row, texts, attributes);
+                Keep(row, check, texts, attributes);
             }
         }
     }

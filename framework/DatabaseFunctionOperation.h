@@ -1,7 +1,5 @@
 #pragma once
 
-#include "StoredRowReader.h"
-
 #include <QHash>
 #include <QSqlError>
 #include <QString>
@@ -32,9 +30,8 @@ public:
     // SQLite database. Never writes a row; a hot journal of a crashed writer
     // is rolled back.
     bool Init(const QString& path);
-    // Empty when a stored plan can be used; otherwise why not, for its log
-    // line. Called on the thread that reads the table.
-    using RowCheck = StoredRowReader::RowCheck;
+    // Empty when a stored plan can be used; otherwise why not, for its log line.
+    using RowCheck = std::function<QString(const QString& planUuid, const TriggerAttribute& attribute)>;
 
     // Fills the hash with heap attributes the caller owns; false when the
     // trigger table cannot be read. A row that cannot be read, or that the

@@ -50,7 +50,7 @@ void ReadRow(sqlite3_stmt* statement, TriggerRow::Values& row) {
 }
 } // namespace
 
-StoredRowReader::StoredRowReader(sqlite3_stmt* statement, RowCheck check) : m_check(std::move(check)) {
+StoredRowReader::StoredRowReader(sqlite3_stmt* statement) {
     m_thread = std::thread([this, statement] { Run(statement); });
 }
 
@@ -91,9 +91,6 @@ void StoredRowReader::Run(sqlite3_stmt* statement) {
         Row row;
         row.attribute = std::make_unique<TriggerAttribute>();
         row.fault = TriggerRow::Read(values, row.planUuid, *row.attribute);
-        if (row.fault.isEmpty() && m_check) {
-            row.fault = m_check(row.planUuid, *row.attribute);
-        }
         batch.push_back(std::move(row));
         if (batch.size() == kBatchRows) {
             going = Hand(batch);

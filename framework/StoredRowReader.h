@@ -6,7 +6,6 @@
 
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -35,11 +34,8 @@ public:
         // Why the row cannot become a trigger; empty when it can.
         QString fault;
     };
-    // Why a row that reads well still cannot become a trigger; empty when it
-    // can. Called on the reader's thread, so it must not touch shared state.
-    using RowCheck = std::function<QString(const QString& planUuid, const TriggerAttribute& attribute)>;
 
-    StoredRowReader(sqlite3_stmt* statement, RowCheck check);
+    explicit StoredRowReader(sqlite3_stmt* statement);
     ~StoredRowReader();
     StoredRowReader(const StoredRowReader&) = delete;
     StoredRowReader& operator=(const StoredRowReader&) = delete;
@@ -66,6 +62,5 @@ private:
     std::vector<std::vector<Row>> m_spent;
     bool m_readAll = false;
     bool m_callerGone = false;
-    const RowCheck m_check;
     std::thread m_thread;
 };

@@ -90,8 +90,13 @@ QDateTime LocalTime::WithOffset(qint64 msecs) {
     return QDateTime::fromMSecsSinceEpoch(msecs, Qt::OffsetFromUTC, WallTime::OffsetAt(msecs));
 }
 
+// By hand, as the texts of whole seconds are: in polling mode a start-up may
+// write this line for every plan that repeats within the minute.
 QString LocalTime::FormatPrecise(qint64 msecs) {
-    return WithOffset(msecs).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    const int millis = static_cast<int>((msecs % 1000 + 1000) % 1000);
+    const QChar digits[] = {QLatin1Char('.'), QChar('0' + millis / 100), QChar('0' + millis / 10 % 10),
+                            QChar('0' + millis % 10)};
+    return FormatAt(msecs, WallTime::OffsetAt(msecs)) + QString(digits, 4);
 }
 
 QString LocalTime::FormatWall(qint64 wall) {

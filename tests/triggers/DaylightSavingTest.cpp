@@ -196,6 +196,11 @@ TEST(WallTimeReadings, FollowTheOffsets) {
             EXPECT_EQ(WallTime::Of(first), wall);
             EXPECT_EQ(WallTime::Of(second), wall);
         }
+        // The error lines' readings to the millisecond, on either side of the change.
+        for (const qint64 instant : {first + 7, second + 993}) {
+            EXPECT_EQ(LocalTime::FormatPrecise(instant),
+                      LocalTime::WithOffset(instant).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz")));
+        }
     }
 }
 

@@ -98,6 +98,13 @@ bool FireTables::InsertDateTimeLocked(const QString& planUuid, TriggerFire* fire
     return true;
 }
 
+void FireTables::ReserveDateTime(int fires) {
+    QMutexLocker locker(&m_dateTimeMutex);
+    if (m_dateTime != nullptr && m_dateTime->isEmpty()) {
+        m_dateTime->reserve(fires);
+    }
+}
+
 bool FireTables::InsertEvent(quint64 type, TriggerFire* fire) {
     QMutexLocker locker(&m_eventMutex);
     if (m_events == nullptr) {

@@ -47,6 +47,9 @@ public:
     }
 
     bool InsertDateTimeLocked(const QString& planUuid, TriggerFire* fire);
+    // Room for `fires` date-time fires, made before a load inserts them, so
+    // that a million insertions do not rehash the table twenty times.
+    void ReserveDateTime(int fires);
     bool InsertEvent(quint64 type, TriggerFire* fire);
     void RemoveDateTime(const QString& planUuid);
     void RemoveDateTimeLocked(const QString& planUuid);

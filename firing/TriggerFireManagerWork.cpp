@@ -68,6 +68,7 @@ bool TriggerFireManagerWork::LoadTriggerFires() {
     if (registry == nullptr) {
         return false;
     }
+    m_tables.ReserveDateTime(registry->size());
     for (TriggerObject* object : qAsConst(*registry)) {
         if (object == nullptr) {
             return false;

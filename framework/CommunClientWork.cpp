@@ -82,22 +82,30 @@ void CommunClientWork::DrainInbox() {
     ReturnSpent(batch);
 }
 
-// The frames were made on the posting thread. While it goes on posting, they
-// go back to be freed there, with its next frame: freed here, each would take
-// the lock of that thread's heap arena against it, and at start-up it makes a
-// frame every few microseconds. Once it stops, they are freed here.
+// The frames were made on the posting thread and go back to be freed there,
+// with its next frame: freed here, each would take the lock of that thread's
+// heap arena against it, and at start-up it makes a frame every few
+// microseconds. What it has not taken after a short while is freed here.
 void CommunClientWork::ReturnSpent(QVector<QByteArray>& batch) {
+    {
+        QMutexLocker locker(&m_inboxMutex);
+        if (m_spent.isEmpty()) {
+            m_spent.swap(batch);
+        } else {
+            m_spent += batch;
+        }
+    }
+    if (!m_spentFreeing) {
+        m_spentFreeing = true;
+        QTimer::singleShot(kSpentHoldMSecs, this, &CommunClientWork::FreeSpent);
+    }
+}
+
+void CommunClientWork::FreeSpent() {
+    m_spentFreeing = false;
     QVector<QByteArray> spent;
     QMutexLocker locker(&m_inboxMutex);
-    if (m_inbox.isEmpty()) {
-        spent.swap(m_spent);
-        return;
-    }
-    if (m_spent.isEmpty()) {
-        m_spent.swap(batch);
-        return;
-    }
-    m_spent += batch;
+    spent.swap(m_spent);
 }
 
 void CommunClientWork::onRequestData(QByteArray blocks) {

@@ -28,6 +28,8 @@ public:
     static constexpr size_t kBufferLimit = 1000;
     static constexpr int kFirstRetryMSecs = 1000;
     static constexpr int kLastRetryMSecs = 5000;
+    // How long sent frames wait for the posting thread to free them.
+    static constexpr int kSpentHoldMSecs = 100;
 
     explicit CommunClientWork(QObject* parent = nullptr);
     ~CommunClientWork() override;
@@ -64,6 +66,7 @@ private:
     void ScheduleDrain();
     void DrainInbox();
     void ReturnSpent(QVector<QByteArray>& batch);
+    void FreeSpent();
     void EnsureSocket();
     void Connect();
     void Flush();
@@ -102,5 +105,8 @@ private:
     QVector<QByteArray> m_inbox;
     // Frames sent, kept for the posting thread to free with its next frame.
     QVector<QByteArray> m_spent;
+    // Touched only on the worker's thread: a freeing of what the posting
+    // thread leaves is on its way.
+    bool m_spentFreeing = false;
     int m_gatherMSecs = 0;
 };

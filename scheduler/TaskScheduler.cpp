@@ -93,7 +93,9 @@ void TaskScheduler::OpenRunState(const QString& appDir) {
     const auto isLive = [registry](const QString& planUuid) {
         return registry != nullptr && registry->contains(planUuid);
     };
-    if (m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), isLive) && registry != nullptr) {
+    const bool opened = m_runState.Open(QString("%1%2").arg(appDir, "data/state.db"), isLive);
+    m_dataStoreManager.AwaitFingerprints();
+    if (opened && registry != nullptr) {
         const int resumed = m_runState.Resume(*registry);
         Logger::Info(QString("%1 of %2 plans resume their schedule from the run state.")
                          .arg(resumed)

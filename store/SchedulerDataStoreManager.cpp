@@ -69,6 +69,7 @@ bool SchedulerDataStoreManager::Start() {
 void SchedulerDataStoreManager::Stop() {}
 
 void SchedulerDataStoreManager::UnInit() {
+    m_fingerprints.Wait();
     m_databaseOperation.UnInit();
     INSTANCE_SCHEDULER_MEMORY_OBJECTS->UnInit();
 }
@@ -100,7 +101,7 @@ bool SchedulerDataStoreManager::LoadDatabaseTriggerObjects() {
         }
         delete it.value();
     }
-    TriggerFingerprint::SetEach(loaded);
+    m_fingerprints.Start(std::move(loaded));
     return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/DatabaseFunctionOperation.h"
+#include "triggers/FingerprintFill.h"
 
 #include <QHash>
 #include <QMutex>
@@ -24,6 +25,9 @@ public:
     // The error line of a failed Init that found a database it cannot use;
     // empty otherwise.
     QString getFailure() const { return m_failure; }
+    // The loaded objects get their definitions' digests while the start-up
+    // goes on; nothing may read them before this has returned.
+    void AwaitFingerprints() { m_fingerprints.Wait(); }
 
     static TriggerObject* GetTriggerObject(const QString& planUuid);
     static TriggerObject* AddTriggerObject(CommCommand* request);
@@ -39,6 +43,7 @@ private:
     bool Unusable(const QString& dbFile, const char* check);
 
     QString m_failure;
+    FingerprintFill m_fingerprints;
 
     static DatabaseFunctionOperation m_databaseOperation;
 };

@@ -1,19 +1,12 @@
 #include "TriggerFingerprint.h"
 
-#include "TriggerObject.h"
-
 #include "framework/TriggerAttribute.h"
 
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QtEndian>
 
-#include <thread>
-
 namespace {
-// Below this many objects a second thread costs more than it saves.
-constexpr size_t kSharedFrom = 4096;
-
 // Room for the usual definition (about 300 bytes), so that the stream does not
 // grow the array field by field; small enough for glibc's per-thread cache of
 // freed blocks, which serves blocks of up to about a kilobyte.
@@ -32,20 +25,4 @@ quint64 TriggerFingerprint::Of(const TriggerAttribute& attribute) {
     const QByteArray digest = QCryptographicHash::hash(bytes, QCryptographicHash::Sha1);
     const quint64 value = qFromBigEndian<quint64>(digest.constData()) >> 1;
     return value != 0 ? value : 1;
-}
-
-void TriggerFingerprint::SetEach(const std::vector<TriggerObject*>& objects) {
-    const auto setRange = [&objects](size_t from, size_t to) {
-        for (size_t i = from; i < to; ++i) {
-            objects[i]->setDefinitionFingerprint(Of(objects[i]->getObjectTriggerAttribute()));
-        }
-    };
-    if (objects.size() < kSharedFrom) {
-        setRange(0, objects.size());
-        return;
-    }
-    const size_t half = objects.size() / 2;
-    std::thread other(setRange, half, objects.size());
-    setRange(0, half);
-    other.join();
 }

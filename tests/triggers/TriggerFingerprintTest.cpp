@@ -5,6 +5,7 @@
 
 #include "framework/TriggerAttribute.h"
 #include "support/TriggerBuilder.h"
+#include "triggers/FingerprintFill.h"
 #include "triggers/TriggerObject.h"
 
 #include <gtest/gtest.h>
@@ -18,8 +19,9 @@ TEST(TriggerFingerprint, KeepsTheValueFilesHold) {
     EXPECT_NE(TriggerFingerprint::Of(daily), TriggerFingerprint::Of(MakeAttribute({})));
 }
 
-// Enough objects for the second thread; each gets its own definition's digest.
-TEST(TriggerFingerprint, SetsEachObjectsOwnDigest) {
+// Enough objects for the fill's own thread; each gets its own definition's
+// digest, and a fill started again first finishes the one under way.
+TEST(FingerprintFill, GivesEachObjectItsOwnDigest) {
     std::vector<std::unique_ptr<TriggerObject>> kept;
     std::vector<TriggerObject*> objects;
     for (int i = 0; i < 5000; ++i) {
@@ -28,7 +30,10 @@ TEST(TriggerFingerprint, SetsEachObjectsOwnDigest) {
             MakeAttribute({2, "2026-01-01 10:00:00", "", static_cast<quint64>(i), 0, "", "", "", 0}));
         objects.push_back(kept.back().get());
     }
-    TriggerFingerprint::SetEach(objects);
+    FingerprintFill fill;
+    fill.Start(objects);
+    fill.Start(std::vector<TriggerObject*>(objects.begin(), objects.begin() + 10));
+    fill.Wait();
     for (TriggerObject* object : objects) {
         ASSERT_EQ(object->getDefinitionFingerprint(),
                   TriggerFingerprint::Of(object->getObjectTriggerAttribute()));

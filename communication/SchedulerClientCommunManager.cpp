@@ -101,8 +101,9 @@ void SchedulerClientCommunManager::onRequestCommand(CommCommand* command) {
                 .arg(trace, 0));
         return;
     }
-    Logger::Info(QStringLiteral("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
-                     .arg(trace, 0));
+    Logger::Info(
+        QStringLiteral("The client request plan%1 reach ClientRequestCommandWork in the onRequestCommand.")
+            .arg(trace, 0));
     const QByteArray bytes = CommandBuilder::CommandToBytearray(command);
     // The agent closes the link on a frame above the limit, and every command
     // queued behind it would be lost with it.

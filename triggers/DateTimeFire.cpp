@@ -81,6 +81,7 @@ void DateTimeFire::Publish(const ScheduleResult& result, qint64& nextMSecs) {
             QString("The TimerFire of scheduler[%1] request update trigger next start time info error.")
                 .arg(LogText::Outside(object->getPlanUuid())));
     }
-    Logger::Info(QStringLiteral("The TimerFire of scheduler[%1] next start time [%2] in the SeekNextStartTime.")
-                     .arg(LogText::Outside(object->getPlanUuid()), object->getNextStartTime()));
+    Logger::Info(
+        QStringLiteral("The TimerFire of scheduler[%1] next start time [%2] in the SeekNextStartTime.")
+            .arg(LogText::Outside(object->getPlanUuid()), object->getNextStartTime()));
 }

@@ -35,7 +35,8 @@ void FingerprintFill::FillChunks() {
         const size_t to = std::min(size, from + kChunk);
         for (size_t i = from; i < to; ++i) {
             TriggerObject* object = m_objects[i];
-            object->setDefinitionFingerprint(TriggerFingerprint::Of(object->getObjectTriggerAttribute()));
+            const TriggerObject& read = *object;
+            object->setDefinitionFingerprint(TriggerFingerprint::Of(read.getObjectTriggerAttribute()));
         }
     }
 }

@@ -33,6 +33,8 @@ public:
         m_calendarRuleStale = true;
         return m_triggerAttribute;
     }
+    // For reading only: the parsed rule stays, and nothing is written.
+    const TriggerAttribute& getObjectTriggerAttribute() const { return m_triggerAttribute; }
     void setTriggerAttribute(const TriggerAttribute& value) {
         m_triggerAttribute = value;
         m_calendarRuleStale = true;

@@ -29,6 +29,7 @@ TEST(StoredRows, ATableOfManyBatchesLoadsWithTheRefusedRowsAmongThem) {
     LogCapture log;
     SchedulerDataStoreManager store;
     ASSERT_TRUE(store.Init(path));
+    store.AwaitFingerprints();
     const int refused = 429; // every seventh row from the fourth on: a weekly plan on day 8
     EXPECT_EQ(SchedulerDataStoreManager::GetTriggerObjectHash()->size(), 3000 - refused);
     EXPECT_EQ(log.CountContaining("Skipped the stored plan [bulk-"), refused);

@@ -2,8 +2,6 @@
 
 #include "platform/SignalStack.h"
 
-#include <algorithm>
-
 #include <pthread.h>
 
 #include <malloc.h>
@@ -59,27 +57,11 @@ void RunStateWriter::Record(const QString& planUuid, RunStateUpdate change) {
     }
     // A run, its schedule and its occurrence come one after the other for the
     // same plan; folding them here keeps a poll's batch at one change a plan.
-    if (!m_changes.empty() && m_changes.back().first == planUuid) {
-        m_changes.back().second.Apply(change);
+    if (!m_changes.empty() && m_changes.back().planUuid == planUuid) {
+        m_changes.back().update.Apply(change);
         return;
     }
-    if (m_changes.size() == m_changes.capacity()) {
-        GrowChangesLocked();
-    }
     m_changes.emplace_back(planUuid, std::move(change));
-}
-
-// The vector would copy every change when it grows, because a change's history
-// (a QVarLengthArray) cannot be moved without a possible throw; moved one by
-// one here, a change's strings keep their blocks and only the history, nearly
-// always empty, is copied.
-void RunStateWriter::GrowChangesLocked() {
-    std::vector<Change> grown;
-    grown.reserve(std::max<size_t>(kFirstChangesCapacity, m_changes.capacity() * 2));
-    for (Change& change : m_changes) {
-        grown.push_back(std::move(change));
-    }
-    m_changes.swap(grown);
 }
 
 void RunStateWriter::Hold() {
@@ -147,8 +129,8 @@ RunStateBatch RunStateWriter::Merged(const std::vector<Change>& changes) {
     RunStateBatch batch;
     batch.reserve(static_cast<int>(changes.size()));
     for (const Change& change : changes) {
-        RunStateUpdate& update = batch[change.first];
-        update.Apply(change.second);
+        RunStateUpdate& update = batch[change.planUuid];
+        update.Apply(change.update);
         // The recorder leaves the text of a computed start to this thread.
         if (update.schedule) {
             update.schedule->MakeNextStartText();

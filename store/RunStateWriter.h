@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -61,12 +62,23 @@ private:
     // start-up holds a change for every plan until its pass ends, and nodes
     // freed among the strings made meanwhile would leave the heap too holed to
     // give back.
-    using Change = std::pair<QString, RunStateUpdate>;
+    //
+    // Moved, not copied, when the block grows: the history (a QVarLengthArray,
+    // nearly always empty) has no move of its own and is copied, which would
+    // otherwise make the vector copy every change, strings and all.
+    struct Change {
+        Change(const QString& plan, RunStateUpdate change) : planUuid(plan), update(std::move(change)) {}
+        Change(const Change&) = default;
+        Change(Change&&) noexcept = default;
+        Change& operator=(const Change&) = default;
+        Change& operator=(Change&&) noexcept = default;
 
-    static constexpr size_t kFirstChangesCapacity = 64;
+        QString planUuid;
+        RunStateUpdate update;
+    };
+    static_assert(std::is_nothrow_move_constructible<Change>::value, "a growing block must move its changes");
 
     void Run();
-    void GrowChangesLocked();
     std::vector<Change> TakeChanges();
     bool WriteTaken(const RunStateBatch& taken);
     void RefreshSummary(const RunStateBatch& batch);

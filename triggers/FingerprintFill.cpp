@@ -4,6 +4,7 @@
 #include "TriggerObject.h"
 
 #include <algorithm>
+#include <utility>
 
 FingerprintFill::~FingerprintFill() {
     Wait();
@@ -35,8 +36,9 @@ void FingerprintFill::FillChunks() {
         const size_t to = std::min(size, from + kChunk);
         for (size_t i = from; i < to; ++i) {
             TriggerObject* object = m_objects[i];
-            const TriggerObject& read = *object;
-            object->setDefinitionFingerprint(TriggerFingerprint::Of(read.getObjectTriggerAttribute()));
+            // Read-only: the writing accessor marks the parsed rule stale.
+            object->setDefinitionFingerprint(
+                TriggerFingerprint::Of(std::as_const(*object).getObjectTriggerAttribute()));
         }
     }
 }

@@ -96,7 +96,7 @@ QString LocalTime::FormatPrecise(qint64 msecs) {
     const int millis = static_cast<int>((msecs % 1000 + 1000) % 1000);
     const QChar digits[] = {QLatin1Char('.'), QChar('0' + millis / 100), QChar('0' + millis / 10 % 10),
                             QChar('0' + millis % 10)};
-    return FormatAt(msecs, WallTime::OffsetAt(msecs)) + QString(digits, 4);
+    return FormatWall(WallTime::Of(msecs)) + QString(digits, 4);
 }
 
 QString LocalTime::FormatWall(qint64 wall) {

@@ -6,8 +6,3 @@ void CommCommand::Read(QDataStream& in) {
     in >> BoundedRead(m_planUuid) >> BoundedRead(m_traceFlag) >> m_triggerFlag >> m_triggerType;
     m_communAttribute.Read(in);
 }
-
-void CommCommand::Write(QDataStream& out) const {
-    out << m_planUuid << m_traceFlag << m_triggerFlag << m_triggerType;
-    m_communAttribute.Write(out);
-}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommunAttribute.h"
+#include "WireWriter.h"
 
 #include <QString>
 
@@ -26,7 +27,15 @@ public:
     // The command type is not part of Read/Write: CommandBuilder writes it first
     // so that it can build the right class before reading the rest.
     virtual void Read(QDataStream& in);
-    virtual void Write(QDataStream& out) const;
+    virtual void Write(QDataStream& out) const { WriteFields(out); }
+    // The bytes of Write, appended straight to the writer's array.
+    virtual void AppendTo(WireWriter& out) const { WriteFields(out); }
+
+protected:
+    template <typename Out> void WriteFields(Out& out) const {
+        out << m_planUuid << m_traceFlag << m_triggerFlag << m_triggerType;
+        m_communAttribute.Write(out);
+    }
 
 private:
     quint64 m_commandType;

@@ -4,6 +4,7 @@
 #include "RequestCommand.h"
 #include "ResultCommand.h"
 #include "WireFormat.h"
+#include "WireWriter.h"
 
 #include <QIODevice>
 
@@ -49,7 +50,7 @@ CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
     return command;
 }
 
-// A stream grows its array a few bytes at a time, and every command of a
+// The writer grows its array a few bytes at a time, and every command of a
 // start-up report would otherwise move through five reallocations; the spare
 // room is given back because the bytes may wait in the link's queue a while.
 QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
@@ -58,10 +59,9 @@ QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
         return bytes;
     }
     bytes.reserve(kUsualCommandBytes);
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(WireFormat::kStreamVersion);
+    WireWriter out(bytes);
     out << command->getCommandType();
-    command->Write(out);
+    command->AppendTo(out);
     bytes.squeeze();
     return bytes;
 }
@@ -92,10 +92,9 @@ bool CommandBuilder::DataToBytearray(const CommandObj* data, QByteArray& bytes) 
     }
     bytes.clear();
     bytes.reserve(kUsualDataBytes);
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(WireFormat::kStreamVersion);
-    data->Write(out);
-    return out.status() == QDataStream::Ok;
+    WireWriter out(bytes);
+    data->AppendTo(out);
+    return true;
 }
 
 bool CommandBuilder::BytearrayToData(const QByteArray& bytes, CommandObj* data) {

@@ -23,7 +23,10 @@ public:
     bool operator!=(const CommunAttribute& other) const { return !(*this == other); }
 
     void Read(QDataStream& in) { in >> m_protocolType >> BoundedRead(m_destSvrNameIp) >> m_destPort; }
-    void Write(QDataStream& out) const { out << m_protocolType << m_destSvrNameIp << m_destPort; }
+    // To a QDataStream or a WireWriter, which write the same bytes.
+    template <typename Out> void Write(Out& out) const {
+        out << m_protocolType << m_destSvrNameIp << m_destPort;
+    }
 
 private:
     quint64 m_protocolType = 0;

@@ -17,11 +17,14 @@ public:
         CommCommand::Read(in);
         in >> BoundedRead(m_requestData);
     }
-    void Write(QDataStream& out) const override {
-        CommCommand::Write(out);
+    void Write(QDataStream& out) const override { WriteFields(out); }
+    void AppendTo(WireWriter& out) const override { WriteFields(out); }
+
+private:
+    template <typename Out> void WriteFields(Out& out) const {
+        CommCommand::WriteFields(out);
         out << m_requestData;
     }
 
-private:
     QByteArray m_requestData;
 };

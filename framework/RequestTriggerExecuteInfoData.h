@@ -2,6 +2,7 @@
 
 #include "BoundedRead.h"
 #include "CommandObj.h"
+#include "WireWriter.h"
 
 #include <QString>
 
@@ -14,9 +15,12 @@ public:
     void setTriggerEndFlag(quint64 value) { m_triggerEndFlag = value; }
 
     void Read(QDataStream& in) override { in >> BoundedRead(m_nextStartTime) >> m_triggerEndFlag; }
-    void Write(QDataStream& out) const override { out << m_nextStartTime << m_triggerEndFlag; }
+    void Write(QDataStream& out) const override { WriteFields(out); }
+    void AppendTo(WireWriter& out) const override { WriteFields(out); }
 
 private:
+    template <typename Out> void WriteFields(Out& out) const { out << m_nextStartTime << m_triggerEndFlag; }
+
     QString m_nextStartTime;
     quint64 m_triggerEndFlag = 0;
 };

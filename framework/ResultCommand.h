@@ -20,12 +20,15 @@ public:
         CommCommand::Read(in);
         in >> m_requestCommandType >> m_uintResult;
     }
-    void Write(QDataStream& out) const override {
-        CommCommand::Write(out);
+    void Write(QDataStream& out) const override { WriteFields(out); }
+    void AppendTo(WireWriter& out) const override { WriteFields(out); }
+
+private:
+    template <typename Out> void WriteFields(Out& out) const {
+        CommCommand::WriteFields(out);
         out << m_requestCommandType << m_uintResult;
     }
 
-private:
     quint64 m_requestCommandType = 0;
     quint64 m_uintResult = 0;
 };

@@ -92,18 +92,18 @@ void RollingLogFile::FormatLine(const log4cpp::LoggingEvent& event) {
         const time_t t = second;
         tm local = {};
         localtime_r(&t, &local);
-        std::strftime(m_stamp, sizeof(m_stamp), "%Y-%m-%d %H:%M:%S", &local);
+        m_stampLength = std::strftime(m_stamp, sizeof(m_stamp), "%Y-%m-%d %H:%M:%S", &local);
         m_stampSecond = second;
     }
     const int milliseconds = event.timeStamp.getMilliSeconds() % 1000;
     const char millis[] = {'.', static_cast<char>('0' + milliseconds / 100),
                            static_cast<char>('0' + milliseconds / 10 % 10),
                            static_cast<char>('0' + milliseconds % 10), '\0'};
-    std::string level = log4cpp::Priority::getPriorityName(event.priority);
-    level.resize(std::max<size_t>(level.size(), 5), ' ');
+    const std::string& level = log4cpp::Priority::getPriorityName(event.priority);
     const size_t before = m_buffer.size();
-    m_buffer.append(m_stamp).append(millis).append(" [").append(event.threadName).append("] ");
-    m_buffer.append(level).append(" ").append(event.message).append("\n");
+    m_buffer.append(m_stamp, m_stampLength).append(millis, 4).append(" [", 2).append(event.threadName);
+    m_buffer.append("] ", 2).append(level).append(level.size() < 5 ? 5 - level.size() : 0, ' ');
+    m_buffer.append(" ", 1).append(event.message).append("\n", 1);
     if (m_recordingBanner) {
         m_banner.push_back(m_buffer.substr(before, m_buffer.size() - before - 1));
     }

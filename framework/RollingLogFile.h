@@ -59,6 +59,7 @@ private:
     // The formatted date and time of one second, reused for every line of it.
     long m_stampSecond = -1;
     char m_stamp[24] = {};
+    size_t m_stampLength = 0;
     bool m_stopping = false;
     // The flusher waits for a first line rather than for its delay to pass:
     // only then is a line worth a wake-up, which costs a system call.

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// Appends values to a byte array exactly as a big-endian QDataStream at the
+// wire's stream version writes them. A QDataStream over a byte array makes a
+// QBuffer, a QObject, and sends every value through a QIODevice call; for a
+// command of a dozen small fields that machinery cost more than the bytes.
+//
+// Only the types the commands carry are accepted: any other would be written
+// by QDataStream with its own width, so it does not compile here.
+class WireWriter {
+public:
+    explicit WireWriter(QByteArray& bytes) : m_bytes(bytes) {}
+
+    WireWriter& operator<<(quint64 value);
+    WireWriter& operator<<(const QString& text);
+    WireWriter& operator<<(const QByteArray& bytes);
+    template <typename T> WireWriter& operator<<(const T&) = delete;
+
+    QByteArray& bytes() { return m_bytes; }
+
+private:
+    void AppendLength(quint32 length);
+
+    QByteArray& m_bytes;
+};

@@ -79,7 +79,12 @@ bool AtTimeDispatch::FollowUp(AtTimeFire& fire, TriggerObject& object, bool fire
                     .arg(LogText::Outside(planUuid), LocalTime::FormatPrecise(nextMSecs),
                          LocalTime::FormatPrecise(nowMSecs)));
         }
-        earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(nextMSecs));
+        // A minute starts less than a minute before any instant in it, so a
+        // start a minute or more after the earliest due cannot move it; most
+        // plans of a pass are such, and each look costs a zone conversion.
+        if (nextMSecs - kMinuteMSecs < earliestDueMSecs) {
+            earliestDueMSecs = qMin(earliestDueMSecs, CalendarSchedule::MinuteStart(nextMSecs));
+        }
         return true;
     }
     if (state == FireState::kFinished) {

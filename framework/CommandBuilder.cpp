@@ -12,11 +12,6 @@
 #include <cstdio>
 
 namespace {
-// Room made before serialising, enough for the usual command (a plan's
-// trigger-info is about 300 bytes) and payload; a longer one still grows.
-constexpr int kUsualCommandBytes = 512;
-constexpr int kUsualDataBytes = 128;
-
 std::atomic<quint64> g_traceSequence{0};
 
 // Made once for every command the service sends: one formatting pass and one
@@ -50,19 +45,23 @@ CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
     return command;
 }
 
-// The writer grows its array a few bytes at a time, and every command of a
-// start-up report would otherwise move through five reallocations; the spare
-// room is given back because the bytes may wait in the link's queue a while.
+// Counted first and then written into an array of just that size: one
+// allocation and no spare room while the bytes wait in the link's queue. A
+// report's frames are then freed in the sizes the next ones ask for, which
+// glibc hands back at once; a fixed reserve later squeezed made every frame
+// split a larger free block instead.
 QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
     QByteArray bytes;
     if (command == nullptr) {
         return bytes;
     }
-    bytes.reserve(kUsualCommandBytes);
+    WireWriter counter;
+    counter << command->getCommandType();
+    command->AppendTo(counter);
+    bytes.reserve(static_cast<int>(counter.size()));
     WireWriter out(bytes);
     out << command->getCommandType();
     command->AppendTo(out);
-    bytes.squeeze();
     return bytes;
 }
 
@@ -90,8 +89,10 @@ bool CommandBuilder::DataToBytearray(const CommandObj* data, QByteArray& bytes) 
     if (data == nullptr) {
         return false;
     }
+    WireWriter counter;
+    data->AppendTo(counter);
     bytes.clear();
-    bytes.reserve(kUsualDataBytes);
+    bytes.reserve(static_cast<int>(counter.size()));
     WireWriter out(bytes);
     data->AppendTo(out);
     return true;

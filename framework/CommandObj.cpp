@@ -4,7 +4,9 @@
 #include "WireWriter.h"
 
 void CommandObj::AppendTo(WireWriter& out) const {
-    QDataStream stream(&out.bytes(), QIODevice::WriteOnly | QIODevice::Append);
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(WireFormat::kStreamVersion);
     Write(stream);
+    out.AppendRaw(bytes);
 }

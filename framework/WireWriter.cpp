@@ -9,7 +9,7 @@ constexpr quint32 kNullMark = 0xffffffffU;
 
 WireWriter& WireWriter::operator<<(quint64 value) {
     const quint64 wire = qToBigEndian(value);
-    m_bytes.append(reinterpret_cast<const char*>(&wire), sizeof(wire));
+    Append(reinterpret_cast<const char*>(&wire), sizeof(wire));
     return *this;
 }
 
@@ -20,9 +20,13 @@ WireWriter& WireWriter::operator<<(const QString& text) {
     }
     const int units = text.size();
     AppendLength(static_cast<quint32>(units) * 2);
-    const int at = m_bytes.size();
-    m_bytes.resize(at + units * 2);
-    char* out = m_bytes.data() + at;
+    m_size += units * 2;
+    if (m_bytes == nullptr) {
+        return *this;
+    }
+    const int at = m_bytes->size();
+    m_bytes->resize(at + units * 2);
+    char* out = m_bytes->data() + at;
     const ushort* in = text.utf16();
     for (int i = 0; i < units; ++i) {
         qToBigEndian(in[i], out + 2 * i);
@@ -36,11 +40,22 @@ WireWriter& WireWriter::operator<<(const QByteArray& bytes) {
         return *this;
     }
     AppendLength(static_cast<quint32>(bytes.size()));
-    m_bytes.append(bytes);
+    AppendRaw(bytes);
     return *this;
+}
+
+void WireWriter::AppendRaw(const QByteArray& bytes) {
+    Append(bytes.constData(), bytes.size());
+}
+
+void WireWriter::Append(const char* data, int length) {
+    m_size += length;
+    if (m_bytes != nullptr) {
+        m_bytes->append(data, length);
+    }
 }
 
 void WireWriter::AppendLength(quint32 length) {
     const quint32 wire = qToBigEndian(length);
-    m_bytes.append(reinterpret_cast<const char*>(&wire), sizeof(wire));
+    Append(reinterpret_cast<const char*>(&wire), sizeof(wire));
 }

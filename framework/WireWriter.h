@@ -12,17 +12,26 @@
 // by QDataStream with its own width, so it does not compile here.
 class WireWriter {
 public:
-    explicit WireWriter(QByteArray& bytes) : m_bytes(bytes) {}
+    // Appends to `bytes`.
+    explicit WireWriter(QByteArray& bytes) : m_bytes(&bytes) {}
+    // Writes nothing and only counts, so that the array can be made its
+    // exact size before the writing pass.
+    WireWriter() = default;
 
     WireWriter& operator<<(quint64 value);
     WireWriter& operator<<(const QString& text);
     WireWriter& operator<<(const QByteArray& bytes);
     template <typename T> WireWriter& operator<<(const T&) = delete;
+    // Bytes already in wire form, such as a QDataStream's.
+    void AppendRaw(const QByteArray& bytes);
 
-    QByteArray& bytes() { return m_bytes; }
+    // The bytes written or counted so far.
+    qint64 size() const { return m_size; }
 
 private:
+    void Append(const char* data, int length);
     void AppendLength(quint32 length);
 
-    QByteArray& m_bytes;
+    QByteArray* m_bytes = nullptr;
+    qint64 m_size = 0;
 };

@@ -24,10 +24,17 @@ QByteArray ByStream(const std::function<void(QDataStream&)>& write) {
     return bytes;
 }
 
+// The counting pass must agree with the writing pass, or a frame is made too
+// small and grows again.
 template <typename T> void ExpectSameBytes(const T& value) {
     QByteArray written;
-    WireWriter(written) << value;
+    WireWriter writer(written);
+    writer << value;
+    WireWriter counter;
+    counter << value;
     EXPECT_EQ(written.toHex(), ByStream([&](QDataStream& out) { out << value; }).toHex());
+    EXPECT_EQ(counter.size(), written.size());
+    EXPECT_EQ(writer.size(), written.size());
 }
 
 TEST(WireWriter, WritesEachValueAsTheStreamDoes) {
@@ -92,6 +99,10 @@ TEST(WireWriter, CommandsAndPayloadsKeepTheirStreamForm) {
     QByteArray bytes("head");
     WireWriter writer(bytes);
     plan.AppendTo(writer);
-    EXPECT_EQ(bytes, "head" + ByStream([&](QDataStream& out) { plan.Write(out); }));
+    const QByteArray streamed = ByStream([&](QDataStream& out) { plan.Write(out); });
+    EXPECT_EQ(bytes, "head" + streamed);
+    WireWriter counter;
+    plan.AppendTo(counter);
+    EXPECT_EQ(counter.size(), streamed.size());
 }
 } // namespace

@@ -8,22 +8,6 @@
 #include <sqlite3.h>
 
 namespace {
-// From the stored UTF-8 itself: SQLite's own UTF-16 form (what Qt's driver
-// reads) costs a conversion byte by byte and a buffer inside SQLite, a quarter
-// of the reader's time. An ASCII text, nearly every one, is widened directly.
-// The room a conversion may leave does not last: what is kept is copied on the
-// caller's thread.
-QString ColumnText(sqlite3_stmt* statement, int column) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-    const int size = sqlite3_column_bytes(statement, column);
-    for (int i = 0; i < size; ++i) {
-        if (static_cast<unsigned char>(text[i]) >= 0x80) {
-            return QString::fromUtf8(text, size);
-        }
-    }
-    return QString::fromLatin1(text, size);
-}
-
 // As Qt SQL's SQLite driver hands a column over: an integer as a 64-bit
 // number, a real as a double, a blob as bytes, NULL as a null value.
 void ReadRow(sqlite3_stmt* statement, TriggerRow::Values& row) {
@@ -37,7 +21,7 @@ void ReadRow(sqlite3_stmt* statement, TriggerRow::Values& row) {
             row.append(QVariant(sqlite3_column_double(statement, column)));
             break;
         case SQLITE_TEXT:
-            row.append(QVariant(ColumnText(statement, column)));
+            row.append(QVariant(TriggerRow::ColumnText(statement, column)));
             break;
         case SQLITE_BLOB:
             row.append(QVariant(QByteArray(static_cast<const char*>(sqlite3_column_blob(statement, column)),
@@ -87,10 +71,12 @@ void StoredRowReader::Run(sqlite3_stmt* statement) {
     std::vector<Row> batch;
     bool going = true;
     while (going && sqlite3_step(statement) == SQLITE_ROW) {
-        ReadRow(statement, values);
         Row row;
         row.attribute = std::make_unique<TriggerAttribute>();
-        row.fault = TriggerRow::Read(values, row.planUuid, *row.attribute);
+        if (!TriggerRow::ReadPlain(statement, row.planUuid, *row.attribute)) {
+            ReadRow(statement, values);
+            row.fault = TriggerRow::Read(values, row.planUuid, *row.attribute);
+        }
         batch.push_back(std::move(row));
         if (batch.size() == kBatchRows) {
             going = Hand(batch);

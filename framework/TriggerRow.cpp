@@ -2,6 +2,8 @@
 
 #include "TriggerAttribute.h"
 
+#include <sqlite3.h>
+
 namespace {
 struct NumberColumn {
     int column;
@@ -98,4 +100,61 @@ QString TriggerRow::Read(const Values& row, QString& planUuid, TriggerAttribute&
         (attribute.*c.set)(value);
     }
     return QString();
+}
+
+bool TriggerRow::IsPlain(sqlite3_stmt* statement) {
+    if (sqlite3_column_count(statement) != kColumns || sqlite3_column_type(statement, 0) != SQLITE_TEXT) {
+        return false;
+    }
+    for (const NumberColumn& c : kNumbers) {
+        const int type = sqlite3_column_type(statement, c.column);
+        if (type == SQLITE_NULL) {
+            continue;
+        }
+        if (type != SQLITE_INTEGER || sqlite3_column_int64(statement, c.column) < 0) {
+            return false;
+        }
+    }
+    for (const TextColumn& c : kTexts) {
+        const int type = sqlite3_column_type(statement, c.column);
+        if (type != SQLITE_TEXT && type != SQLITE_NULL) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TriggerRow::ReadPlain(sqlite3_stmt* statement, QString& planUuid, TriggerAttribute& attribute) {
+    if (!IsPlain(statement)) {
+        return false;
+    }
+    planUuid = ColumnText(statement, 0);
+    if (planUuid.isEmpty()) {
+        return false;
+    }
+    // sqlite3_column_int64 reads NULL as 0, as Read does.
+    for (const NumberColumn& c : kNumbers) {
+        (attribute.*c.set)(static_cast<quint64>(sqlite3_column_int64(statement, c.column)));
+    }
+    for (const TextColumn& c : kTexts) {
+        const bool null = sqlite3_column_type(statement, c.column) == SQLITE_NULL;
+        (attribute.*c.set)(null ? QString() : ColumnText(statement, c.column));
+    }
+    return true;
+}
+
+// From the stored UTF-8 itself: SQLite's own UTF-16 form (what Qt's driver
+// reads) costs a conversion byte by byte and a buffer inside SQLite, a quarter
+// of the reader's time. An ASCII text, nearly every one, is widened directly.
+// The room a conversion may leave does not last: what is kept is copied on the
+// caller's thread.
+QString TriggerRow::ColumnText(sqlite3_stmt* statement, int column) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    const int size = sqlite3_column_bytes(statement, column);
+    for (int i = 0; i < size; ++i) {
+        if (static_cast<unsigned char>(text[i]) >= 0x80) {
+            return QString::fromUtf8(text, size);
+        }
+    }
+    return QString::fromLatin1(text, size);
 }

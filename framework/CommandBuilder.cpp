@@ -45,23 +45,15 @@ CommCommand* CommandBuilder::BuilderCommand(quint64 commandType) {
     return command;
 }
 
-// Counted first and then written into an array of just that size: one
-// allocation and no spare room while the bytes wait in the link's queue. A
-// report's frames are then freed in the sizes the next ones ask for, which
-// glibc hands back at once; a fixed reserve later squeezed made every frame
-// split a larger free block instead.
 QByteArray CommandBuilder::CommandToBytearray(const CommCommand* command) {
     QByteArray bytes;
     if (command == nullptr) {
         return bytes;
     }
-    WireWriter counter;
-    counter << command->getCommandType();
-    command->AppendTo(counter);
-    bytes.reserve(static_cast<int>(counter.size()));
-    WireWriter out(bytes);
-    out << command->getCommandType();
-    command->AppendTo(out);
+    WireWriter::Fill(bytes, [command](WireWriter& out) {
+        out << command->getCommandType();
+        command->AppendTo(out);
+    });
     return bytes;
 }
 
@@ -89,12 +81,7 @@ bool CommandBuilder::DataToBytearray(const CommandObj* data, QByteArray& bytes) 
     if (data == nullptr) {
         return false;
     }
-    WireWriter counter;
-    data->AppendTo(counter);
-    bytes.clear();
-    bytes.reserve(static_cast<int>(counter.size()));
-    WireWriter out(bytes);
-    data->AppendTo(out);
+    WireWriter::Fill(bytes, [data](WireWriter& out) { data->AppendTo(out); });
     return true;
 }
 

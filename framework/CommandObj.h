@@ -11,6 +11,7 @@ public:
     virtual void Read(QDataStream& in) = 0;
     virtual void Write(QDataStream& out) const = 0;
     // The bytes of Write, appended to the writer's array. A record sent often
-    // writes straight to it; any other goes through a QDataStream.
+    // writes straight to it; any other goes through a QDataStream, once for
+    // the count and once for the bytes.
     virtual void AppendTo(WireWriter& out) const;
 };

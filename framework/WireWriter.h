@@ -28,6 +28,18 @@ public:
     // The bytes written or counted so far.
     qint64 size() const { return m_size; }
 
+    // Makes `bytes` what `write` writes to a writer: counted first, so that
+    // the array is made its exact size once and has no spare room while it
+    // waits in the link's queue.
+    template <typename Write> static void Fill(QByteArray& bytes, Write write) {
+        WireWriter counter;
+        write(counter);
+        bytes.clear();
+        bytes.reserve(static_cast<int>(counter.size()));
+        WireWriter out(bytes);
+        write(out);
+    }
+
 private:
     void Append(const char* data, int length);
     void AppendLength(quint32 length);
